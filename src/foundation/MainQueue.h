@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+
+#include "foundation/Clock.h"
+
+namespace vocle {
+
+using Task = std::function<void()>;
+
+// Shared between a queue and the handle the caller keeps; cancelling only flips a flag so it is safe
+// from any thread and after the queue has already run or dropped the task.
+struct TimerState {
+    std::atomic<bool> cancelled{false};
+    std::atomic<bool> finished{false};
+};
+
+class TimerHandle {
+public:
+    TimerHandle() = default;
+    explicit TimerHandle(std::shared_ptr<TimerState> state) : state_(std::move(state)) {}
+
+    void cancel() const {
+        if (state_) state_->cancelled = true;
+    }
+    // True while the timer may still fire.
+    bool isActive() const { return state_ && !state_->cancelled && !state_->finished; }
+    bool isNull() const { return !state_; }
+
+private:
+    std::shared_ptr<TimerState> state_;
+};
+
+// The application's main thread: all state, timers and debounces live here.
+class MainQueue {
+public:
+    virtual ~MainQueue() = default;
+
+    // Runs the task on the main queue after everything already queued. Thread-safe.
+    virtual void post(Task task) = 0;
+    // One-shot delayed call; the handle cancels it. Thread-safe.
+    virtual TimerHandle postAfter(double seconds, Task task) = 0;
+    // Fires every `interval` seconds until cancelled; the first firing is one interval from now.
+    virtual TimerHandle scheduleRepeating(double interval, Task task) = 0;
+    // The clock the queue's delays are measured on.
+    virtual const Clock& clock() const = 0;
+};
+
+}  // namespace vocle

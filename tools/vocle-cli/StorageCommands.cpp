@@ -1,0 +1,7 @@
+#include "CliCommand.h"
+
+namespace vocle::cli {
+
+void addStorageCommands(std::vector<CliCommand>&) {}
+
+}  // namespace vocle::cli
