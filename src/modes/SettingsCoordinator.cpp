@@ -1,0 +1,44 @@
+#include "modes/SettingsCoordinator.h"
+
+#include "foundation/Log.h"
+
+namespace vocle {
+
+SettingsCoordinator::SettingsCoordinator(MainQueue& main, BackendService& backend)
+    : main_(main), backend_(backend) {}
+
+void SettingsCoordinator::scheduleBackup(SettingsDoc doc) {
+    saveDebouncer_.cancel();
+    saveDebouncer_ =
+        main_.postAfter(kBackupDelay, token_.guard([this, doc = std::move(doc)] { upload(doc); }));
+}
+
+void SettingsCoordinator::upload(SettingsDoc doc) {
+    const uint64_t id = nextUpload_++;
+    auto subscription = backend_.backupSettings(
+        doc, std::nullopt,
+        token_.guard([this, id](BackendResult<BackupResponse> result) { finished(id, result); }));
+    // A backend that answers synchronously has already finished this upload.
+    if (!finishedEarly_.erase(id)) cancellables_.emplace(id, std::move(subscription));
+}
+
+void SettingsCoordinator::finished(uint64_t id, const BackendResult<BackupResponse>& result) {
+    if (result.ok()) {
+        log("SettingsCoordinator: Cloud backup successful, version ", result.value().settingsVersion);
+    } else {
+        log("SettingsCoordinator: Cloud backup failed - ", result.error().errorDescription());
+        if (result.error().kind == BackendError::Kind::authenticationFailed) {
+            main_.post(token_.guard([this] {
+                if (signOut_) signOut_();
+            }));
+        }
+    }
+    // Released after this call returns: the subscription is still delivering.
+    if (cancellables_.count(id)) {
+        main_.post(token_.guard([this, id] { cancellables_.erase(id); }));
+    } else {
+        finishedEarly_.insert(id);
+    }
+}
+
+}  // namespace vocle
