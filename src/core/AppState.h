@@ -1,21 +1,29 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "backend/BackendError.h"
+#include "backend/BackendService.h"
+#include "backend/SettingsRecords.h"
 #include "core/RecordingIndicator.h"
 #include "core/Replacement.h"
 #include "foundation/MainQueue.h"
 #include "foundation/Signal.h"
+#include "modes/AutoModeManager.h"
 #include "modes/ModeManager.h"
+#include "modes/ModesViewModel.h"
+#include "modes/SettingsCoordinator.h"
 #include "platform/alerts.h"
 #include "platform/screen_capture.h"
 #include "platform/url_opener.h"
 #include "recording/AudioRecordingService.h"
 #include "recording/SystemAudioController.h"
 #include "storage/FileStorageManager.h"
+#include "storage/SessionStore.h"
 
 namespace vocle {
 
@@ -30,6 +38,11 @@ struct AppStateDependencies {
     Alerts& alerts;
     UrlOpener& urlOpener;
     const FileStorageManager& storage;
+    // Start-up, sign-in and the settings backup.
+    SessionStore& sessions;
+    BackendService& backend;
+    SettingsCoordinator& settingsCoordinator;
+    AutoModeManager& autoModeManager;
 };
 
 // The application's one observable state and the entry points that start, stop and cancel a
@@ -53,11 +66,28 @@ public:
 
     AudioRecordingService& audioRecordingService() { return *engine_; }
     ModeManager& modeManager() { return d_.modeManager; }
+    AutoModeManager& autoModeManager() { return d_.autoModeManager; }
+    ModesViewModel& modesViewModel() { return *modesViewModel_; }
+    // Fires whenever the modes view model changes, so views observing the application state redraw.
+    Signal<> changed;
 
     void toggleRecording();
     void startRecording();
     void stopRecording();
     void cancelRecording();
+
+    // Start-up: steps A (templates), B (local settings or first-run defaults) and C (backup).
+    void initializeApp();
+    // The loading overlay's "Try Again": clears the error shown and runs the start-up again.
+    void retryInitialization();
+    void signOut();
+
+    // Writes settings.json from the current state; outside start-up also schedules a backup.
+    void persistSettings();
+    // The complete backup document of the current state.
+    SettingsDoc settingsDocument() const;
+
+    static constexpr double kSettingsSaveDelay = 1.5;
 
     static inline const char* kScreenCaptureSettingsURL =
         "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture";
@@ -69,10 +99,31 @@ private:
     void persistSelectedTab(int tab);
     void showSystemAudioPermissionAlert();
 
+    void setupServices();
+    void updateSignInState();
+    void startInitializationAfterSignIn();
+    void startInitialization();
+    void continueAfterTemplates(uint64_t run, const BackendResult<SettingsEnvelope>& result);
+    void finishInitialization();
+    void initializationFailed(const std::string& debugDescription,
+                              const std::string& userMessage, bool authenticationFailed);
+    void loadLocalSettings();
+    void createDefaultSettings();
+    void subscribeToModes();
+    void subscribeToSettingsChanges();
+    void scheduleSettingsSave();
+
     AppStateDependencies d_;
     std::unique_ptr<AudioRecordingService>& engine_ = d_.audioRecordingService;
     std::vector<Subscription> cancellables_;
     Subscription tabSubscription_;
+    std::unique_ptr<ModesViewModel> modesViewModel_;
+    Subscription modesViewModelCancellable_;
+    TimerHandle settingsSaveDebounce_;
+    Subscription sessionCancellable_;
+    // Start-up runs still waiting for the backend; a "Try Again" during one lets both finish.
+    std::map<uint64_t, Subscription> initializationRuns_;
+    uint64_t nextInitializationRun_ = 0;
     OwnerToken token_;
 };
 
