@@ -46,7 +46,8 @@ class NoPaster final : public TranscriptPaster {
 // The application state as the composition root builds it: real storage, the real backend client on a
 // loopback backend, the real mode subsystem and engine, fakes for the OS services; virtual time.
 struct AppStateGraph : IntegrationGraph {
-    explicit AppStateGraph(bool signedIn = true) : IntegrationGraph(signedIn) {
+    explicit AppStateGraph(bool signedIn = true) : AppStateGraph(Options{signedIn, {}, {}}) {}
+    explicit AppStateGraph(const Options& options) : IntegrationGraph(options) {
         coreAudio.add(1, "alsa_output.pci.analog-stereo", "Built-in Audio Analog Stereo", 0.7f);
         coreAudio.defaultOutput = 1;
         systemAudio = std::make_unique<SystemAudioController>(queue, background, coreAudio, playback, files,

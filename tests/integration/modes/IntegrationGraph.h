@@ -20,9 +20,18 @@ namespace vocle::testing {
 // Real storage in a temporary folder and the real backend client talking HTTP to a loopback backend,
 // with the main queue on virtual time.
 struct IntegrationGraph {
-    explicit IntegrationGraph(bool signedIn = true) {
-        if (signedIn) sessions.save({server.validAccessToken, "refresh-1", "user-42", "ada@example.org"});
-        backend = std::make_unique<BackendService>(server.url(), "1.0", queue, sessions, files);
+    struct Options {
+        bool signedIn = true;
+        std::optional<std::string> backendURL;          // a real server instead of the loopback one
+        std::optional<std::filesystem::path> dataHome;  // an existing data home instead of a fresh one
+    };
+
+    explicit IntegrationGraph(bool signedIn = true) : IntegrationGraph(Options{signedIn, {}, {}}) {}
+    explicit IntegrationGraph(const Options& options) : folder(options.dataHome.value_or(dir.path())) {
+        if (options.signedIn)
+            sessions.save({server.validAccessToken, "refresh-1", "user-42", "ada@example.org"});
+        backend = std::make_unique<BackendService>(options.backendURL.value_or(server.url()), "1.0", queue,
+                                                   sessions, files);
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modeManager = std::make_unique<ModeManager>(queue, center, modesStore, files, *coordinator);
     }
@@ -44,7 +53,7 @@ struct IntegrationGraph {
     ScopedLogSink scopedLogs{logs};
     TempDir dir;
     VirtualMainQueue queue;
-    DataFolder folder{dir.path()};
+    DataFolder folder;
     FileStorageManager files{folder, queue};
     LocalSettingsStore modesStore{folder, queue};
     SessionStore sessions{files};
