@@ -338,6 +338,15 @@ TEST_F(AutoModeManagerTest, TreeWalkStopsAtDepthFiveAndTwentyChildren) {
     advance(0.75);
     ASSERT_EQ(websites().size(), 2u);
     EXPECT_EQ(str(websites()[1].info, "domain"), "twentieth.example");
+
+    // An element whose role cannot be read is still searched below.
+    auto unreadable = FakeAXNode::make("AXWindow");
+    unreadable->role = {kAXFailure, std::nullopt};
+    unreadable->add(FakeAXNode::textField("https://below-unreadable.example/"));
+    ax.setFocusedWindow(kFirefox.processIdentifier, unreadable);
+    advance(0.75);
+    ASSERT_EQ(websites().size(), 3u);
+    EXPECT_EQ(str(websites()[2].info, "domain"), "below-unreadable.example");
 }
 
 TEST_F(AutoModeManagerTest, FailureLogsAreThrottledByTheRandomSource) {
