@@ -1,0 +1,108 @@
+#include "http/HttpServer.h"
+
+#include <httplib.h>
+
+#include <chrono>
+#include <stdexcept>
+
+#include "foundation/Log.h"
+
+namespace vocle::server {
+
+namespace {
+
+thread_local std::chrono::steady_clock::time_point requestStart;
+thread_local std::string requestUser;
+
+std::string lower(std::string s) {
+    for (char& ch : s) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+    return s;
+}
+
+std::string statusMessage(int status) {
+    switch (status) {
+        case 400: return "Bad request";
+        case 404: return "Not found";
+        case 405: return "Method not allowed";
+        case 413: return "Request body too large";
+        case 414: return "Request URI too long";
+        default: return status >= 500 ? "Internal server error" : "Request failed";
+    }
+}
+
+}  // namespace
+
+HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::make_unique<httplib::Server>()) {
+    server_->set_payload_max_length(maxBodyBytes);
+    server_->set_read_timeout(60, 0);
+    server_->set_write_timeout(60, 0);
+    server_->set_pre_routing_handler([](const httplib::Request&, httplib::Response&) {
+        requestStart = std::chrono::steady_clock::now();
+        requestUser.clear();
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
+    auto handler = [&api](const httplib::Request& req, httplib::Response& res) {
+        ApiRequest request;
+        request.method = req.method;
+        request.path = req.path;
+        for (const auto& [name, value] : req.headers) request.headers.emplace(lower(name), value);
+        request.body = req.body;
+        const ApiResponse response = api.handle(request);
+        res.status = response.status;
+        for (const auto& [name, value] : response.headers) res.set_header(name, value);
+        res.set_content(toCompactJson(response.body), "application/json");
+        requestUser = response.userId;
+    };
+    for (const char* pattern : {"/.*", ".*"}) {
+        server_->Get(pattern, handler);
+        server_->Post(pattern, handler);
+        server_->Put(pattern, handler);
+        server_->Delete(pattern, handler);
+        server_->Patch(pattern, handler);
+    }
+    server_->set_error_handler([](const httplib::Request&, httplib::Response& res) {
+        if (res.body.empty()) {
+            res.set_content(toCompactJson(Json{{"error", statusMessage(res.status)}}), "application/json");
+        }
+    });
+    server_->set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
+        res.status = 500;
+        res.set_content(toCompactJson(Json{{"error", "Internal server error"}}), "application/json");
+    });
+    server_->set_logger([](const httplib::Request& req, const httplib::Response& res) {
+        const auto elapsed = std::chrono::steady_clock::now() - requestStart;
+        const auto ms = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 1000.0;
+        char msText[32];
+        std::snprintf(msText, sizeof msText, "%.1f", ms);
+        log("vocle-server: ", req.method, " ", req.path, " ", res.status, " ", msText, " ms user=",
+            requestUser.empty() ? "-" : requestUser);
+    });
+}
+
+HttpServer::~HttpServer() { stop(); }
+
+int HttpServer::bind(const std::string& host, int port) {
+    int bound = -1;
+    if (port == 0) {
+        bound = server_->bind_to_any_port(host);
+    } else if (server_->bind_to_port(host, port)) {
+        bound = port;
+    }
+    if (bound <= 0) throw std::runtime_error("Cannot listen on " + host + ":" + std::to_string(port));
+    return bound;
+}
+
+void HttpServer::run() { server_->listen_after_bind(); }
+
+void HttpServer::start() {
+    thread_ = std::thread([this] { server_->listen_after_bind(); });
+    // listen_after_bind() flips is_running() once it accepts; wait for that so callers can connect at once.
+    for (int i = 0; i < 5000 && !server_->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+void HttpServer::stop() {
+    server_->stop();
+    if (thread_.joinable()) thread_.join();
+}
+
+}  // namespace vocle::server
