@@ -34,6 +34,9 @@ std::string statusMessage(int status) {
 
 HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::make_unique<httplib::Server>()) {
     server_->set_payload_max_length(maxBodyBytes);
+    // Transcriptions hold a worker for seconds while they wait for a decoder; enough workers keep quick
+    // requests (settings, sign-in) from queueing behind them.
+    server_->new_task_queue = [] { return new httplib::ThreadPool(64); };
     server_->set_read_timeout(60, 0);
     server_->set_write_timeout(60, 0);
     server_->set_pre_routing_handler([](const httplib::Request&, httplib::Response&) {
