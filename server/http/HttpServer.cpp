@@ -1,6 +1,8 @@
 #include "http/HttpServer.h"
 
 #include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <chrono>
 #include <stdexcept>
@@ -84,6 +86,25 @@ HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::mak
 
 HttpServer::~HttpServer() { stop(); }
 
+// The packaged cpp-httplib listens with a backlog of 5, so a burst of clients overflows the accept
+// queue and the dropped handshakes come back only after a one-second retransmission. Linux lets
+// listen() be called again on a listening socket to enlarge the queue; the library does not expose
+// its socket, so it is found by its port.
+void HttpServer::widenListenBacklog(int port) {
+    for (int fd = 3; fd < 4096; ++fd) {
+        int accepting = 0;
+        socklen_t length = sizeof accepting;
+        if (getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &accepting, &length) != 0 || !accepting) continue;
+        sockaddr_storage address{};
+        socklen_t addressLength = sizeof address;
+        if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &addressLength) != 0) continue;
+        int boundPort = -1;
+        if (address.ss_family == AF_INET) boundPort = ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+        if (address.ss_family == AF_INET6) boundPort = ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
+        if (boundPort == port) ::listen(fd, SOMAXCONN);
+    }
+}
+
 int HttpServer::bind(const std::string& host, int port) {
     int bound = -1;
     if (port == 0) {
@@ -92,6 +113,7 @@ int HttpServer::bind(const std::string& host, int port) {
         bound = port;
     }
     if (bound <= 0) throw std::runtime_error("Cannot listen on " + host + ":" + std::to_string(port));
+    widenListenBacklog(bound);
     return bound;
 }
 

@@ -30,6 +30,8 @@ public:
     void stop();
 
 private:
+    static void widenListenBacklog(int port);
+
     std::unique_ptr<httplib::Server> server_;
     std::thread thread_;
 };
