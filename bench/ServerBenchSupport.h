@@ -36,16 +36,18 @@ inline std::string signIn(const server::ServerConfig& config, int port, const st
             code = m[1];
         }
     }
-    auto r = client.Post("/auth/verify-otp", toCompactJson(Json{{"email", email}, {"token", code}}), "application/json");
+    auto r = client.Post("/auth/verify-otp", toCompactJson(Json{{"email", email}, {"token", code}}),
+                         "application/json");
     if (!r || r->status != 200) throw std::runtime_error("sign-in failed");
     const Json json = parseJson(r->body);
-    return "Bearer " + json.at("access_token").get<std::string>() + ";refresh=" +
-           json.at("refresh_token").get<std::string>();
+    return "Bearer " + json.at("access_token").get<std::string>() +
+           ";refresh=" + json.at("refresh_token").get<std::string>();
 }
 
 inline double percentile(std::vector<double> values, double p) {
     std::sort(values.begin(), values.end());
-    const size_t index = std::min(values.size() - 1, static_cast<size_t>(p * static_cast<double>(values.size() - 1) + 0.5));
+    const size_t index =
+        std::min(values.size() - 1, static_cast<size_t>(p * static_cast<double>(values.size() - 1) + 0.5));
     return values[index];
 }
 

@@ -15,7 +15,8 @@ int main() {
         void write(std::string_view) override {}
     };
     setLogSink(std::make_shared<Silent>());
-    const auto dataDir = std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
+    const auto dataDir =
+        std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
     server::ServerConfig config;
     config.listenPort = 0;
     config.dataDir = dataDir;
@@ -32,11 +33,14 @@ int main() {
         httplib::Client client("127.0.0.1", port);
         Json settings = {{"vocab_words", "Vocle, GitHub, Kubernetes"}, {"modes", Json::array()}};
         for (int m = 0; m < 8; ++m) {
-            settings["modes"].push_back({{"id", "M" + std::to_string(m)}, {"name", "Mode " + std::to_string(m)},
-                                         {"type", "Clean"}, {"prompt", std::string(400, 'p')}, {"language", "English"}});
+            settings["modes"].push_back({{"id", "M" + std::to_string(m)},
+                                         {"name", "Mode " + std::to_string(m)},
+                                         {"type", "Clean"},
+                                         {"prompt", std::string(400, 'p')},
+                                         {"language", "English"}});
         }
-        client.Post("/settings", {{"Authorization", authorizations.back()}}, toCompactJson(Json{{"settings", settings}}),
-                    "application/json");
+        client.Post("/settings", {{"Authorization", authorizations.back()}},
+                    toCompactJson(Json{{"settings", settings}}), "application/json");
     }
 
     std::mutex mutex;
@@ -64,8 +68,8 @@ int main() {
     std::filesystem::remove_all(dataDir);
 
     const double p50 = bench::percentile(latencies, 0.5), p99 = bench::percentile(latencies, 0.99);
-    std::printf("%zu GET /settings from %d concurrent clients in %.0f ms, %d failed\n", latencies.size(), kClients,
-                wall, failures);
+    std::printf("%zu GET /settings from %d concurrent clients in %.0f ms, %d failed\n", latencies.size(),
+                kClients, wall, failures);
     std::printf("  p50 %.2f ms, p99 %.2f ms, max %.2f ms (target p99 < 50 ms): %s\n", p50, p99,
                 bench::percentile(latencies, 1.0), p99 < 50 && failures == 0 ? "met" : "MISSED");
     return p99 < 50 && failures == 0 ? 0 : 1;

@@ -22,7 +22,8 @@ int main(int argc, char** argv) {
     };
     setLogSink(std::make_shared<Silent>());
 
-    const auto dataDir = std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
+    const auto dataDir =
+        std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
     server::ServerConfig config;
     config.listenPort = 0;
     config.dataDir = dataDir;
@@ -38,13 +39,14 @@ int main(int argc, char** argv) {
     std::vector<int16_t> pcm(static_cast<size_t>(info.frames));
     sf_read_short(file, pcm.data(), info.frames);
     sf_close(file);
-    ps_decoder_s* direct = server::PocketsphinxEngine::createDecoder(server::PocketsphinxModel::inFolder(config.modelDir));
+    ps_decoder_s* direct =
+        server::PocketsphinxEngine::createDecoder(server::PocketsphinxModel::inFolder(config.modelDir));
 
-    const std::string body = toCompactJson(
-        Json{{"audio", base64::encode(bench::readAll(clip))},
-             {"mode", {{"id", "M"}, {"name", "Default"}, {"type", "Clean"}, {"prompt", ""}, {"language", "en"}}},
-             {"vocab_words", "Dashwood, John"},
-             {"text_replacements", Json::array({{{"from", "new line"}, {"to", "\n"}}})}});
+    const std::string body = toCompactJson(Json{
+        {"audio", base64::encode(bench::readAll(clip))},
+        {"mode", {{"id", "M"}, {"name", "Default"}, {"type", "Clean"}, {"prompt", ""}, {"language", "en"}}},
+        {"vocab_words", "Dashwood, John"},
+        {"text_replacements", Json::array({{{"from", "new line"}, {"to", "\n"}}})}});
     httplib::Client client("127.0.0.1", port);
     client.set_read_timeout(300, 0);
 

@@ -14,12 +14,15 @@ namespace vocle::server {
 
 std::shared_ptr<SpeechEngine> ServerApp::makeEngine(const ServerConfig& config) {
     if (config.speechEngine == "openai") {
-        return std::make_shared<OpenAiEngine>(OpenAiSettings{config.openaiUrl, config.openaiApiKey, config.openaiModel});
+        return std::make_shared<OpenAiEngine>(
+            OpenAiSettings{config.openaiUrl, config.openaiApiKey, config.openaiModel});
     }
     if (config.speechEngine == "command") {
-        return std::make_shared<CommandEngine>(config.command, config.dataDir / "tmp", config.commandTimeoutSeconds);
+        return std::make_shared<CommandEngine>(config.command, config.dataDir / "tmp",
+                                               config.commandTimeoutSeconds);
     }
-    return std::make_shared<PocketsphinxEngine>(PocketsphinxModel::inFolder(config.modelDir), config.speechWorkers);
+    return std::make_shared<PocketsphinxEngine>(PocketsphinxModel::inFolder(config.modelDir),
+                                                config.speechWorkers);
 }
 
 ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared_ptr<SpeechEngine> engine)
@@ -31,26 +34,31 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
     ::chmod(config_.dataDir.c_str(), 0700);
     database_ = std::make_unique<Database>(config_.databaseFile());
     if (config_.mailDelivery == "smtp") {
-        mailer_ = std::make_unique<SmtpMailer>(SmtpSettings{config_.smtpUrl, config_.smtpUser, config_.smtpPassword}, clock_);
+        mailer_ = std::make_unique<SmtpMailer>(
+            SmtpSettings{config_.smtpUrl, config_.smtpUser, config_.smtpPassword}, clock_);
     } else {
         mailer_ = std::make_unique<OutboxMailer>(config_.outboxDir(), clock_);
     }
     engine_ = engine ? std::move(engine) : makeEngine(config_);
     if (!config_.chatUrl.empty()) {
-        chat_ = std::make_unique<OpenAiChatFormatter>(ChatSettings{config_.chatUrl, config_.chatApiKey, config_.chatModel});
+        chat_ = std::make_unique<OpenAiChatFormatter>(
+            ChatSettings{config_.chatUrl, config_.chatApiKey, config_.chatModel});
     }
     tokens_ = std::make_unique<TokenService>(*database_, clock_, config_.accessTokenTtlSeconds,
                                              config_.refreshTokenTtlSeconds);
     otp_ = std::make_unique<OtpService>(*database_, *tokens_, *mailer_, clock_, config_.mailFrom);
     settings_ = std::make_unique<SettingsStore>(*database_, clock_);
     support_ = std::make_unique<SupportStore>(*database_, clock_);
-    transcription_ = std::make_unique<TranscriptionService>(*engine_, templates_, chat_.get(), config_.maxAudioSeconds);
+    transcription_ =
+        std::make_unique<TranscriptionService>(*engine_, templates_, chat_.get(), config_.maxAudioSeconds);
     api_ = std::make_unique<ApiHandlers>(*otp_, *tokens_, *settings_, templates_, *support_, *transcription_,
                                          config_.maxSupportMessageChars);
     http_ = std::make_unique<HttpServer>(*api_, config_.maxBodyBytes);
 }
 
-ServerApp::~ServerApp() { stop(); }
+ServerApp::~ServerApp() {
+    stop();
+}
 
 int ServerApp::start() {
     const int port = http_->bind(config_.listenHost, config_.listenPort);

@@ -22,7 +22,7 @@ namespace vocle::server {
 // The composition root: builds every component from the configuration. Tests pass their own clock and
 // may pass an engine (to share one loaded model across servers).
 class ServerApp {
-public:
+  public:
     ServerApp(const ServerConfig& config, const Clock& clock, std::shared_ptr<SpeechEngine> engine = nullptr);
     ~ServerApp();
 
@@ -39,7 +39,7 @@ public:
 
     static std::shared_ptr<SpeechEngine> makeEngine(const ServerConfig& config);
 
-private:
+  private:
     ServerConfig config_;
     const Clock& clock_;
     std::unique_ptr<Database> database_;

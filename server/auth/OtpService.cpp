@@ -40,11 +40,12 @@ std::string normalizeEmail(const std::string& email) {
     for (char& ch : out) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
     const auto at = out.find('@');
     const bool shapeOk = !out.empty() && out.size() <= 254 && at != std::string::npos && at > 0 &&
-                         out.find('@', at + 1) == std::string::npos && out.find('.', at + 2) != std::string::npos &&
-                         out.back() != '.';
+                         out.find('@', at + 1) == std::string::npos &&
+                         out.find('.', at + 2) != std::string::npos && out.back() != '.';
     bool charsOk = true;
     for (unsigned char ch : out) {
-        if (ch <= 0x20 || ch == 0x7f || ch == '<' || ch == '>' || ch == ',' || ch == ';' || ch == '"' || ch == '\\') {
+        if (ch <= 0x20 || ch == 0x7f || ch == '<' || ch == '>' || ch == ',' || ch == ';' || ch == '"' ||
+            ch == '\\') {
             charsOk = false;
         }
     }
@@ -57,16 +58,18 @@ void OtpService::sendCode(const std::string& rawEmail) {
     const double now = clock_.now();
     const std::string code = randomDigits(policy_.digits);
     const bool issued = db_.transaction([&](SqlConnection& c) {
-        auto recent = c.queryOne("SELECT COUNT(*), MAX(created_at) FROM otp_codes WHERE email = ? AND created_at > ?",
-                                 {email, now - 3600});
+        auto recent =
+            c.queryOne("SELECT COUNT(*), MAX(created_at) FROM otp_codes WHERE email = ? AND created_at > ?",
+                       {email, now - 3600});
         const int64_t lastHour = recent->integer(0);
         const bool tooSoon = !recent->isNull(1) && now - recent->real(1) < policy_.minIntervalSeconds;
         if (tooSoon || lastHour >= policy_.maxPerHour) return false;
         c.exec("UPDATE otp_codes SET state = 'void' WHERE email = ? AND state = 'active'", {email});
         c.exec("DELETE FROM otp_codes WHERE created_at < ?", {now - 86400});
         const std::string salt = hexOf(randomBytes(16));
-        c.exec("INSERT INTO otp_codes (email, code_hash, salt, created_at, expires_at) VALUES (?, ?, ?, ?, ?)",
-               {email, codeHash(salt, email, code), salt, now, now + policy_.validSeconds});
+        c.exec(
+            "INSERT INTO otp_codes (email, code_hash, salt, created_at, expires_at) VALUES (?, ?, ?, ?, ?)",
+            {email, codeHash(salt, email, code), salt, now, now + policy_.validSeconds});
         return true;
     });
     if (!issued) {
@@ -78,8 +81,9 @@ void OtpService::sendCode(const std::string& rawEmail) {
     message.to = email;
     message.subject = "Your Vocle sign-in code";
     const int minutes = static_cast<int>(std::lround(policy_.validSeconds / 60));
-    message.body = "Your Vocle sign-in code is:\n\n    " + code + "\n\nIt is valid for " + std::to_string(minutes) +
-                   " minutes and can be used once. If you did not ask to sign in, you can ignore this message.\n";
+    message.body =
+        "Your Vocle sign-in code is:\n\n    " + code + "\n\nIt is valid for " + std::to_string(minutes) +
+        " minutes and can be used once. If you did not ask to sign in, you can ignore this message.\n";
     try {
         mailer_.send(message);
         log("vocle-server: sign-in code sent to ", maskedEmail(email));
@@ -99,10 +103,12 @@ SignInResult OtpService::verify(const std::string& rawEmail, const std::string& 
         std::optional<SignInResult> result;
         std::string error;
     };
-    // The attempt counter must be committed even when the code is wrong, so failures are returned, not thrown.
+    // The attempt counter must be committed even when the code is wrong, so failures are returned, not
+    // thrown.
     Outcome outcome = db_.transaction([&](SqlConnection& c) -> Outcome {
         auto row = c.queryOne(
-            "SELECT id, code_hash, salt, expires_at, attempts FROM otp_codes WHERE email = ? AND state = 'active' "
+            "SELECT id, code_hash, salt, expires_at, attempts FROM otp_codes WHERE email = ? AND state = "
+            "'active' "
             "ORDER BY id DESC LIMIT 1",
             {email});
         if (!row) return {std::nullopt, "Invalid or expired code"};

@@ -13,7 +13,7 @@ namespace vocle::server {
 
 // A request the user can fix (bad address, wrong code); its text is shown as the 400 error.
 class SignInError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
@@ -35,16 +35,21 @@ std::string normalizeEmail(const std::string& email);
 
 // Codes are stored as salted SHA-256; only the newest code of an address is live.
 class OtpService {
-public:
+  public:
     OtpService(Database& db, TokenService& tokens, Mailer& mailer, const Clock& clock, std::string mailFrom,
                OtpPolicy policy = {})
-        : db_(db), tokens_(tokens), mailer_(mailer), clock_(clock), mailFrom_(std::move(mailFrom)), policy_(policy) {}
+        : db_(db),
+          tokens_(tokens),
+          mailer_(mailer),
+          clock_(clock),
+          mailFrom_(std::move(mailFrom)),
+          policy_(policy) {}
 
     // Issues and mails a code unless the address is over its limits; the caller answers the same either way.
     void sendCode(const std::string& email);
     SignInResult verify(const std::string& email, const std::string& code);
 
-private:
+  private:
     Database& db_;
     TokenService& tokens_;
     Mailer& mailer_;

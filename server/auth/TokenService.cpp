@@ -9,7 +9,8 @@ namespace {
 bool isTokenText(std::string_view s) {
     if (s.empty() || s.size() > 512) return false;
     for (char ch : s) {
-        if (static_cast<unsigned char>(ch) <= 0x20 || ch == ';' || static_cast<unsigned char>(ch) >= 0x7f) return false;
+        if (static_cast<unsigned char>(ch) <= 0x20 || ch == ';' || static_cast<unsigned char>(ch) >= 0x7f)
+            return false;
     }
     return true;
 }
@@ -21,7 +22,8 @@ std::optional<BearerCredentials> parseAuthorization(std::string_view header) {
     constexpr std::string_view scheme = "Bearer ";
     if (header.size() < scheme.size()) return std::nullopt;
     for (size_t i = 0; i < scheme.size(); ++i) {
-        if (std::tolower(static_cast<unsigned char>(header[i])) != std::tolower(static_cast<unsigned char>(scheme[i]))) {
+        if (std::tolower(static_cast<unsigned char>(header[i])) !=
+            std::tolower(static_cast<unsigned char>(scheme[i]))) {
             return std::nullopt;
         }
     }
@@ -55,16 +57,18 @@ TokenPair TokenService::issue(SqlConnection& c, const std::string& userId) {
 std::optional<AuthOutcome> TokenService::authenticate(const BearerCredentials& credentials) {
     const double now = clock_.now();
     return db_.transaction([&](SqlConnection& c) -> std::optional<AuthOutcome> {
-        auto access = c.queryOne("SELECT user_id, expires_at, revoked FROM tokens WHERE hash = ? AND kind = 'access'",
-                                 {sha256Hex(credentials.accessToken)});
+        auto access =
+            c.queryOne("SELECT user_id, expires_at, revoked FROM tokens WHERE hash = ? AND kind = 'access'",
+                       {sha256Hex(credentials.accessToken)});
         if (!access || access->integer(2) != 0) return std::nullopt;
         const std::string userId = access->text(0);
         if (access->real(1) > now) return AuthOutcome{userId, std::nullopt};
         if (credentials.refreshToken.empty()) return std::nullopt;
 
         const std::string refreshHash = sha256Hex(credentials.refreshToken);
-        auto refresh = c.queryOne(
-            "SELECT user_id, expires_at, revoked FROM tokens WHERE hash = ? AND kind = 'refresh'", {refreshHash});
+        auto refresh =
+            c.queryOne("SELECT user_id, expires_at, revoked FROM tokens WHERE hash = ? AND kind = 'refresh'",
+                       {refreshHash});
         if (!refresh || refresh->integer(2) != 0 || refresh->real(1) <= now || refresh->text(0) != userId) {
             return std::nullopt;
         }

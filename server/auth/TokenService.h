@@ -31,7 +31,7 @@ struct AuthOutcome {
 // Opaque random tokens; only their SHA-256 is stored. An expired access token is renewed when it comes
 // with a valid refresh token of the same user; the presented refresh token is revoked in the same step.
 class TokenService {
-public:
+  public:
     TokenService(Database& db, const Clock& clock, double accessTtl, double refreshTtl)
         : db_(db), clock_(clock), accessTtl_(accessTtl), refreshTtl_(refreshTtl) {}
 
@@ -39,7 +39,7 @@ public:
     // None means 401.
     std::optional<AuthOutcome> authenticate(const BearerCredentials& credentials);
 
-private:
+  private:
     Database& db_;
     const Clock& clock_;
     double accessTtl_;

@@ -28,7 +28,8 @@ const std::map<std::string, Setter>& setters() {
         {"listen",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              const auto colon = v.rfind(':');
-             if (colon == std::string::npos || colon == 0) throw ConfigError("Invalid value for " + k + ": \"" + v + "\" (expected HOST:PORT)");
+             if (colon == std::string::npos || colon == 0)
+                 throw ConfigError("Invalid value for " + k + ": \"" + v + "\" (expected HOST:PORT)");
              const double port = parseNumber(k, v.substr(colon + 1), 0);
              if (port > 65535) throw ConfigError("Invalid port in " + k + ": \"" + v + "\"");
              c.listenHost = v.substr(0, colon);
@@ -41,7 +42,8 @@ const std::map<std::string, Setter>& setters() {
         {"speech_engine",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              if (v != "pocketsphinx" && v != "openai" && v != "command") {
-                 throw ConfigError("Invalid value for " + k + ": \"" + v + "\" (pocketsphinx, openai or command)");
+                 throw ConfigError("Invalid value for " + k + ": \"" + v +
+                                   "\" (pocketsphinx, openai or command)");
              }
              c.speechEngine = v;
          }},
@@ -51,33 +53,43 @@ const std::map<std::string, Setter>& setters() {
              c.speechWorkers = static_cast<int>(parseNumber(k, v, 1));
          }},
         {"openai_url", [](ServerConfig& c, const std::string&, const std::string& v) { c.openaiUrl = v; }},
-        {"openai_api_key", [](ServerConfig& c, const std::string&, const std::string& v) { c.openaiApiKey = v; }},
-        {"openai_model", [](ServerConfig& c, const std::string&, const std::string& v) { c.openaiModel = v; }},
+        {"openai_api_key",
+         [](ServerConfig& c, const std::string&, const std::string& v) { c.openaiApiKey = v; }},
+        {"openai_model",
+         [](ServerConfig& c, const std::string&, const std::string& v) { c.openaiModel = v; }},
         {"command", [](ServerConfig& c, const std::string&, const std::string& v) { c.command = v; }},
         {"command_timeout_seconds",
-         [](ServerConfig& c, const std::string& k, const std::string& v) { c.commandTimeoutSeconds = parseNumber(k, v, 1); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.commandTimeoutSeconds = parseNumber(k, v, 1);
+         }},
         {"chat_url", [](ServerConfig& c, const std::string&, const std::string& v) { c.chatUrl = v; }},
         {"chat_api_key", [](ServerConfig& c, const std::string&, const std::string& v) { c.chatApiKey = v; }},
         {"chat_model", [](ServerConfig& c, const std::string&, const std::string& v) { c.chatModel = v; }},
         {"mail_delivery",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
-             if (v != "outbox" && v != "smtp") throw ConfigError("Invalid value for " + k + ": \"" + v + "\" (outbox or smtp)");
+             if (v != "outbox" && v != "smtp")
+                 throw ConfigError("Invalid value for " + k + ": \"" + v + "\" (outbox or smtp)");
              c.mailDelivery = v;
          }},
         {"mail_from", [](ServerConfig& c, const std::string&, const std::string& v) { c.mailFrom = v; }},
         {"smtp_url", [](ServerConfig& c, const std::string&, const std::string& v) { c.smtpUrl = v; }},
         {"smtp_user", [](ServerConfig& c, const std::string&, const std::string& v) { c.smtpUser = v; }},
-        {"smtp_password", [](ServerConfig& c, const std::string&, const std::string& v) { c.smtpPassword = v; }},
+        {"smtp_password",
+         [](ServerConfig& c, const std::string&, const std::string& v) { c.smtpPassword = v; }},
         {"access_token_ttl_seconds",
-         [](ServerConfig& c, const std::string& k, const std::string& v) { c.accessTokenTtlSeconds = parseNumber(k, v, 1); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.accessTokenTtlSeconds = parseNumber(k, v, 1);
+         }},
         {"refresh_token_ttl_seconds",
-         [](ServerConfig& c, const std::string& k, const std::string& v) { c.refreshTokenTtlSeconds = parseNumber(k, v, 1); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.refreshTokenTtlSeconds = parseNumber(k, v, 1);
+         }},
         {"max_body_bytes",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxBodyBytes = static_cast<size_t>(parseNumber(k, v, 1024));
          }},
-        {"max_audio_seconds",
-         [](ServerConfig& c, const std::string& k, const std::string& v) { c.maxAudioSeconds = parseNumber(k, v, 1); }},
+        {"max_audio_seconds", [](ServerConfig& c, const std::string& k,
+                                 const std::string& v) { c.maxAudioSeconds = parseNumber(k, v, 1); }},
         {"max_support_message_chars",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxSupportMessageChars = static_cast<size_t>(parseNumber(k, v, 1));
@@ -96,7 +108,8 @@ std::string upper(std::string s) {
 std::string usageText() {
     return "Usage: vocle-server [--listen HOST:PORT] [--data-dir DIR] [--config FILE]\n"
            "\n"
-           "The Vocle backend: e-mail code sign-in, settings and templates, transcription, support messages.\n"
+           "The Vocle backend: e-mail code sign-in, settings and templates, transcription, support "
+           "messages.\n"
            "\n"
            "Options:\n"
            "  --listen HOST:PORT  address to serve on (default 127.0.0.1:8765)\n"
@@ -145,7 +158,8 @@ void applyConfigFile(ServerConfig& config, const std::filesystem::path& file) {
         } else if (value.is_number()) {
             applyConfigValue(config, key, value.dump());
         } else {
-            throw ConfigError("Setting \"" + key + "\" in " + file.string() + " must be a string or a number");
+            throw ConfigError("Setting \"" + key + "\" in " + file.string() +
+                              " must be a string or a number");
         }
     }
 }

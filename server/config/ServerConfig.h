@@ -12,7 +12,7 @@
 namespace vocle::server {
 
 class ConfigError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
@@ -30,7 +30,7 @@ struct ServerConfig {
     std::string openaiUrl;           // origin of an OpenAI-compatible API, e.g. http://127.0.0.1:9000
     std::string openaiApiKey;
     std::string openaiModel = "whisper-1";
-    std::string command;             // program (and arguments) given the WAV path last
+    std::string command;  // program (and arguments) given the WAV path last
     double commandTimeoutSeconds = 120;
 
     // Optional chat model that applies the mode's prompt.

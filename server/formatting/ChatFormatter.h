@@ -9,7 +9,7 @@ namespace vocle::server {
 
 // Applies a mode's prompt with a language model; none means "use the deterministic layout".
 class ChatFormatter {
-public:
+  public:
     virtual ~ChatFormatter() = default;
     virtual std::optional<std::string> format(const std::string& prompt, const std::string& transcript) = 0;
 };
@@ -23,12 +23,12 @@ struct ChatSettings {
 // The transcript goes in as delimited data, never as instructions; the reply is accepted only when it
 // still reads as the same text (see looksLikeFormattedTranscript).
 class OpenAiChatFormatter final : public ChatFormatter {
-public:
+  public:
     explicit OpenAiChatFormatter(ChatSettings settings, CurlClient client = CurlClient(60))
         : settings_(std::move(settings)), client_(client) {}
     std::optional<std::string> format(const std::string& prompt, const std::string& transcript) override;
 
-private:
+  private:
     ChatSettings settings_;
     CurlClient client_;
 };

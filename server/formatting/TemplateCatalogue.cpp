@@ -11,19 +11,22 @@ std::string lower(std::string s) {
 
 TemplateCatalogue::TemplateCatalogue() {
     templates_ = {
-        {"11111111-1111-1111-1111-111111111111", "Raw", "",
-         "English", "The words exactly as recognised, with nothing changed.", true, Layout::Raw},
+        {"11111111-1111-1111-1111-111111111111", "Raw", "", "English",
+         "The words exactly as recognised, with nothing changed.", true, Layout::Raw},
         {kDefaultModeTypeId, "Clean",
          "Clean up the dictated text: remove filler words (um, uh, er), false starts and repetitions, fix "
-         "capitalisation, punctuation and obvious grammar slips. Keep the speaker's words and meaning; do not "
+         "capitalisation, punctuation and obvious grammar slips. Keep the speaker's words and meaning; do "
+         "not "
          "add, summarise or answer anything.",
          "English", "Tidy text: fillers removed, sentences capitalised and punctuated.", true, Layout::Clean},
         {"33333333-3333-3333-3333-333333333333", "Message",
-         "Format the dictated text as a short chat message: remove fillers, fix punctuation, keep it casual and "
+         "Format the dictated text as a short chat message: remove fillers, fix punctuation, keep it casual "
+         "and "
          "concise, no greeting or sign-off unless spoken.",
          "English", "A chat message for Slack, Teams or a text.", true, Layout::Message},
         {"44444444-4444-4444-4444-444444444444", "Email",
-         "Format the dictated text as an e-mail: a greeting line, the body in short paragraphs, and a sign-off. "
+         "Format the dictated text as an e-mail: a greeting line, the body in short paragraphs, and a "
+         "sign-off. "
          "Remove fillers and fix punctuation; keep the speaker's content.",
          "English", "An e-mail with greeting, body and sign-off.", true, Layout::Email},
         {"55555555-5555-5555-5555-555555555555", "Simple Note",

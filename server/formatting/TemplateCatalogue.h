@@ -25,7 +25,7 @@ inline constexpr const char* kDefaultModeTypeId = "22222222-2222-2222-2222-22222
 
 // The mode types the app offers. Bump `version()` whenever an entry changes so clients refresh their cache.
 class TemplateCatalogue {
-public:
+  public:
     TemplateCatalogue();
     const std::vector<ModeTemplate>& templates() const { return templates_; }
     int64_t version() const { return 1; }
@@ -34,7 +34,7 @@ public:
     // By id first, then by name (case-insensitive); "raw" (what the app sends for a type-less mode) is Raw.
     const ModeTemplate* find(const std::optional<std::string>& modeTypeId, const std::string& typeName) const;
 
-private:
+  private:
     std::vector<ModeTemplate> templates_;
 };
 

@@ -13,8 +13,12 @@ std::string lower(std::string_view s) {
     return out;
 }
 
-bool isSentenceEnd(char ch) { return ch == '.' || ch == '?' || ch == '!'; }
-bool isMark(char ch) { return isSentenceEnd(ch) || ch == ',' || ch == ';' || ch == ':'; }
+bool isSentenceEnd(char ch) {
+    return ch == '.' || ch == '?' || ch == '!';
+}
+bool isMark(char ch) {
+    return isSentenceEnd(ch) || ch == ',' || ch == ';' || ch == ':';
+}
 
 std::vector<std::string> words(std::string_view text) {
     std::vector<std::string> out;
@@ -52,7 +56,8 @@ void attachMark(std::vector<std::string>& out, const std::string& mark) {
 }
 
 const std::set<std::string>& fillers() {
-    static const std::set<std::string> set = {"um", "umm", "uh", "uhh", "uhm", "erm", "er", "ah", "hmm", "mm", "mhm"};
+    static const std::set<std::string> set = {"um", "umm", "uh",  "uhh", "uhm", "erm",
+                                              "er", "ah",  "hmm", "mm",  "mhm"};
     return set;
 }
 
@@ -77,8 +82,10 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 
 std::string emailLayout(const std::string& cleaned) {
     static const std::set<std::string> greetings = {"hi", "hello", "hey", "dear"};
-    static const std::set<std::string> notNames = {"i", "i'm", "we", "there", "just", "so", "all", "and", "it", "this"};
-    static const std::set<std::string> closings = {"thanks", "thank", "best", "regards", "cheers", "kind", "sincerely"};
+    static const std::set<std::string> notNames = {"i",  "i'm", "we",  "there", "just",
+                                                   "so", "all", "and", "it",    "this"};
+    static const std::set<std::string> closings = {"thanks", "thank", "best",     "regards",
+                                                   "cheers", "kind",  "sincerely"};
     std::vector<std::string> ws = words(cleaned);
     std::string greeting = "Hi,";
     if (!ws.empty() && greetings.count(bare(ws[0]))) {
@@ -182,17 +189,21 @@ std::string format(Layout layout, std::string_view transcript) {
     const std::string cleaned = clean(transcript);
     switch (layout) {
         case Layout::Raw:
-        case Layout::Clean: return cleaned;
+        case Layout::Clean:
+            return cleaned;
         case Layout::Message: {
             // Chat messages usually go without a closing full stop; questions and exclamations keep theirs.
             std::string message = cleaned;
-            if (!message.empty() && message.back() == '.' && (message.size() < 2 || message[message.size() - 2] != '.')) {
+            if (!message.empty() && message.back() == '.' &&
+                (message.size() < 2 || message[message.size() - 2] != '.')) {
                 message.pop_back();
             }
             return message;
         }
-        case Layout::Email: return cleaned.empty() ? cleaned : emailLayout(cleaned);
-        case Layout::SimpleNote: return join(sentences(cleaned), "\n");
+        case Layout::Email:
+            return cleaned.empty() ? cleaned : emailLayout(cleaned);
+        case Layout::SimpleNote:
+            return join(sentences(cleaned), "\n");
         case Layout::OrganizedNote: {
             std::vector<std::string> lines;
             for (const auto& s : sentences(cleaned)) lines.push_back("- " + s);

@@ -7,8 +7,12 @@ namespace vocle::server {
 
 namespace {
 
-bool isWordByte(unsigned char ch) { return std::isalnum(ch) || ch == '_' || ch == '\'' || ch >= 0x80; }
-bool isBlank(unsigned char ch) { return ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r'; }
+bool isWordByte(unsigned char ch) {
+    return std::isalnum(ch) || ch == '_' || ch == '\'' || ch >= 0x80;
+}
+bool isBlank(unsigned char ch) {
+    return ch == ' ' || ch == '\t' || ch == '\n' || ch == '\r';
+}
 
 std::string normalizedPhrase(std::string_view from) {
     std::string out;
@@ -60,7 +64,8 @@ std::string replaceOne(std::string_view text, const TextReplacement& r) {
     std::string out;
     size_t i = 0;
     while (i < text.size()) {
-        const bool boundaryBefore = !wordStart || i == 0 || !isWordByte(static_cast<unsigned char>(text[i - 1]));
+        const bool boundaryBefore =
+            !wordStart || i == 0 || !isWordByte(static_cast<unsigned char>(text[i - 1]));
         if (boundaryBefore) {
             if (auto end = matchAt(text, i, phrase)) {
                 const bool boundaryAfter =

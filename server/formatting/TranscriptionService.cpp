@@ -8,7 +8,8 @@ namespace vocle::server {
 
 std::string TranscriptionService::transcribe(const TranscriptionJob& job) {
     const std::vector<int16_t> pcm = decodeToSpeechPcm(job.audio, maxAudioSeconds_);
-    const std::string recognised = engine_.transcribe(pcm, {job.mode.language, job.mode.prompt, job.vocabWords});
+    const std::string recognised =
+        engine_.transcribe(pcm, {job.mode.language, job.mode.prompt, job.vocabWords});
     return finish(recognised, job);
 }
 
@@ -23,7 +24,9 @@ std::string TranscriptionService::finish(const std::string& recognised, const Tr
     } else {
         const std::string fallback = text_formatter::format(layout, corrected);
         formatted = fallback;
-        const std::string prompt = !job.mode.prompt.empty() ? job.mode.prompt : found ? found->prompt : std::string();
+        const std::string prompt = !job.mode.prompt.empty() ? job.mode.prompt
+                                   : found                  ? found->prompt
+                                                            : std::string();
         if (chat_ && !prompt.empty()) {
             const auto answer = chat_->format(prompt, corrected);
             if (answer && looksLikeFormattedTranscript(*answer, corrected)) {

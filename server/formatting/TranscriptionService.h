@@ -29,7 +29,7 @@ struct TranscriptionJob {
 
 // Audio to final text: decode, recognise, vocabulary, the mode's formatting, then the replacements.
 class TranscriptionService {
-public:
+  public:
     TranscriptionService(SpeechEngine& engine, const TemplateCatalogue& templates, ChatFormatter* chat,
                          double maxAudioSeconds)
         : engine_(engine), templates_(templates), chat_(chat), maxAudioSeconds_(maxAudioSeconds) {}
@@ -38,7 +38,7 @@ public:
     // The text steps alone, on a transcript the engine produced.
     std::string finish(const std::string& recognised, const TranscriptionJob& job);
 
-private:
+  private:
     SpeechEngine& engine_;
     const TemplateCatalogue& templates_;
     ChatFormatter* chat_;

@@ -134,7 +134,8 @@ std::string applyVocabulary(std::string_view text, const std::vector<std::string
                 if (span > term.words + 1) continue;
                 if (combined[0] != term.key[0]) continue;
                 const size_t limit = allowedDistance(term.key.size());
-                if (combined.size() + limit < term.key.size() || combined.size() > term.key.size() + limit) continue;
+                if (combined.size() + limit < term.key.size() || combined.size() > term.key.size() + limit)
+                    continue;
                 const size_t d = editDistance(combined, term.key);
                 if (d > limit) continue;
                 if (span > 1 && combined.size() < 4) continue;

@@ -136,7 +136,8 @@ void ApiHandlers::transcribe(const ApiRequest& request, ApiResponse& response) {
 void ApiHandlers::supportMessage(const ApiRequest& request, ApiResponse& response) {
     const auto userId = optionalUser(request, response);
     const std::string message = parseSupportMessage(parseBodyObject(request.body), maxSupportMessageChars_);
-    const int64_t id = support_.add({userId, message, request.header("x-device-id"), request.header("x-app-version")});
+    const int64_t id =
+        support_.add({userId, message, request.header("x-device-id"), request.header("x-app-version")});
     log("vocle-server: support message ", id, " received", userId ? " from user " + *userId : std::string());
     response.body = Json{{"success", true}};
 }

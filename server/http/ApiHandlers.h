@@ -12,9 +12,10 @@ namespace vocle::server {
 
 // The endpoints, over plain request and response values so they can be driven without sockets.
 class ApiHandlers {
-public:
-    ApiHandlers(OtpService& otp, TokenService& tokens, SettingsStore& settings, const TemplateCatalogue& templates,
-                SupportStore& support, TranscriptionService& transcription, size_t maxSupportMessageChars)
+  public:
+    ApiHandlers(OtpService& otp, TokenService& tokens, SettingsStore& settings,
+                const TemplateCatalogue& templates, SupportStore& support,
+                TranscriptionService& transcription, size_t maxSupportMessageChars)
         : otp_(otp),
           tokens_(tokens),
           settings_(settings),
@@ -26,7 +27,7 @@ public:
     // Never throws: every failure becomes a JSON {"error"} response.
     ApiResponse handle(const ApiRequest& request);
 
-private:
+  private:
     // Handlers fill `response`; a failure thrown as HttpError keeps the headers already set, so a token
     // rotation is never lost to a later error in the same request.
     void route(const ApiRequest& request, ApiResponse& response);

@@ -32,7 +32,7 @@ struct ApiResponse {
 
 // A failure with the status and the text the client gets as {"error": text}.
 class HttpError : public std::runtime_error {
-public:
+  public:
     HttpError(int status, const std::string& message) : std::runtime_error(message), status(status) {}
     int status;
 };

@@ -23,12 +23,18 @@ std::string lower(std::string s) {
 
 std::string statusMessage(int status) {
     switch (status) {
-        case 400: return "Bad request";
-        case 404: return "Not found";
-        case 405: return "Method not allowed";
-        case 413: return "Request body too large";
-        case 414: return "Request URI too long";
-        default: return status >= 500 ? "Internal server error" : "Request failed";
+        case 400:
+            return "Bad request";
+        case 404:
+            return "Not found";
+        case 405:
+            return "Method not allowed";
+        case 413:
+            return "Request body too large";
+        case 414:
+            return "Request URI too long";
+        default:
+            return status >= 500 ? "Internal server error" : "Request failed";
     }
 }
 
@@ -82,12 +88,14 @@ HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::mak
         const auto ms = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 1000.0;
         char msText[32];
         std::snprintf(msText, sizeof msText, "%.1f", ms);
-        log("vocle-server: ", req.method, " ", req.path, " ", res.status, " ", msText, " ms user=",
-            requestUser.empty() ? "-" : requestUser);
+        log("vocle-server: ", req.method, " ", req.path, " ", res.status, " ", msText,
+            " ms user=", requestUser.empty() ? "-" : requestUser);
     });
 }
 
-HttpServer::~HttpServer() { stop(); }
+HttpServer::~HttpServer() {
+    stop();
+}
 
 // The packaged cpp-httplib listens with a backlog of 5, so a burst of clients overflows the accept
 // queue and the dropped handshakes come back only after a one-second retransmission. Linux lets
@@ -102,8 +110,10 @@ void HttpServer::widenListenBacklog(int port) {
         socklen_t addressLength = sizeof address;
         if (getsockname(fd, reinterpret_cast<sockaddr*>(&address), &addressLength) != 0) continue;
         int boundPort = -1;
-        if (address.ss_family == AF_INET) boundPort = ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
-        if (address.ss_family == AF_INET6) boundPort = ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
+        if (address.ss_family == AF_INET)
+            boundPort = ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
+        if (address.ss_family == AF_INET6)
+            boundPort = ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
         if (boundPort == port) ::listen(fd, SOMAXCONN);
     }
 }
@@ -120,12 +130,15 @@ int HttpServer::bind(const std::string& host, int port) {
     return bound;
 }
 
-void HttpServer::run() { server_->listen_after_bind(); }
+void HttpServer::run() {
+    server_->listen_after_bind();
+}
 
 void HttpServer::start() {
     thread_ = std::thread([this] { server_->listen_after_bind(); });
     // listen_after_bind() flips is_running() once it accepts; wait for that so callers can connect at once.
-    for (int i = 0; i < 5000 && !server_->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    for (int i = 0; i < 5000 && !server_->is_running(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 void HttpServer::stop() {

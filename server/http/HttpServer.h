@@ -15,7 +15,7 @@ namespace vocle::server {
 // cpp-httplib in front of ApiHandlers: body limit, JSON errors for everything the library answers by
 // itself (404, 413, malformed requests), and one log line per request.
 class HttpServer {
-public:
+  public:
     HttpServer(ApiHandlers& api, size_t maxBodyBytes);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
@@ -29,7 +29,7 @@ public:
     void start();
     void stop();
 
-private:
+  private:
     static void widenListenBacklog(int port);
 
     std::unique_ptr<httplib::Server> server_;

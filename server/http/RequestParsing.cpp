@@ -6,7 +6,9 @@ namespace vocle::server {
 
 namespace {
 
-[[noreturn]] void bad(const std::string& message) { throw HttpError(400, message); }
+[[noreturn]] void bad(const std::string& message) {
+    throw HttpError(400, message);
+}
 
 std::string stringField(const Json& object, const char* key, const std::string& where, bool required,
                         const std::string& fallback = {}) {
@@ -36,9 +38,13 @@ Json parseBodyObject(std::string_view body) {
     return json;
 }
 
-std::string parseEmailField(const Json& body) { return stringField(body, "email", "", true); }
+std::string parseEmailField(const Json& body) {
+    return stringField(body, "email", "", true);
+}
 
-std::string parseCodeField(const Json& body) { return stringField(body, "token", "", true); }
+std::string parseCodeField(const Json& body) {
+    return stringField(body, "token", "", true);
+}
 
 TranscriptionJob parseTranscribeRequest(const Json& body) {
     TranscriptionJob job;
@@ -83,7 +89,8 @@ void validateSettingsDocument(const Json& settings) {
         for (const Json& mode : *modes) {
             if (!mode.is_object()) bad("Each mode must be an object");
             const std::string where = " in a mode";
-            for (const char* key : {"id", "name", "type", "prompt", "language"}) stringField(mode, key, where, true);
+            for (const char* key : {"id", "name", "type", "prompt", "language"})
+                stringField(mode, key, where, true);
             for (const char* key : {"mode_type_id", "activation_website", "activation_application"}) {
                 optionalStringMember(mode, key, where);
             }
@@ -132,7 +139,8 @@ std::string parseSupportMessage(const Json& body, size_t maxChars) {
     while (e > b && std::isspace(static_cast<unsigned char>(message[e - 1]))) --e;
     message = message.substr(b, e - b);
     if (message.empty()) bad("Message cannot be empty");
-    if (message.size() > maxChars) bad("Message is too long (at most " + std::to_string(maxChars) + " characters)");
+    if (message.size() > maxChars)
+        bad("Message is too long (at most " + std::to_string(maxChars) + " characters)");
     return message;
 }
 

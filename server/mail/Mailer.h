@@ -13,7 +13,7 @@ struct MailMessage {
 };
 
 class MailError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
@@ -25,7 +25,7 @@ std::string formatRfc5322(const MailMessage& message, double date, const std::st
 std::string mailAddress(const std::string& nameAndAddress);
 
 class Mailer {
-public:
+  public:
     virtual ~Mailer() = default;
     // Throws MailError when the message could not be handed on.
     virtual void send(const MailMessage& message) = 0;

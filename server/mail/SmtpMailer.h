@@ -16,11 +16,11 @@ struct SmtpSettings {
 
 // Hands messages to a relay through libcurl.
 class SmtpMailer final : public Mailer {
-public:
+  public:
     SmtpMailer(SmtpSettings settings, const Clock& clock) : settings_(std::move(settings)), clock_(clock) {}
     void send(const MailMessage& message) override;
 
-private:
+  private:
     SmtpSettings settings_;
     const Clock& clock_;
 };

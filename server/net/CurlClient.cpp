@@ -51,7 +51,8 @@ std::string joinUrl(const std::string& base, const std::string& path) {
     return b + path;
 }
 
-CurlResponse CurlClient::postJson(const std::string& url, const std::string& bearer, const std::string& json) const {
+CurlResponse CurlClient::postJson(const std::string& url, const std::string& bearer,
+                                  const std::string& json) const {
     std::unique_ptr<CURL, CurlDeleter> curl(curl_easy_init());
     if (!curl) throw std::runtime_error("libcurl could not start");
     std::unique_ptr<curl_slist, ListDeleter> headers(

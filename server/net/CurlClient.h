@@ -20,13 +20,13 @@ struct MultipartPart {
 // Blocking requests to upstream services (speech and chat endpoints). Transport failures throw
 // std::runtime_error with libcurl's reason; HTTP errors are returned with their status.
 class CurlClient {
-public:
+  public:
     explicit CurlClient(long timeoutSeconds = 120) : timeoutSeconds_(timeoutSeconds) {}
     CurlResponse postJson(const std::string& url, const std::string& bearer, const std::string& json) const;
     CurlResponse postMultipart(const std::string& url, const std::string& bearer,
                                const std::vector<MultipartPart>& parts) const;
 
-private:
+  private:
     long timeoutSeconds_;
 };
 

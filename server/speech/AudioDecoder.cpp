@@ -43,10 +43,17 @@ int64_t seekTo(void* opaque, int64_t offset, int whence) {
     if (whence & AVSEEK_SIZE) return size;
     int64_t target = 0;
     switch (whence & ~AVSEEK_FORCE) {
-        case SEEK_SET: target = offset; break;
-        case SEEK_CUR: target = r->position + offset; break;
-        case SEEK_END: target = size + offset; break;
-        default: return -1;
+        case SEEK_SET:
+            target = offset;
+            break;
+        case SEEK_CUR:
+            target = r->position + offset;
+            break;
+        case SEEK_END:
+            target = size + offset;
+            break;
+        default:
+            return -1;
     }
     if (target < 0 || target > size) return -1;
     r->position = target;
@@ -113,8 +120,8 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
     AVStream* stream = formatContext->streams[streamIndex];
     const AVCodecID codecId = stream->codecpar->codec_id;
     if (format == AudioFormat::Mpeg4 && codecId != AV_CODEC_ID_AAC) {
-        throw UnsupportedAudio(std::string("Unsupported audio codec in MPEG-4: ") + avcodec_get_name(codecId) +
-                               " (send AAC)");
+        throw UnsupportedAudio(std::string("Unsupported audio codec in MPEG-4: ") +
+                               avcodec_get_name(codecId) + " (send AAC)");
     }
     const AVCodec* codec = avcodec_find_decoder(codecId);
     if (!codec) throw UnsupportedAudio(std::string("Unsupported audio codec: ") + avcodec_get_name(codecId));

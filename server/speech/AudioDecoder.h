@@ -14,13 +14,13 @@ AudioFormat detectAudioFormat(std::string_view bytes);
 
 // The bytes are a format we do not take (415).
 class UnsupportedAudio : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
 // The bytes claim a supported format but cannot be decoded (400).
 class CorruptAudio : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 

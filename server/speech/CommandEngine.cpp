@@ -40,15 +40,19 @@ std::vector<std::string> CommandEngine::splitCommandLine(const std::string& line
 }
 
 CommandEngine::CommandEngine(std::string commandLine, std::filesystem::path scratchDir, double timeoutSeconds)
-    : argv_(splitCommandLine(commandLine)), scratchDir_(std::move(scratchDir)), timeoutSeconds_(timeoutSeconds) {
+    : argv_(splitCommandLine(commandLine)),
+      scratchDir_(std::move(scratchDir)),
+      timeoutSeconds_(timeoutSeconds) {
     if (argv_.empty()) throw EngineError("The command engine needs a program to run");
 }
 
 std::string CommandEngine::transcribe(const std::vector<int16_t>& pcm, const SpeechRequest& request) {
     std::string error;
-    if (!ensureDirectory(scratchDir_, &error)) throw EngineError("Cannot create " + scratchDir_.string() + ": " + error);
+    if (!ensureDirectory(scratchDir_, &error))
+        throw EngineError("Cannot create " + scratchDir_.string() + ": " + error);
     const auto wavPath = scratchDir_ / ("speech-" + Uuid::random().string() + ".wav");
-    if (!writeFileAtomically(wavPath, encodeWav(pcm, 16000), &error)) throw EngineError("Cannot write audio: " + error);
+    if (!writeFileAtomically(wavPath, encodeWav(pcm, 16000), &error))
+        throw EngineError("Cannot write audio: " + error);
     struct Cleanup {
         std::filesystem::path path;
         ~Cleanup() {
@@ -86,14 +90,16 @@ std::string CommandEngine::transcribe(const std::vector<int16_t>& pcm, const Spe
     close(out[1]);
     if (rc != 0) {
         close(out[0]);
-        throw EngineError("The speech command \"" + argv_[0] + "\" could not be started: " + std::strerror(rc));
+        throw EngineError("The speech command \"" + argv_[0] +
+                          "\" could not be started: " + std::strerror(rc));
     }
 
     std::string text;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(timeoutSeconds_);
     bool timedOut = false;
     for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) {
             timedOut = true;
             break;

@@ -13,7 +13,7 @@ namespace vocle::server {
 // on blanks (double quotes group). The language, prompt and vocabulary travel in VOCLE_LANGUAGE,
 // VOCLE_PROMPT and VOCLE_VOCABULARY.
 class CommandEngine final : public SpeechEngine {
-public:
+  public:
     CommandEngine(std::string commandLine, std::filesystem::path scratchDir, double timeoutSeconds);
 
     std::string name() const override { return "command"; }
@@ -21,7 +21,7 @@ public:
 
     static std::vector<std::string> splitCommandLine(const std::string& commandLine);
 
-private:
+  private:
     std::vector<std::string> argv_;
     std::filesystem::path scratchDir_;
     double timeoutSeconds_;

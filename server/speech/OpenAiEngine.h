@@ -16,7 +16,7 @@ struct OpenAiSettings {
 // Any OpenAI-compatible transcription endpoint. The mode's prompt and the vocabulary become its prompt,
 // which is how such models are steered towards spellings.
 class OpenAiEngine final : public SpeechEngine {
-public:
+  public:
     explicit OpenAiEngine(OpenAiSettings settings, CurlClient client = CurlClient())
         : settings_(std::move(settings)), client_(client) {}
     std::string name() const override { return "openai"; }
@@ -24,7 +24,7 @@ public:
 
     static std::string promptFor(const SpeechRequest& request);
 
-private:
+  private:
     OpenAiSettings settings_;
     CurlClient client_;
 };

@@ -1,7 +1,7 @@
 #include "speech/PocketsphinxEngine.h"
 
-#include <sphinxbase/err.h>
 #include <pocketsphinx.h>
+#include <sphinxbase/err.h>
 
 #include "foundation/Log.h"
 
@@ -19,13 +19,14 @@ ps_decoder_s* PocketsphinxEngine::createDecoder(const PocketsphinxModel& model) 
         }
     }
     err_set_logfp(nullptr);  // the library is chatty on stderr; our own log says what matters
-    cmd_ln_t* config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", model.hmm.c_str(), "-lm",
-                                   model.languageModel.c_str(), "-dict", model.dictionary.c_str(), "-logfn",
-                                   "/dev/null", nullptr);
+    cmd_ln_t* config =
+        cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", model.hmm.c_str(), "-lm", model.languageModel.c_str(),
+                    "-dict", model.dictionary.c_str(), "-logfn", "/dev/null", nullptr);
     if (!config) throw EngineError("The pocketsphinx configuration was rejected");
     ps_decoder_t* decoder = ps_init(config);
     cmd_ln_free_r(config);
-    if (!decoder) throw EngineError("The pocketsphinx decoder could not be created from " + model.hmm.string());
+    if (!decoder)
+        throw EngineError("The pocketsphinx decoder could not be created from " + model.hmm.string());
     return decoder;
 }
 
@@ -53,7 +54,8 @@ PocketsphinxEngine::PocketsphinxEngine(const PocketsphinxModel& model, int worke
         throw;
     }
     idle_ = all_;
-    log("vocle-server: pocketsphinx ready with ", all_.size(), " decoder(s) from ", model.hmm.parent_path().string());
+    log("vocle-server: pocketsphinx ready with ", all_.size(), " decoder(s) from ",
+        model.hmm.parent_path().string());
 }
 
 PocketsphinxEngine::~PocketsphinxEngine() {
@@ -62,8 +64,8 @@ PocketsphinxEngine::~PocketsphinxEngine() {
 
 std::string PocketsphinxEngine::transcribe(const std::vector<int16_t>& pcm, const SpeechRequest& request) {
     if (!isEnglish(request.language)) {
-        throw UnsupportedLanguage("The pocketsphinx engine only recognises English; language \"" + request.language +
-                                  "\" is not available on this server");
+        throw UnsupportedLanguage("The pocketsphinx engine only recognises English; language \"" +
+                                  request.language + "\" is not available on this server");
     }
     ps_decoder_s* decoder = nullptr;
     {

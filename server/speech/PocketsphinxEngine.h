@@ -22,7 +22,7 @@ struct PocketsphinxModel {
 // Recognises one whole utterance with a fresh cepstral mean, so each result depends on its audio alone.
 // Decoders are not thread-safe, so `workers` of them are loaded and lent out one request at a time.
 class PocketsphinxEngine final : public SpeechEngine {
-public:
+  public:
     PocketsphinxEngine(const PocketsphinxModel& model, int workers);
     ~PocketsphinxEngine() override;
 
@@ -34,7 +34,7 @@ public:
     static ps_decoder_s* createDecoder(const PocketsphinxModel& model);
     static void freeDecoder(ps_decoder_s* decoder);
 
-private:
+  private:
     std::mutex mutex_;
     std::condition_variable available_;
     std::vector<ps_decoder_s*> idle_;

@@ -15,20 +15,20 @@ struct SpeechRequest {
 
 // The engine cannot handle the requested language (422).
 class UnsupportedLanguage : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
 // The engine failed for reasons of its own (502 for upstreams, 500 otherwise).
 class EngineError : public std::runtime_error {
-public:
+  public:
     explicit EngineError(const std::string& message, bool upstream = false)
         : std::runtime_error(message), upstream(upstream) {}
     bool upstream;
 };
 
 class SpeechEngine {
-public:
+  public:
     virtual ~SpeechEngine() = default;
     virtual std::string name() const = 0;
     // 16 kHz mono samples to text; safe to call from several threads.

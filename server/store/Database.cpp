@@ -119,12 +119,19 @@ std::vector<SqlRow> SqlConnection::query(const std::string& sql, const std::vect
         const int columns = sqlite3_column_count(stmt);
         for (int c = 0; c < columns; ++c) {
             switch (sqlite3_column_type(stmt, c)) {
-                case SQLITE_INTEGER: row.values.emplace_back(static_cast<int64_t>(sqlite3_column_int64(stmt, c))); break;
-                case SQLITE_FLOAT: row.values.emplace_back(sqlite3_column_double(stmt, c)); break;
-                case SQLITE_NULL: row.values.emplace_back(nullptr); break;
+                case SQLITE_INTEGER:
+                    row.values.emplace_back(static_cast<int64_t>(sqlite3_column_int64(stmt, c)));
+                    break;
+                case SQLITE_FLOAT:
+                    row.values.emplace_back(sqlite3_column_double(stmt, c));
+                    break;
+                case SQLITE_NULL:
+                    row.values.emplace_back(nullptr);
+                    break;
                 default: {
                     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, c));
-                    row.values.emplace_back(std::string(text, static_cast<size_t>(sqlite3_column_bytes(stmt, c))));
+                    row.values.emplace_back(
+                        std::string(text, static_cast<size_t>(sqlite3_column_bytes(stmt, c))));
                 }
             }
         }
@@ -153,10 +160,13 @@ void SqlConnection::exec(const std::string& sql, const std::vector<SqlValue>& pa
     query(sql, params);
 }
 
-int SqlConnection::changes() const { return sqlite3_changes(db_); }
+int SqlConnection::changes() const {
+    return sqlite3_changes(db_);
+}
 
 Database::Database(const std::filesystem::path& file) {
-    if (sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+    if (sqlite3_open_v2(file.c_str(), &db_,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
                         nullptr) != SQLITE_OK) {
         std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
         sqlite3_close(db_);
@@ -175,7 +185,9 @@ Database::~Database() {
     if (db_) sqlite3_close(db_);
 }
 
-int Database::latestSchemaVersion() { return static_cast<int>(migrations().size()); }
+int Database::latestSchemaVersion() {
+    return static_cast<int>(migrations().size());
+}
 
 int Database::schemaVersion() {
     std::lock_guard lock(mutex_);
@@ -188,7 +200,8 @@ void Database::migrate() {
     const int latest = latestSchemaVersion();
     if (current > latest) {
         throw DatabaseError("The database schema (version " + std::to_string(current) +
-                            ") is newer than this vocle-server understands (version " + std::to_string(latest) + ")");
+                            ") is newer than this vocle-server understands (version " +
+                            std::to_string(latest) + ")");
     }
     for (int version = current; version < latest; ++version) {
         transaction([&](SqlConnection& c) {

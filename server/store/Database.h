@@ -15,7 +15,7 @@
 namespace vocle::server {
 
 class DatabaseError : public std::runtime_error {
-public:
+  public:
     using std::runtime_error::runtime_error;
 };
 
@@ -31,21 +31,21 @@ struct SqlRow {
 
 // The one open connection; only reachable while the database lock is held.
 class SqlConnection {
-public:
+  public:
     explicit SqlConnection(sqlite3* db) : db_(db) {}
     void exec(const std::string& sql, const std::vector<SqlValue>& params = {});
     std::vector<SqlRow> query(const std::string& sql, const std::vector<SqlValue>& params = {});
     std::optional<SqlRow> queryOne(const std::string& sql, const std::vector<SqlValue>& params = {});
     int changes() const;
 
-private:
+  private:
     sqlite3* db_;
 };
 
 // SQLite file in WAL mode; the schema is created and migrated when it opens. Calls are serialised on
 // one connection, which keeps multi-statement operations atomic without per-call locking.
 class Database {
-public:
+  public:
     explicit Database(const std::filesystem::path& file);
     ~Database();
     Database(const Database&) = delete;
@@ -78,7 +78,7 @@ public:
     int schemaVersion();
     static int latestSchemaVersion();
 
-private:
+  private:
     void migrate();
 
     std::mutex mutex_;

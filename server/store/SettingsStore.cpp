@@ -19,7 +19,8 @@ StoredSettings SettingsStore::save(const std::string& userId, const Json& docume
     const double now = clock_.now();
     return db_.transaction([&](SqlConnection& c) {
         int64_t current = 0;
-        if (auto row = c.queryOne("SELECT version FROM settings WHERE user_id = ?", {userId})) current = row->integer(0);
+        if (auto row = c.queryOne("SELECT version FROM settings WHERE user_id = ?", {userId}))
+            current = row->integer(0);
         if (ifMatchVersion && *ifMatchVersion != current) throw VersionConflict(current);
         const int64_t next = current + 1;
         c.exec(

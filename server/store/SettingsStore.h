@@ -12,7 +12,7 @@
 namespace vocle::server {
 
 class VersionConflict : public std::runtime_error {
-public:
+  public:
     explicit VersionConflict(int64_t current)
         : std::runtime_error("Settings version conflict: the stored version is " + std::to_string(current)),
           currentVersion(current) {}
@@ -27,15 +27,16 @@ struct StoredSettings {
 // The user's settings backup; each stored backup is one version higher and older versions are kept
 // (the most recent `historyLimit`) so that a bad upload can be undone by an operator.
 class SettingsStore {
-public:
+  public:
     SettingsStore(Database& db, const Clock& clock, int historyLimit = 50)
         : db_(db), clock_(clock), historyLimit_(historyLimit) {}
 
     StoredSettings load(const std::string& userId);
     // Throws VersionConflict when `ifMatchVersion` is given and differs from the stored version.
-    StoredSettings save(const std::string& userId, const Json& document, std::optional<int64_t> ifMatchVersion);
+    StoredSettings save(const std::string& userId, const Json& document,
+                        std::optional<int64_t> ifMatchVersion);
 
-private:
+  private:
     Database& db_;
     const Clock& clock_;
     int historyLimit_;

@@ -17,11 +17,11 @@ struct SupportMessage {
 };
 
 class SupportStore {
-public:
+  public:
     SupportStore(Database& db, const Clock& clock) : db_(db), clock_(clock) {}
     int64_t add(const SupportMessage& message);
 
-private:
+  private:
     Database& db_;
     const Clock& clock_;
 };

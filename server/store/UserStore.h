@@ -13,13 +13,13 @@ struct User {
 };
 
 class UserStore {
-public:
+  public:
     explicit UserStore(Database& db) : db_(db) {}
     // Inside a caller's transaction: the user for this address, created at the first sign-in.
     static User findOrCreate(SqlConnection& c, const std::string& email, double now);
     std::optional<User> find(const std::string& id);
 
-private:
+  private:
     Database& db_;
 };
 

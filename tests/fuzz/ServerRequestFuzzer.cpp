@@ -25,8 +25,12 @@ void parseRequest(uint8_t which, std::string_view input) {
                 if (job.audio.empty()) __builtin_trap();  // accepted audio is never empty
                 break;
             }
-            case 1: parseSettingsPost(parseBodyObject(input)); break;
-            case 2: parseSupportMessage(parseBodyObject(input), 1000); break;
+            case 1:
+                parseSettingsPost(parseBodyObject(input));
+                break;
+            case 2:
+                parseSupportMessage(parseBodyObject(input), 1000);
+                break;
             case 3: {
                 const vocle::Json body = parseBodyObject(input);
                 parseEmailField(body);
@@ -76,15 +80,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         case 0:
         case 1:
         case 2:
-        case 3: parseRequest(data[0], input); break;
+        case 3:
+            parseRequest(data[0], input);
+            break;
         case 4: {
             if (auto credentials = parseAuthorization(input)) {
                 if (credentials->accessToken.empty()) __builtin_trap();
             }
             break;
         }
-        case 5: processText(input); break;
-        case 6: decodeAudio(input); break;
+        case 5:
+            processText(input);
+            break;
+        case 6:
+            decodeAudio(input);
+            break;
     }
     return 0;
 }

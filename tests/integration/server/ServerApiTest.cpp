@@ -12,14 +12,13 @@ using namespace vocle::testing;
 namespace {
 
 Json settingsDocument(const std::string& vocabulary) {
-    return Json{{"modes",
-                 Json::array({{{"id", "6F0C1B8E-4D5A-4C1E-9F3B-2A7D8E9F0A1B"},
-                               {"name", "Default"},
-                               {"type", "Clean"},
-                               {"prompt", ""},
-                               {"language", "English"},
-                               {"mode_type_id", "22222222-2222-2222-2222-222222222222"},
-                               {"examples", Json::array()}}})},
+    return Json{{"modes", Json::array({{{"id", "6F0C1B8E-4D5A-4C1E-9F3B-2A7D8E9F0A1B"},
+                                        {"name", "Default"},
+                                        {"type", "Clean"},
+                                        {"prompt", ""},
+                                        {"language", "English"},
+                                        {"mode_type_id", "22222222-2222-2222-2222-222222222222"},
+                                        {"examples", Json::array()}}})},
                 {"text_replacements", Json::array({{{"from", "new line"}, {"to", "\n"}}})},
                 {"vocab_words", vocabulary},
                 {"last_active_mode_id", "6F0C1B8E-4D5A-4C1E-9F3B-2A7D8E9F0A1B"}};
@@ -73,11 +72,13 @@ TEST(ServerSignInTest, WholeSignInThroughTheOutboxThenSettings) {
     ASSERT_EQ(first->status, 200) << first->body;
     EXPECT_EQ(jsonOf(first).at("settings_version"), 1);
     EXPECT_EQ(jsonOf(first).at("settings"), settingsDocument("Vocle"));
-    auto second = server.post("/settings", {{"settings", settingsDocument("Vocle, GitHub")}, {"if_match_version", 1}},
-                              "Bearer " + access);
+    auto second =
+        server.post("/settings", {{"settings", settingsDocument("Vocle, GitHub")}, {"if_match_version", 1}},
+                    "Bearer " + access);
     EXPECT_EQ(jsonOf(second).at("settings_version"), 2);
     expectJsonError(
-        server.post("/settings", {{"settings", settingsDocument("lost")}, {"if_match_version", 1}}, "Bearer " + access),
+        server.post("/settings", {{"settings", settingsDocument("lost")}, {"if_match_version", 1}},
+                    "Bearer " + access),
         409);
     const Json stored = jsonOf(server.get("/settings", "Bearer " + access));
     EXPECT_EQ(stored.at("settings_version"), 2);
@@ -111,8 +112,9 @@ TEST(ServerSignInTest, ExpiredAccessTokenIsRotatedThroughResponseHeaders) {
 
     // A rotation survives an error later in the same request.
     server.clock.advance(3600);
-    auto badBody = server.client()->Post("/settings", {{"Authorization", "Bearer " + newAccess + ";refresh=" + newRefresh}},
-                                         "{not json", "application/json");
+    auto badBody = server.client()->Post(
+        "/settings", {{"Authorization", "Bearer " + newAccess + ";refresh=" + newRefresh}}, "{not json",
+        "application/json");
     expectJsonError(badBody, 400);
     EXPECT_TRUE(badBody->has_header("X-Access-Token"));
     EXPECT_TRUE(badBody->has_header("X-Refresh-Token"));
@@ -137,7 +139,8 @@ TEST(ServerSignInTest, RateLimitsAndVoidedCodesAnswerWithoutEnumeration) {
     const std::string code = server.latestCode("ada@example.com");
     const std::string wrong = code == "123456" ? "654321" : "123456";
     for (int i = 0; i < 5; ++i) {
-        expectJsonError(server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", wrong}}), 400);
+        expectJsonError(server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", wrong}}),
+                        400);
     }
     expectJsonError(server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", code}}), 400);
 
@@ -148,7 +151,8 @@ TEST(ServerSignInTest, RateLimitsAndVoidedCodesAnswerWithoutEnumeration) {
     expectJsonError(server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", fresh}}), 400);
 
     expectJsonError(server.post("/auth/send-otp", {{"email", "not an address"}}), 400);
-    expectJsonError(server.post("/auth/verify-otp", {{"email", "nobody@example.com"}, {"token", "000000"}}), 400);
+    expectJsonError(server.post("/auth/verify-otp", {{"email", "nobody@example.com"}, {"token", "000000"}}),
+                    400);
 }
 
 TEST(ServerErrorsTest, EveryFailureIsAJsonError) {
@@ -158,18 +162,22 @@ TEST(ServerErrorsTest, EveryFailureIsAJsonError) {
     expectJsonError(server.get("/transcribe", session.authorization()), 405);
     expectJsonError(server.client()->Post("/auth/send-otp", "{\"email\":", "application/json"), 400);
     expectJsonError(server.client()->Post("/auth/send-otp", "[]", "application/json"), 400);
-    expectJsonError(server.post("/settings", {{"settings", std::string(5000, 'x')}}, session.authorization()), 413);
+    expectJsonError(server.post("/settings", {{"settings", std::string(5000, 'x')}}, session.authorization()),
+                    413);
     expectJsonError(server.post("/transcribe", {{"audio", "AAAA"}, {"mode", Json::object()}}), 401);
-    expectJsonError(server.post("/transcribe", {{"audio", base64::encode(std::string("ID3\x04 an mp3 file"))},
-                                                {"mode", {{"type", "raw"}, {"language", "en"}}}},
+    expectJsonError(server.post("/transcribe",
+                                {{"audio", base64::encode(std::string("ID3\x04 an mp3 file"))},
+                                 {"mode", {{"type", "raw"}, {"language", "en"}}}},
                                 session.authorization()),
                     415);
     const std::string wav = base64::encode(server::encodeWav(std::vector<int16_t>(400, 0), 16000));
-    expectJsonError(server.post("/transcribe", {{"audio", wav}, {"mode", {{"type", "raw"}, {"language", "de"}}}},
-                                session.authorization()),
-                    422);
-    expectJsonError(server.post("/transcribe", {{"audio", base64::encode(std::string("RIFF\0\0\0\0WAVEbroken", 18))},
-                                                {"mode", {{"type", "raw"}, {"language", "en"}}}},
+    expectJsonError(
+        server.post("/transcribe", {{"audio", wav}, {"mode", {{"type", "raw"}, {"language", "de"}}}},
+                    session.authorization()),
+        422);
+    expectJsonError(server.post("/transcribe",
+                                {{"audio", base64::encode(std::string("RIFF\0\0\0\0WAVEbroken", 18))},
+                                 {"mode", {{"type", "raw"}, {"language", "en"}}}},
                                 session.authorization()),
                     400);
     expectJsonError(server.post("/support/message", {{"message", "   "}}), 400);
@@ -178,7 +186,8 @@ TEST(ServerErrorsTest, EveryFailureIsAJsonError) {
 TEST(ServerSupportTest, MessagesAreStoredWithTheUserWhenSignedIn) {
     TestServer server;
     const Session session = server.signIn("ada@example.com");
-    auto signedIn = server.post("/support/message", {{"message", "  The app is great \n"}}, session.authorization());
+    auto signedIn =
+        server.post("/support/message", {{"message", "  The app is great \n"}}, session.authorization());
     ASSERT_EQ(signedIn->status, 200);
     EXPECT_EQ(jsonOf(signedIn), Json({{"success", true}}));
     auto anonymous = server.post("/support/message", {{"message", "Signed out question"}});
@@ -203,19 +212,21 @@ TEST(ServerConcurrencyTest, ThirtyConcurrentRequestsAllSucceed) {
     const Session session = server.signIn("ada@example.com");
     const std::string clip =
         vocle::testing::readText(kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wav");
-    const Json transcribeBody = {{"audio", base64::encode(clip)},
-                                 {"mode", {{"id", "M"}, {"name", "Default"}, {"type", "raw"}, {"prompt", ""}, {"language", "en"}}},
-                                 {"vocab_words", ""},
-                                 {"text_replacements", Json::array()}};
+    const Json transcribeBody = {
+        {"audio", base64::encode(clip)},
+        {"mode", {{"id", "M"}, {"name", "Default"}, {"type", "raw"}, {"prompt", ""}, {"language", "en"}}},
+        {"vocab_words", ""},
+        {"text_replacements", Json::array()}};
     std::vector<int> statuses(30, 0);
     std::vector<std::string> transcripts(30);
     std::vector<std::thread> threads;
     for (int i = 0; i < 30; ++i) {
         threads.emplace_back([&, i] {
-            httplib::Result r = i % 5 == 0   ? server.post("/transcribe", transcribeBody, session.authorization())
-                                : i % 2 == 1 ? server.get("/settings", session.authorization())
-                                             : server.post("/settings", {{"settings", settingsDocument(std::to_string(i))}},
-                                                           session.authorization());
+            httplib::Result r =
+                i % 5 == 0   ? server.post("/transcribe", transcribeBody, session.authorization())
+                : i % 2 == 1 ? server.get("/settings", session.authorization())
+                             : server.post("/settings", {{"settings", settingsDocument(std::to_string(i))}},
+                                           session.authorization());
             if (!r) {
                 ADD_FAILURE() << "request " << i << ": " << httplib::to_string(r.error());
                 return;

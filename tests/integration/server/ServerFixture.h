@@ -35,7 +35,7 @@ struct Session {
 
 // A real vocle-server on a free loopback port with its own data folder and a settable clock.
 class TestServer {
-public:
+  public:
     explicit TestServer(const std::function<void(server::ServerConfig&)>& tweak = {},
                         std::shared_ptr<server::SpeechEngine> engine = nullptr) {
         config.listenHost = "127.0.0.1";
@@ -56,7 +56,8 @@ public:
         return c;
     }
 
-    httplib::Result post(const std::string& path, const Json& body, const std::string& authorization = {}) const {
+    httplib::Result post(const std::string& path, const Json& body,
+                         const std::string& authorization = {}) const {
         httplib::Headers headers = {{"X-Device-Id", "device-1"}, {"X-App-Version", "1.0"}};
         if (!authorization.empty()) headers.emplace("Authorization", authorization);
         return client()->Post(path.c_str(), headers, toCompactJson(body), "application/json");
@@ -107,6 +108,8 @@ public:
     int port = 0;
 };
 
-inline Json jsonOf(const httplib::Result& r) { return parseJson(r->body); }
+inline Json jsonOf(const httplib::Result& r) {
+    return parseJson(r->body);
+}
 
 }  // namespace vocle::testing

@@ -16,7 +16,7 @@ namespace {
 
 // Just enough of an SMTP relay on loopback to receive one message.
 class LoopbackSmtpPeer {
-public:
+  public:
     LoopbackSmtpPeer() {
         listener_ = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address{};
@@ -40,7 +40,7 @@ public:
         return transcript_;
     }
 
-private:
+  private:
     void serveOne() {
         const int client = accept(listener_, nullptr, nullptr);
         if (client < 0) return;
@@ -111,7 +111,8 @@ TEST(ServerSmtpTest, SignInCodeTravelsThroughTheRelay) {
     EXPECT_NE(session.find("RCPT TO:<ada@example.com>"), std::string::npos);
     std::smatch m;
     ASSERT_TRUE(std::regex_search(session, m, std::regex(R"(\r\n    (\d{6})\r\n)"))) << session;
-    auto verified = server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", std::string(m[1])}});
+    auto verified =
+        server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", std::string(m[1])}});
     EXPECT_EQ(verified->status, 200) << verified->body;
 
     // A relay that is gone: the answer is the same, nothing is written, the failure is logged.

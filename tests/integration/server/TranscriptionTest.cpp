@@ -33,7 +33,8 @@ size_t wordErrors(const std::vector<std::string>& ref, const std::vector<std::st
     for (size_t i = 1; i <= ref.size(); ++i) {
         cur[0] = i;
         for (size_t j = 1; j <= hyp.size(); ++j) {
-            cur[j] = std::min({prev[j] + 1, cur[j - 1] + 1, prev[j - 1] + (ref[i - 1] == hyp[j - 1] ? 0 : 1)});
+            cur[j] =
+                std::min({prev[j] + 1, cur[j - 1] + 1, prev[j - 1] + (ref[i - 1] == hyp[j - 1] ? 0 : 1)});
         }
         std::swap(prev, cur);
     }
@@ -82,10 +83,15 @@ std::string encodeAac(const std::filesystem::path& wav, const std::filesystem::p
 Json transcribeBody(const std::string& audio, const std::string& type, const std::string& language = "en",
                     const std::string& vocabulary = "", Json replacements = Json::array(),
                     std::optional<std::string> modeTypeId = std::nullopt) {
-    Json mode = {{"id", "6F0C1B8E-4D5A-4C1E-9F3B-2A7D8E9F0A1B"}, {"name", "Test"}, {"type", type},
-                 {"prompt", ""}, {"language", language}};
+    Json mode = {{"id", "6F0C1B8E-4D5A-4C1E-9F3B-2A7D8E9F0A1B"},
+                 {"name", "Test"},
+                 {"type", type},
+                 {"prompt", ""},
+                 {"language", language}};
     if (modeTypeId) mode["mode_type_id"] = *modeTypeId;
-    return {{"audio", base64::encode(audio)}, {"mode", mode}, {"vocab_words", vocabulary},
+    return {{"audio", base64::encode(audio)},
+            {"mode", mode},
+            {"vocab_words", vocabulary},
             {"text_replacements", replacements}};
 }
 
@@ -108,7 +114,8 @@ TEST(ServerTranscriptionTest, WordErrorRateThroughTheServerMatchesPocketsphinxDi
         const std::string directText = server::PocketsphinxEngine::recognize(direct, readWavSamples(wavPath));
         directErrors += wordErrors(ref, words(directText));
 
-        auto wav = server.post("/transcribe", transcribeBody(readText(wavPath), "raw"), session.authorization());
+        auto wav =
+            server.post("/transcribe", transcribeBody(readText(wavPath), "raw"), session.authorization());
         ASSERT_EQ(wav->status, 200) << wav->body;
         const std::string wavText = jsonOf(wav).at("transcript");
         wavErrors += wordErrors(ref, words(wavText));
@@ -176,15 +183,18 @@ TEST(ServerTranscriptionTest, OpenAiEngineAndChatFormattingAgainstALoopbackPeer)
     std::string seenChatBody;
     peer.Post("/v1/audio/transcriptions", [&](const httplib::Request& req, httplib::Response& res) {
         std::lock_guard lock(mutex);
-        for (const auto& [name, file] : req.files) seenFields[name] = name == "file" ? file.content.substr(0, 4) : file.content;
+        for (const auto& [name, file] : req.files)
+            seenFields[name] = name == "file" ? file.content.substr(0, 4) : file.content;
         seenFields["auth"] = req.get_header_value("Authorization");
         res.set_content(R"({"text":"um the meeting is at noon"})", "application/json");
     });
     peer.Post("/v1/chat/completions", [&](const httplib::Request& req, httplib::Response& res) {
         std::lock_guard lock(mutex);
         seenChatBody = req.body;
-        res.set_content(toCompactJson(Json{{"choices", Json::array({{{"message", {{"role", "assistant"}, {"content", chatReply}}}}})}}),
-                        "application/json");
+        res.set_content(
+            toCompactJson(Json{
+                {"choices", Json::array({{{"message", {{"role", "assistant"}, {"content", chatReply}}}}})}}),
+            "application/json");
     });
     const int peerPort = peer.bind_to_any_port("127.0.0.1");
     std::thread peerThread([&] { peer.listen_after_bind(); });
@@ -216,8 +226,10 @@ TEST(ServerTranscriptionTest, OpenAiEngineAndChatFormattingAgainstALoopbackPeer)
             EXPECT_NE(seenFields["prompt"].find("Noon, Anna"), std::string::npos);
             const Json chat = parseJson(seenChatBody);
             EXPECT_EQ(chat.at("model"), "test-model");
-            EXPECT_NE(chat.at("messages").at(0).at("content").get<std::string>().find("Make it tidy"), std::string::npos);
-            EXPECT_NE(chat.at("messages").at(1).at("content").get<std::string>().find("<transcript>"), std::string::npos);
+            EXPECT_NE(chat.at("messages").at(0).at("content").get<std::string>().find("Make it tidy"),
+                      std::string::npos);
+            EXPECT_NE(chat.at("messages").at(1).at("content").get<std::string>().find("<transcript>"),
+                      std::string::npos);
             chatReply = "The meeting is at Noon!";
         }
         r = server.post("/transcribe", body, session.authorization());
@@ -247,8 +259,10 @@ TEST(ServerTranscriptionTest, OpenAiEngineAndChatFormattingAgainstALoopbackPeer)
         c.openaiUrl = origin;
     });
     const Session session = orphan.signIn("ada@example.com");
-    auto r = orphan.post("/transcribe", transcribeBody(readText(kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wav"), "raw"),
-                         session.authorization());
+    auto r = orphan.post(
+        "/transcribe",
+        transcribeBody(readText(kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wav"), "raw"),
+        session.authorization());
     EXPECT_EQ(r->status, 502);
     EXPECT_TRUE(jsonOf(r).contains("error"));
 }

@@ -18,7 +18,7 @@ using vocle::testing::TestClock;
 namespace {
 
 class AuthServicesTest : public ::testing::Test {
-protected:
+  protected:
     TempDir dir;
     TestClock clock;
     Database db{dir / "db.sqlite3"};
@@ -31,9 +31,14 @@ protected:
         return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(dir / "outbox"),
                                                  std::filesystem::directory_iterator()));
     }
-    std::string latestCode() const {
+    // The code of the newest message; with `to`, the newest one to that address.
+    std::string latestCode(const std::string& to = {}) const {
         std::filesystem::path newest;
         for (const auto& e : std::filesystem::directory_iterator(dir / "outbox")) {
+            if (!to.empty() &&
+                vocle::testing::readText(e.path()).find("To: " + to + "\r\n") == std::string::npos) {
+                continue;
+            }
             if (newest.empty() || e.path().filename() > newest.filename()) newest = e.path();
         }
         std::smatch m;
@@ -50,7 +55,7 @@ TEST_F(AuthServicesTest, CodeSignsInOnceAndCreatesTheUserOnce) {
     const std::string code = latestCode();
     const auto first = otp.verify("someone@example.com", code);
     EXPECT_EQ(first.user.email, "someone@example.com");
-    EXPECT_EQ(first.tokens.accessToken.size(), 43u);  // 256 bits, base64url
+    EXPECT_EQ(first.tokens.accessToken.size(), 43u);                     // 256 bits, base64url
     EXPECT_THROW(otp.verify("someone@example.com", code), SignInError);  // single use
 
     clock.advance(31);
@@ -66,7 +71,8 @@ TEST_F(AuthServicesTest, SecretsAreStoredOnlyHashed) {
     const auto result = otp.verify("a@example.com", code);
     const std::string dump = db.transaction([](SqlConnection& c) {
         std::string all;
-        for (const auto& row : c.query("SELECT code_hash, salt FROM otp_codes")) all += row.text(0) + row.text(1);
+        for (const auto& row : c.query("SELECT code_hash, salt FROM otp_codes"))
+            all += row.text(0) + row.text(1);
         for (const auto& row : c.query("SELECT hash FROM tokens")) all += row.text(0);
         return all;
     });
@@ -92,7 +98,8 @@ TEST_F(AuthServicesTest, FiveWrongAttemptsVoidTheCode) {
     clock.advance(31);
     otp.sendCode("a@example.com");
     const std::string next = latestCode();
-    for (int i = 0; i < 5; ++i) EXPECT_THROW(otp.verify("a@example.com", next == "000000" ? "111111" : "000000"), SignInError);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_THROW(otp.verify("a@example.com", next == "000000" ? "111111" : "000000"), SignInError);
     EXPECT_THROW(otp.verify("a@example.com", next), SignInError);
 }
 
@@ -125,7 +132,8 @@ TEST_F(AuthServicesTest, ANewCodeReplacesTheOldOne) {
 }
 
 TEST_F(AuthServicesTest, InvalidAddressesAreRejected) {
-    for (const char* bad : {"", "plain", "a@b", "@example.com", "a@@example.com", "a b@example.com", "a@example."}) {
+    for (const char* bad :
+         {"", "plain", "a@b", "@example.com", "a@@example.com", "a b@example.com", "a@example."}) {
         EXPECT_THROW(otp.sendCode(bad), SignInError) << bad;
     }
 }
@@ -154,9 +162,9 @@ TEST_F(AuthServicesTest, ExpiredAccessIsRenewedOnlyWithItsValidRefreshToken) {
 
 TEST_F(AuthServicesTest, RefreshTokenOfAnotherUserDoesNotRenew) {
     otp.sendCode("a@example.com");
-    const auto a = otp.verify("a@example.com", latestCode());
+    const auto a = otp.verify("a@example.com", latestCode("a@example.com"));
     otp.sendCode("b@example.com");
-    const auto b = otp.verify("b@example.com", latestCode());
+    const auto b = otp.verify("b@example.com", latestCode("b@example.com"));
     clock.advance(3601);
     EXPECT_FALSE(tokens.authenticate({a.tokens.accessToken, b.tokens.refreshToken}));
     EXPECT_FALSE(tokens.authenticate({"unknown", a.tokens.refreshToken}));
@@ -185,9 +193,8 @@ TEST(SettingsStoreTest, EachBackupRaisesTheVersionAndConflictsAreRefused) {
     const auto loaded = store.load("U");
     EXPECT_EQ(loaded.version, 7);
     EXPECT_EQ(loaded.document->at("vocab_words"), "4");
-    const int64_t kept = db.transaction([](SqlConnection& c) {
-        return c.queryOne("SELECT COUNT(*) FROM settings_history")->integer(0);
-    });
+    const int64_t kept = db.transaction(
+        [](SqlConnection& c) { return c.queryOne("SELECT COUNT(*) FROM settings_history")->integer(0); });
     EXPECT_EQ(kept, 3);
 }
 
@@ -196,7 +203,8 @@ TEST(DatabaseTest, SchemaIsCreatedInWalModeAndReopens) {
     {
         Database db(dir / "db.sqlite3");
         EXPECT_EQ(db.schemaVersion(), Database::latestSchemaVersion());
-        const std::string mode = db.transaction([](SqlConnection& c) { return c.queryOne("PRAGMA journal_mode")->text(0); });
+        const std::string mode =
+            db.transaction([](SqlConnection& c) { return c.queryOne("PRAGMA journal_mode")->text(0); });
         EXPECT_EQ(mode, "wal");
     }
     Database again(dir / "db.sqlite3");

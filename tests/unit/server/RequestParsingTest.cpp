@@ -54,10 +54,17 @@ TEST(RequestParsingTest, RejectsMalformedBodiesWith400) {
     EXPECT_EQ(statusOf([] { parseTranscribeRequest(parseBodyObject(R"({"mode":{}})")); }), 400);
     EXPECT_EQ(statusOf([] { parseTranscribeRequest(parseBodyObject(R"({"audio":"!!!","mode":{}})")); }), 400);
     EXPECT_EQ(statusOf([] { parseTranscribeRequest(parseBodyObject(R"({"audio":"AAAA"})")); }), 400);
-    EXPECT_EQ(statusOf([] { parseTranscribeRequest(parseBodyObject(R"({"audio":"AAAA","mode":{},"text_replacements":[{"from":1}]})")); }), 400);
+    EXPECT_EQ(statusOf([] {
+                  parseTranscribeRequest(
+                      parseBodyObject(R"({"audio":"AAAA","mode":{},"text_replacements":[{"from":1}]})"));
+              }),
+              400);
     EXPECT_EQ(statusOf([] { parseSettingsPost(parseBodyObject(R"({})")); }), 400);
-    EXPECT_EQ(statusOf([] { parseSettingsPost(parseBodyObject(R"({"settings":{"modes":[{"id":"x"}]}})")); }), 400);
-    EXPECT_EQ(statusOf([] { parseSettingsPost(parseBodyObject(R"({"settings":{},"if_match_version":"3"})")); }), 400);
+    EXPECT_EQ(statusOf([] { parseSettingsPost(parseBodyObject(R"({"settings":{"modes":[{"id":"x"}]}})")); }),
+              400);
+    EXPECT_EQ(
+        statusOf([] { parseSettingsPost(parseBodyObject(R"({"settings":{},"if_match_version":"3"})")); }),
+        400);
     EXPECT_EQ(statusOf([] { parseSupportMessage(parseBodyObject(R"({"message":" \n "})"), 100); }), 400);
     EXPECT_EQ(statusOf([] { parseSupportMessage(parseBodyObject(R"({"message":"abcdef"})"), 3); }), 400);
 }

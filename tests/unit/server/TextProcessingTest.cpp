@@ -23,14 +23,14 @@ TEST(TextFormatterTest, LayoutsAreDeterministic) {
     EXPECT_EQ(text_formatter::format(Layout::Clean, spoken), "First point. Second point. Third point.");
     EXPECT_EQ(text_formatter::format(Layout::Message, "see you at noon"), "See you at noon");
     EXPECT_EQ(text_formatter::format(Layout::Message, "are you coming question mark"), "Are you coming?");
-    EXPECT_EQ(text_formatter::format(Layout::SimpleNote, spoken), "First point.\nSecond point.\nThird point.");
+    EXPECT_EQ(text_formatter::format(Layout::SimpleNote, spoken),
+              "First point.\nSecond point.\nThird point.");
     EXPECT_EQ(text_formatter::format(Layout::OrganizedNote, spoken),
               "- First point.\n- Second point.\n- Third point.");
 }
 
 TEST(TextFormatterTest, EmailGetsGreetingBodyAndSignOff) {
-    EXPECT_EQ(text_formatter::format(Layout::Email,
-                                     "hi john the report is ready full stop thanks"),
+    EXPECT_EQ(text_formatter::format(Layout::Email, "hi john the report is ready full stop thanks"),
               "Hi John,\n\nThe report is ready.\n\nThanks,");
     EXPECT_EQ(text_formatter::format(Layout::Email, "the meeting moved to friday"),
               "Hi,\n\nThe meeting moved to friday.\n\nBest regards,");
@@ -65,7 +65,8 @@ TEST(VocabularyCorrectorTest, NearMissesBecomeTheListedTerm) {
 TEST(VocabularyCorrectorTest, ShortWordsOnlyMatchExactly) {
     const auto terms = parseVocabulary("API");
     EXPECT_EQ(applyVocabulary("the api and the ape", terms), "the API and the ape");
-    EXPECT_EQ(applyVocabulary("keep  spacing\nand lines", parseVocabulary("lines")), "keep  spacing\nand lines");
+    EXPECT_EQ(applyVocabulary("keep  spacing\nand lines", parseVocabulary("lines")),
+              "keep  spacing\nand lines");
 }
 
 TEST(TemplateCatalogueTest, OffersTheDefaultTypeAndFindsByIdOrName) {
