@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "foundation/Base64.h"
+#include "foundation/Log.h"
 #include "integration/server/ServerFixture.h"
 #include "speech/WavWriter.h"
 
@@ -240,4 +241,38 @@ TEST(ServerConcurrencyTest, ThirtyConcurrentRequestsAllSucceed) {
     for (int i = 5; i < 30; i += 5) EXPECT_EQ(transcripts[static_cast<size_t>(i)], transcripts[0]);
     EXPECT_FALSE(transcripts[0].empty());
     EXPECT_EQ(jsonOf(server.get("/settings", session.authorization())).at("settings_version"), 12);
+}
+
+TEST(ServerLogTest, OneLinePerRequestWithoutTokensOrCodes) {
+    auto sink = std::make_shared<CapturingLogSink>();
+    ScopedLogSink scoped(sink);
+    TestServer server;
+    server.post("/auth/send-otp", {{"email", "ada@example.com"}});
+    const std::string code = server.latestCode("ada@example.com");
+    auto verified = server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", code}});
+    const Json session = jsonOf(verified);
+    const std::string access = session.at("access_token"), refresh = session.at("refresh_token");
+    const std::string userId = session.at("user").at("id");
+    server.get("/settings", "Bearer " + access + ";refresh=" + refresh);
+    server.clock.advance(3600);
+    auto rotated = server.get("/settings", "Bearer " + access + ";refresh=" + refresh);
+    const std::string newAccess = rotated->get_header_value("X-Access-Token");
+    server.get("/missing");
+
+    // The request log is written after each response is sent, on the server's thread; wait (bounded)
+    // until all five requests are in.
+    for (int i = 0; i < 2000 && sink->count(" ms user=") < 5; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(sink->count("vocle-server: POST /auth/send-otp 200 "), 1u);
+    EXPECT_EQ(sink->count("vocle-server: POST /auth/verify-otp 200 "), 1u);
+    EXPECT_EQ(sink->count("vocle-server: GET /settings 200 "), 2u);
+    EXPECT_EQ(sink->count(" ms user=" + userId), 3u);
+    EXPECT_TRUE(sink->contains("vocle-server: GET /missing 404 "));
+    EXPECT_TRUE(sink->contains("sign-in code sent to a***@example.com"));
+    for (const auto& line : sink->lines()) {
+        for (const std::string& secret : {code, access, refresh, newAccess, std::string("ada@example.com")}) {
+            EXPECT_EQ(line.find(secret), std::string::npos) << line;
+        }
+    }
 }
