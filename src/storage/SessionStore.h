@@ -1,0 +1,41 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "foundation/Json.h"
+#include "foundation/Signal.h"
+#include "storage/FileStorageManager.h"
+
+namespace vocle {
+
+// The signed-in session as kept in "session.json". All four keys are required.
+struct SupabaseSession {
+    std::string accessToken;
+    std::string refreshToken;
+    std::string userId;
+    std::string email;
+
+    static SupabaseSession fromJson(const Json& json);
+    Json toJson() const;
+    friend bool operator==(const SupabaseSession&, const SupabaseSession&) = default;
+};
+
+// Reads and writes the session through the file storage and announces every change.
+class SessionStore {
+public:
+    explicit SessionStore(const FileStorageManager& files) : files_(files) {}
+
+    std::optional<SupabaseSession> load() const;
+    void save(const SupabaseSession& session);
+    // Token rotation: rewrites only when a session is stored and a token differs.
+    void updateTokens(const std::string& accessToken, const std::string& refreshToken);
+
+    // Fires after every save, on the saving thread; sign-out fires it too (from the application state).
+    Signal<> sessionDidChange;
+
+private:
+    const FileStorageManager& files_;
+};
+
+}  // namespace vocle
