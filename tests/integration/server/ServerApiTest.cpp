@@ -37,7 +37,7 @@ void expectJsonError(const httplib::Result& r, int status) {
 }  // namespace
 
 TEST(ServerSignInTest, WholeSignInThroughTheOutboxThenSettings) {
-    TestServer server;
+    TestServer server(withoutSpeech);
     auto sent = server.post("/auth/send-otp", {{"email", "ada@example.com"}});
     ASSERT_TRUE(sent);
     EXPECT_EQ(sent->status, 200);
@@ -93,7 +93,7 @@ TEST(ServerSignInTest, WholeSignInThroughTheOutboxThenSettings) {
 }
 
 TEST(ServerSignInTest, ExpiredAccessTokenIsRotatedThroughResponseHeaders) {
-    TestServer server;
+    TestServer server(withoutSpeech);
     const Session session = server.signIn("ada@example.com");
     server.clock.advance(3600);
 
@@ -126,7 +126,7 @@ TEST(ServerSignInTest, ExpiredAccessTokenIsRotatedThroughResponseHeaders) {
 }
 
 TEST(ServerSignInTest, RateLimitsAndVoidedCodesAnswerWithoutEnumeration) {
-    TestServer server;
+    TestServer server(withoutSpeech);
     for (int i = 0; i < 3; ++i) {
         auto r = server.post("/auth/send-otp", {{"email", "ada@example.com"}});
         EXPECT_EQ(r->status, 200);
@@ -185,7 +185,7 @@ TEST(ServerErrorsTest, EveryFailureIsAJsonError) {
 }
 
 TEST(ServerSupportTest, MessagesAreStoredWithTheUserWhenSignedIn) {
-    TestServer server;
+    TestServer server(withoutSpeech);
     const Session session = server.signIn("ada@example.com");
     auto signedIn =
         server.post("/support/message", {{"message", "  The app is great \n"}}, session.authorization());
@@ -224,7 +224,7 @@ TEST(ServerConcurrencyTest, ThirtyConcurrentRequestsAllSucceed) {
     for (int i = 0; i < 30; ++i) {
         threads.emplace_back([&, i] {
             httplib::Result r =
-                i % 5 == 0   ? server.post("/transcribe", transcribeBody, session.authorization())
+                i % 10 == 0  ? server.post("/transcribe", transcribeBody, session.authorization())
                 : i % 2 == 1 ? server.get("/settings", session.authorization())
                              : server.post("/settings", {{"settings", settingsDocument(std::to_string(i))}},
                                            session.authorization());
@@ -233,12 +233,12 @@ TEST(ServerConcurrencyTest, ThirtyConcurrentRequestsAllSucceed) {
                 return;
             }
             statuses[static_cast<size_t>(i)] = r->status;
-            if (i % 5 == 0) transcripts[static_cast<size_t>(i)] = parseJson(r->body).value("transcript", "");
+            if (i % 10 == 0) transcripts[static_cast<size_t>(i)] = parseJson(r->body).value("transcript", "");
         });
     }
     for (auto& t : threads) t.join();
     for (int i = 0; i < 30; ++i) EXPECT_EQ(statuses[static_cast<size_t>(i)], 200) << "request " << i;
-    for (int i = 5; i < 30; i += 5) EXPECT_EQ(transcripts[static_cast<size_t>(i)], transcripts[0]);
+    for (int i = 10; i < 30; i += 10) EXPECT_EQ(transcripts[static_cast<size_t>(i)], transcripts[0]);
     EXPECT_FALSE(transcripts[0].empty());
     EXPECT_EQ(jsonOf(server.get("/settings", session.authorization())).at("settings_version"), 12);
 }
@@ -246,7 +246,7 @@ TEST(ServerConcurrencyTest, ThirtyConcurrentRequestsAllSucceed) {
 TEST(ServerLogTest, OneLinePerRequestWithoutTokensOrCodes) {
     auto sink = std::make_shared<CapturingLogSink>();
     ScopedLogSink scoped(sink);
-    TestServer server;
+    TestServer server(withoutSpeech);
     server.post("/auth/send-otp", {{"email", "ada@example.com"}});
     const std::string code = server.latestCode("ada@example.com");
     auto verified = server.post("/auth/verify-otp", {{"email", "ada@example.com"}, {"token", code}});

@@ -34,6 +34,7 @@ struct Session {
 };
 
 // A real vocle-server on a free loopback port with its own data folder and a settable clock.
+// Tests that never transcribe pass `withoutSpeech` so that they do not load the model.
 class TestServer {
   public:
     explicit TestServer(const std::function<void(server::ServerConfig&)>& tweak = {},
@@ -107,6 +108,11 @@ class TestServer {
     std::unique_ptr<server::ServerApp> app;
     int port = 0;
 };
+
+inline void withoutSpeech(server::ServerConfig& c) {
+    c.speechEngine = "command";
+    c.command = "/bin/true";
+}
 
 inline Json jsonOf(const httplib::Result& r) {
     return parseJson(r->body);
