@@ -84,12 +84,17 @@ HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::mak
         res.set_content(toCompactJson(Json{{"error", "Internal server error"}}), "application/json");
     });
     server_->set_logger([](const httplib::Request& req, const httplib::Response& res) {
-        const auto elapsed = std::chrono::steady_clock::now() - requestStart;
-        const auto ms = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 1000.0;
-        char msText[32];
-        std::snprintf(msText, sizeof msText, "%.1f", ms);
+        // Requests the library rejects before routing never set a start time.
+        char msText[32] = "-";
+        if (requestStart != std::chrono::steady_clock::time_point{}) {
+            const auto elapsed = std::chrono::steady_clock::now() - requestStart;
+            const auto ms = std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count() / 1000.0;
+            std::snprintf(msText, sizeof msText, "%.1f", ms);
+        }
+        requestStart = {};
         log("vocle-server: ", req.method, " ", req.path, " ", res.status, " ", msText,
             " ms user=", requestUser.empty() ? "-" : requestUser);
+        requestUser.clear();
     });
 }
 
