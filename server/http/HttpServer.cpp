@@ -1,8 +1,10 @@
 #include "http/HttpServer.h"
 
 #include <httplib.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <stdexcept>
@@ -123,7 +125,32 @@ void HttpServer::widenListenBacklog(int port) {
     }
 }
 
+// The library binds with SO_REUSEPORT, which would let a second vocle-server share the port and take
+// half of the requests; a plain bind first tells that the port is taken.
+static bool portInUse(const std::string& host, int port) {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_PASSIVE;
+    addrinfo* result = nullptr;
+    if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &result) != 0 || !result)
+        return false;
+    bool inUse = false;
+    const int fd = socket(result->ai_family, result->ai_socktype, result->ai_protocol);
+    if (fd >= 0) {
+        const int yes = 1;
+        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        inUse = ::bind(fd, result->ai_addr, result->ai_addrlen) != 0 && errno == EADDRINUSE;
+        close(fd);
+    }
+    freeaddrinfo(result);
+    return inUse;
+}
+
 int HttpServer::bind(const std::string& host, int port) {
+    if (port != 0 && portInUse(host, port)) {
+        throw std::runtime_error("Cannot listen on " + host + ":" + std::to_string(port) +
+                                 ": the port is in use");
+    }
     int bound = -1;
     if (port == 0) {
         bound = server_->bind_to_any_port(host);
