@@ -46,6 +46,8 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
     }
     tokens_ = std::make_unique<TokenService>(*database_, clock_, config_.accessTokenTtlSeconds,
                                              config_.refreshTokenTtlSeconds);
+    if (const int purged = tokens_->purgeExpired(); purged > 0)
+        log("vocle-server: removed ", purged, " expired tokens");
     otp_ = std::make_unique<OtpService>(*database_, *tokens_, *mailer_, clock_, config_.mailFrom);
     settings_ = std::make_unique<SettingsStore>(*database_, clock_);
     support_ = std::make_unique<SupportStore>(*database_, clock_);

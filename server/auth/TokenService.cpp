@@ -54,6 +54,18 @@ TokenPair TokenService::issue(SqlConnection& c, const std::string& userId) {
     return pair;
 }
 
+int TokenService::purgeExpired() {
+    const double now = clock_.now();
+    return db_.transaction([&](SqlConnection& c) {
+        // An expired access token still matters while its refresh token can renew it.
+        c.exec(
+            "DELETE FROM tokens WHERE (kind = 'refresh' AND (expires_at <= ? OR revoked = 1)) OR "
+            "(kind = 'access' AND expires_at <= ? - ?)",
+            {now, now, refreshTtl_});
+        return c.changes();
+    });
+}
+
 std::optional<AuthOutcome> TokenService::authenticate(const BearerCredentials& credentials) {
     const double now = clock_.now();
     return db_.transaction([&](SqlConnection& c) -> std::optional<AuthOutcome> {

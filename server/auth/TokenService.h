@@ -38,6 +38,8 @@ class TokenService {
     TokenPair issue(SqlConnection& c, const std::string& userId);
     // None means 401.
     std::optional<AuthOutcome> authenticate(const BearerCredentials& credentials);
+    // Drops tokens that can no longer authenticate anything; returns how many went.
+    int purgeExpired();
 
   private:
     Database& db_;

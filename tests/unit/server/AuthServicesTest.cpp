@@ -156,8 +156,16 @@ TEST_F(AuthServicesTest, ExpiredAccessIsRenewedOnlyWithItsValidRefreshToken) {
     const BearerCredentials next{rotated->rotated->accessToken, rotated->rotated->refreshToken};
     EXPECT_TRUE(tokens.authenticate(next));
 
+    EXPECT_EQ(tokens.purgeExpired(), 1);  // the spent refresh token; expired access tokens wait for theirs
+    EXPECT_TRUE(tokens.authenticate(next));
+
     clock.advance(30 * 86400);  // both expired now
     EXPECT_FALSE(tokens.authenticate(next));
+    EXPECT_GE(tokens.purgeExpired(), 1);
+    EXPECT_EQ(db.transaction([](SqlConnection& c) {
+        return c.queryOne("SELECT COUNT(*) FROM tokens WHERE kind = 'refresh'")->integer(0);
+    }),
+              0);
 }
 
 TEST_F(AuthServicesTest, RefreshTokenOfAnotherUserDoesNotRenew) {
