@@ -14,6 +14,7 @@ extern "C" {
 #include <cstring>
 #include <iomanip>
 #include <memory>
+#include <mutex>
 #include <sstream>
 
 #include "backend/DecimalText.h"
@@ -171,6 +172,9 @@ int AudioFormatConverter::encoderSampleRate(int sourceRate) {
 
 bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
                                         const std::filesystem::path& outputURL) {
+    // Failures reach the caller as ConversionError; FFmpeg's own chatter would only clutter the output.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_FATAL); });
     log("🔄 Converting audio from WAV to AAC (128kbps mono)...");
     const auto started = std::chrono::steady_clock::now();
 
