@@ -15,6 +15,17 @@ struct AudioFileProcessor::Job {
     Completion completion;
     const Clock* clock = nullptr;
     std::filesystem::path temporaryDirectory;
+    // The work queue may still run this job after the processor is gone: it reaches the processor only
+    // through the main queue, and only while `alive` holds.
+    MainQueue* mainQueue = nullptr;
+    std::weak_ptr<void> alive;
+    AudioFileProcessor* processor = nullptr;
+
+    void sendOnMainQueue(std::shared_ptr<Job> self, std::string audio) {
+        mainQueue->post([self = std::move(self), audio = std::move(audio)]() mutable {
+            if (self->alive.lock()) self->processor->send(self, std::move(audio));
+        });
+    }
 
     std::string timestamp() const { return formatTimestamp(clock->now()); }
 };
@@ -40,13 +51,19 @@ void AudioFileProcessor::processRecording(const std::filesystem::path& audioFile
                                           const std::string& vocabWords,
                                           const std::vector<Replacement>& replacements,
                                           Completion completion) {
-    auto job = std::make_shared<Job>(Job{audioFile, mode, vocabWords, replacements, std::move(completion),
-                                         &mainQueue_.clock(), temporaryDirectory_});
+    auto job = std::make_shared<Job>();
+    job->audioFile = audioFile;
+    job->mode = mode;
+    job->vocabWords = vocabWords;
+    job->replacements = replacements;
+    job->completion = std::move(completion);
+    job->clock = &mainQueue_.clock();
+    job->temporaryDirectory = temporaryDirectory_;
+    job->mainQueue = &mainQueue_;
+    job->alive = owner_.weak();
+    job->processor = this;
     log("TIMESTAMP: ", job->timestamp(), " - AudioFileProcessor.processRecording() started");
-    workQueue_.async([this, job, alive = owner_.weak()] {
-        if (alive.expired()) return;
-        runInBackground(job);
-    });
+    workQueue_.async([job] { runInBackground(job); });
 }
 
 void AudioFileProcessor::runInBackground(const std::shared_ptr<Job>& job) {
@@ -75,8 +92,7 @@ void AudioFileProcessor::runInBackground(const std::shared_ptr<Job>& job) {
             std::string readError;
             if (auto bytes = readFile(compressed, &readError)) {
                 log("Successfully converted and read MP3 file: ", bytes->size(), " bytes");
-                mainQueue_.post(owner_.guard(
-                    [this, job, audio = std::move(*bytes)]() mutable { send(job, std::move(audio)); }));
+                job->sendOnMainQueue(job, std::move(*bytes));
                 return;
             }
             log("ERROR during MP3 conversion: ", readError, ". Falling back to WAV upload.");
@@ -94,8 +110,7 @@ void AudioFileProcessor::runInBackground(const std::shared_ptr<Job>& job) {
     }
     log("Successfully read original audio file: ", bytes->size(), " bytes");
     // The backend client lives on the main queue, so the upload starts there too.
-    mainQueue_.post(
-        owner_.guard([this, job, audio = std::move(*bytes)]() mutable { send(job, std::move(audio)); }));
+    job->sendOnMainQueue(job, std::move(*bytes));
 }
 
 void AudioFileProcessor::send(const std::shared_ptr<Job>& job, std::string audioData) {

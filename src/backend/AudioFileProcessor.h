@@ -41,7 +41,7 @@ class AudioFileProcessor final : public RecordingProcessor {
     using Completion = std::function<void(Result<std::string>)>;
     struct Job;
 
-    void runInBackground(const std::shared_ptr<Job>& job);
+    static void runInBackground(const std::shared_ptr<Job>& job);
     void send(const std::shared_ptr<Job>& job, std::string audioData);
     void reportFailure(const BackendError& error, Completion completion);
 

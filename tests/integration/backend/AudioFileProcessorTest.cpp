@@ -250,3 +250,23 @@ TEST_F(AudioFileProcessorTest, ADeadNetworkAlertsNoInternetConnection) {
 
 }  // namespace
 }  // namespace vocle
+
+namespace vocle {
+namespace {
+
+TEST_F(AudioFileProcessorTest, AJobOutlivingItsProcessorDoesNothing) {
+    transcribeAnswers(200, R"({"transcript": "never"})");
+    const auto wav = dir / "rec.wav";
+    writeNoiseWav(wav, 16000, 0.5);
+    bool completed = false;
+    processor().processRecording(wav, Mode::fresh("Default"), "", {},
+                                 [&](Result<std::string>) { completed = true; });
+    processor_.reset();
+    work.runAll();  // compression still runs on the work queue
+    queue.virtualQueue.runUntilIdle();
+    EXPECT_FALSE(completed);
+    EXPECT_EQ(server.requestCount(), 0u);
+}
+
+}  // namespace
+}  // namespace vocle
