@@ -7,6 +7,15 @@
 
 namespace vocle {
 
+namespace {
+// Characters as the user counts them: UTF-8 sequences, not bytes.
+size_t characterCount(const std::string& text) {
+    size_t n = 0;
+    for (unsigned char c : text) n += (c & 0xC0) != 0x80;
+    return n;
+}
+}  // namespace
+
 struct AudioFileProcessor::Job {
     std::filesystem::path audioFile;
     Mode mode;
@@ -122,7 +131,7 @@ void AudioFileProcessor::send(const std::shared_ptr<Job>& job, std::string audio
             cancellables_.erase(id);  // the call has finished; dropping its subscription cancels nothing
             if (result.ok()) {
                 log("TIMESTAMP: ", job->timestamp(), " - backend request completed, received ",
-                    result.value().size(), " chars");
+                    characterCount(result.value()), " chars");
                 job->completion(std::move(result.value()));
             } else {
                 reportFailure(result.error(), job->completion);

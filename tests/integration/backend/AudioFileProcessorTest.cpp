@@ -120,13 +120,13 @@ class AudioFileProcessorTest : public ::testing::Test {
 };
 
 TEST_F(AudioFileProcessorTest, UploadsTheCompressedRecordingAndDeliversTheTranscriptOnTheMainQueue) {
-    transcribeAnswers(200, R"({"transcript": "Hello world"})");
+    transcribeAnswers(200, R"({"transcript": "Hello wörld"})");
     const auto wav = dir / "vocle_1700000000.wav";
     writeNoiseWav(wav, 16000, 2.0);
 
     auto result = run(processor(), wav);
     ASSERT_TRUE(result.ok()) << result.error().description;
-    EXPECT_EQ(result.value(), "Hello world");
+    EXPECT_EQ(result.value(), "Hello wörld");
     EXPECT_FALSE(completedOnWork);
     EXPECT_TRUE(alerts.shown.empty());
 
