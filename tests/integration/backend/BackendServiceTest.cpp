@@ -89,6 +89,17 @@ TEST_F(BackendServiceTest, SendsTheCommonHeadersWithBothTokensInOneAuthorization
     EXPECT_EQ(requests[2].header("Content-Type"), "application/json");
 }
 
+TEST_F(BackendServiceTest, SequentialRequestsReuseOneConnection) {
+    server.on("GET", "/settings",
+              [](const RecordedRequest&, httplib::Response& res) { reply(res, 200, kEnvelope); });
+    signIn();
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(fetch().ok());
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 3u);
+    EXPECT_EQ(requests[1].remotePort, requests[0].remotePort);
+    EXPECT_EQ(requests[2].remotePort, requests[0].remotePort);
+}
+
 TEST_F(BackendServiceTest, ServiceUnavailableIsTriedFourTimesWithGrowingDelays) {
     server.on("GET", "/settings", [](const RecordedRequest&, httplib::Response& res) {
         reply(res, 503, "upstream busy", "text/plain");

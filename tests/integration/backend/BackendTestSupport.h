@@ -76,6 +76,7 @@ struct RecordedRequest {
     httplib::Headers headers;
     std::string body;
     double virtualTime = 0;
+    int remotePort = 0;  // the client's end of the connection
 
     std::string header(const std::string& name) const {
         auto it = headers.find(name);
@@ -90,12 +91,12 @@ class ScriptedServer {
   public:
     using Handler = std::function<void(const RecordedRequest&, httplib::Response&)>;
 
-    explicit ScriptedServer(const Clock& clock) : clock_(clock) {}
+    explicit ScriptedServer(const Clock& clock) : clock_(clock) { server_.set_tcp_nodelay(true); }
     ~ScriptedServer() { stop(); }
 
     void on(const std::string& method, const std::string& path, Handler handler) {
         auto wrapped = [this, handler](const httplib::Request& req, httplib::Response& res) {
-            RecordedRequest r{req.method, req.path, req.headers, req.body, clock_.now()};
+            RecordedRequest r{req.method, req.path, req.headers, req.body, clock_.now(), req.remote_port};
             {
                 std::lock_guard lock(mutex_);
                 requests_.push_back(r);
