@@ -100,6 +100,29 @@ TEST_F(BackendServiceTest, SequentialRequestsReuseOneConnection) {
     EXPECT_EQ(requests[2].remotePort, requests[0].remotePort);
 }
 
+TEST_F(BackendServiceTest, CallsRunConcurrentlyOnTheOneWorker) {
+    std::promise<void> secondArrived;
+    auto second = secondArrived.get_future().share();
+    std::atomic<int> calls{0};
+    server.on("GET", "/settings", [&](const RecordedRequest&, httplib::Response& res) {
+        if (calls++ == 0) {
+            // Answers only once the second call is on the wire, which a one-at-a-time client never sends.
+            const bool overlapped = second.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+            return reply(res, overlapped ? 200 : 409, overlapped ? kEnvelope : "no overlap");
+        }
+        secondArrived.set_value();
+        reply(res, 200, kEnvelope);
+    });
+    signIn();
+    std::optional<BackendResult<SettingsEnvelope>> first;
+    std::optional<BackendResult<SettingsEnvelope>> later;
+    auto s1 = service().fetchSettings([&](auto r) { first = std::move(r); });
+    while (calls.load() == 0) std::this_thread::yield();  // the first call has reached the server
+    auto s2 = service().fetchSettings([&](auto r) { later = std::move(r); });
+    EXPECT_TRUE(await(first).ok());
+    EXPECT_TRUE(await(later).ok());
+}
+
 TEST_F(BackendServiceTest, ServiceUnavailableIsTriedFourTimesWithGrowingDelays) {
     server.on("GET", "/settings", [](const RecordedRequest&, httplib::Response& res) {
         reply(res, 503, "upstream busy", "text/plain");
