@@ -121,6 +121,7 @@ TEST_F(BackendServiceTest, CallsRunConcurrentlyOnTheOneWorker) {
     auto s2 = service().fetchSettings([&](auto r) { later = std::move(r); });
     EXPECT_TRUE(await(first).ok());
     EXPECT_TRUE(await(later).ok());
+    server.stop();  // joins the handler threads before the promises they use go away
 }
 
 TEST_F(BackendServiceTest, ServiceUnavailableIsTriedFourTimesWithGrowingDelays) {
@@ -297,6 +298,7 @@ TEST_F(BackendServiceTest, NoAttemptStartsOnceTheBudgetIsSpent) {
     EXPECT_EQ(outcome.error().underlying, "The request timed out.");
     EXPECT_EQ(server.requestCount(), 1u);
     EXPECT_EQ(lines().back(), "Total retry timeout exceeded after 122.0s");
+    server.stop();  // joins the handler threads before the promises they use go away
 }
 
 TEST_F(BackendServiceTest, WithoutATokenNothingReachesTheNetwork) {
@@ -377,6 +379,7 @@ TEST_F(BackendServiceTest, DroppingTheSubscriptionCancelsTheCall) {
     ASSERT_TRUE(fetch().ok());
     queue.virtualQueue.runUntilIdle();
     EXPECT_FALSE(firstCalled);
+    server.stop();  // joins the handler threads before the promises they use go away
 }
 
 TEST_F(BackendServiceTest, TranscriptionSendsTheAudioModeVocabularyAndReplacementsAsOneJsonBody) {
