@@ -101,11 +101,17 @@ void PulseRecordStream::readable(pa_stream* s, size_t, void* userdata) {
         const void* data = nullptr;
         size_t bytes = 0;
         if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0) return;
-        if (data && self->onData_) {
+        if (self->onData_) {
             const size_t frames = bytes / (sizeof(float) * spec->channels);
-            self->onData_(static_cast<const float*>(data), frames, spec->channels, spec->rate);
+            if (data) {
+                self->onData_(static_cast<const float*>(data), frames, spec->channels, spec->rate);
+            } else {
+                // A hole in the stream becomes silence, so the file keeps the recording's timing.
+                self->silence_.assign(frames * spec->channels, 0.0f);
+                self->onData_(self->silence_.data(), frames, spec->channels, spec->rate);
+            }
         }
-        pa_stream_drop(s);  // a hole (no data) is dropped as well
+        pa_stream_drop(s);
     }
 }
 

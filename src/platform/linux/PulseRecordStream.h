@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/Error.h"
 #include "platform/linux/PulseConnection.h"
@@ -44,6 +45,7 @@ private:
     std::atomic<bool> running_{false};
     mutable std::mutex failureMutex_;
     std::optional<Error> failure_;
+    std::vector<float> silence_;
 };
 
 }  // namespace vocle
