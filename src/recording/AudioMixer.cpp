@@ -18,8 +18,12 @@ namespace {
 
 constexpr const char* kFileDomain = "Vocle.AudioFile";
 
-Error invalidFormats() { return Error{AudioMixer::kErrorDomain, AudioMixer::kInvalidFormats, "Invalid source formats"}; }
-Error renderingError() { return Error{AudioMixer::kErrorDomain, AudioMixer::kRenderingError, "Rendering error"}; }
+Error invalidFormats() {
+    return Error{AudioMixer::kErrorDomain, AudioMixer::kInvalidFormats, "Invalid source formats"};
+}
+Error renderingError() {
+    return Error{AudioMixer::kErrorDomain, AudioMixer::kRenderingError, "Rendering error"};
+}
 Error fileError(SNDFILE* file, const std::filesystem::path& path) {
     return Error{kFileDomain, sf_error(file), path.filename().string() + ": " + sf_strerror(file)};
 }
@@ -37,7 +41,7 @@ using SwrPtr = std::unique_ptr<SwrContext, SwrFree>;
 // One input, read block by block and converted to the output rate and channel count. After its end
 // it yields silence.
 class Source {
-public:
+  public:
     std::optional<Error> open(const std::filesystem::path& path) {
         file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
         if (!file_) return fileError(nullptr, path);
@@ -94,7 +98,7 @@ public:
         return std::nullopt;
     }
 
-private:
+  private:
     size_t fifoFrames() const { return (fifo_.size() - fifoPos_) / outChannels_; }
 
     std::optional<Error> pull() {
@@ -180,7 +184,8 @@ std::optional<Error> AudioMixer::mix(const std::filesystem::path& first, const s
         }
         position += static_cast<sf_count_t>(frames);
     }
-    if (sf_close(out.release()) != 0) return Error{kFileDomain, 1, output.filename().string() + ": close failed"};
+    if (sf_close(out.release()) != 0)
+        return Error{kFileDomain, 1, output.filename().string() + ": close failed"};
     return std::nullopt;
 }
 

@@ -9,6 +9,7 @@ namespace {
 std::vector<CliCommand> allCommands() {
     std::vector<CliCommand> commands;
     addStorageCommands(commands);
+    addAudioCommands(commands);
     return commands;
 }
 

@@ -11,7 +11,7 @@ namespace vocle {
 namespace {
 
 class PulseSoundPlayer final : public SoundPlayer {
-public:
+  public:
     PulseSoundPlayer(PulseConnection& pulse, std::vector<float> samples, int rate, int channels)
         : pulse_(pulse), samples_(std::move(samples)), rate_(rate), channels_(channels) {}
     ~PulseSoundPlayer() override { stop(); }
@@ -22,7 +22,8 @@ public:
         if (pulse_.ensureConnected()) return false;
         PulseConnection::Lock lock(pulse_);
         disconnectLocked();
-        pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, static_cast<uint32_t>(rate_), static_cast<uint8_t>(channels_)};
+        pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, static_cast<uint32_t>(rate_),
+                            static_cast<uint8_t>(channels_)};
         stream_ = pa_stream_new(pulse_.context(), "Vocle sound effect", &spec, nullptr);
         if (!stream_) return false;
         finished_ = std::move(finished);
@@ -42,14 +43,14 @@ public:
         disconnectLocked();
     }
 
-private:
+  private:
     static void writable(pa_stream* s, size_t nbytes, void* userdata) {
         auto* self = static_cast<PulseSoundPlayer*>(userdata);
         const size_t total = self->samples_.size() * sizeof(float);
         if (self->offset_ >= total) return;
         const size_t n = std::min(nbytes, total - self->offset_);
-        pa_stream_write(s, reinterpret_cast<const uint8_t*>(self->samples_.data()) + self->offset_, n, nullptr, 0,
-                        PA_SEEK_RELATIVE);
+        pa_stream_write(s, reinterpret_cast<const uint8_t*>(self->samples_.data()) + self->offset_, n,
+                        nullptr, 0, PA_SEEK_RELATIVE);
         self->offset_ += n;
         if (self->offset_ >= total) {
             pa_stream_set_write_callback(s, nullptr, nullptr);
@@ -85,7 +86,9 @@ private:
 Result<std::shared_ptr<SoundPlayer>> PulseAudioPlayback::makePlayer(const std::filesystem::path& file) {
     SF_INFO info{};
     SNDFILE* f = sf_open(file.c_str(), SFM_READ, &info);
-    if (!f) return Error{"Vocle.AudioFile", sf_error(nullptr), file.filename().string() + ": " + sf_strerror(nullptr)};
+    if (!f)
+        return Error{"Vocle.AudioFile", sf_error(nullptr),
+                     file.filename().string() + ": " + sf_strerror(nullptr)};
     std::vector<float> samples(static_cast<size_t>(info.frames) * info.channels);
     sf_readf_float(f, samples.data(), info.frames);
     sf_close(f);

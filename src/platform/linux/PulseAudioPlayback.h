@@ -9,11 +9,11 @@ namespace vocle {
 // fraction of a second) and played through one playback stream at the player's volume. `finished`
 // is called on the PulseAudio loop thread once the stream has drained.
 class PulseAudioPlayback final : public AudioPlayback {
-public:
+  public:
     explicit PulseAudioPlayback(PulseConnection& connection) : pulse_(connection) {}
     Result<std::shared_ptr<SoundPlayer>> makePlayer(const std::filesystem::path& file) override;
 
-private:
+  private:
     PulseConnection& pulse_;
 };
 

@@ -36,14 +36,15 @@ struct OutputState {
         hasData = true;
         (void)rate;
         if (file && frames > 0) {
-            if (sf_writef_float(file, samples, static_cast<sf_count_t>(frames)) != static_cast<sf_count_t>(frames))
+            if (sf_writef_float(file, samples, static_cast<sf_count_t>(frames)) !=
+                static_cast<sf_count_t>(frames))
                 writeError = Error{"Vocle.AudioFile", sf_error(file), sf_strerror(file)};
         }
     }
 };
 
 class PulseFileOutput final : public CaptureFileOutput {
-public:
+  public:
     std::shared_ptr<OutputState> state = std::make_shared<OutputState>();
     int rate = 48000;
     int channels = 1;
@@ -94,13 +95,13 @@ public:
         if (auto f = std::exchange(didFinish_, nullptr)) f(error);
     }
 
-private:
+  private:
     bool recording_ = false;
     DidFinish didFinish_;
 };
 
 class PulseCaptureSession final : public CaptureSession {
-public:
+  public:
     explicit PulseCaptureSession(PulseConnection& pulse) : pulse_(pulse) {}
 
     std::optional<Error> createInput(const CaptureDevice& device) override {
@@ -142,8 +143,9 @@ public:
             state->hasInput = true;
         }
         stream_ = std::make_shared<PulseRecordStream>(
-            pulse_, input_->name,
-            [state](const float* s, size_t frames, int channels, double rate) { state->consume(s, frames, channels, rate); });
+            pulse_, input_->name, [state](const float* s, size_t frames, int channels, double rate) {
+                state->consume(s, frames, channels, rate);
+            });
         std::weak_ptr<PulseRecordStream> weak = stream_;
         state->streamFailure = [weak]() -> std::optional<Error> {
             if (auto s = weak.lock()) return s->failure();
@@ -161,7 +163,7 @@ public:
     }
     bool isRunning() const override { return running_; }
 
-private:
+  private:
     PulseConnection& pulse_;
     std::optional<PulseConnection::Source> pending_;
     std::optional<PulseConnection::Source> input_;
@@ -195,8 +197,12 @@ std::optional<CaptureDevice> PulseCapture::defaultDevice() const {
     return device(info.value().defaultSource);
 }
 
-std::shared_ptr<CaptureSession> PulseCapture::makeSession() { return std::make_shared<PulseCaptureSession>(pulse_); }
+std::shared_ptr<CaptureSession> PulseCapture::makeSession() {
+    return std::make_shared<PulseCaptureSession>(pulse_);
+}
 
-std::shared_ptr<CaptureFileOutput> PulseCapture::makeFileOutput() { return std::make_shared<PulseFileOutput>(); }
+std::shared_ptr<CaptureFileOutput> PulseCapture::makeFileOutput() {
+    return std::make_shared<PulseFileOutput>();
+}
 
 }  // namespace vocle

@@ -12,11 +12,13 @@ namespace vocle {
 // The did-finish callback is called on the thread that stops the output (or on the PulseAudio loop
 // thread when the file cannot be written).
 class PulseCapture final : public Capture {
-public:
+  public:
     explicit PulseCapture(PulseConnection& connection) : pulse_(connection) {}
 
     // Linux has no per-application microphone permission.
-    MicrophoneAuthorization authorizationStatus() const override { return MicrophoneAuthorization::authorized; }
+    MicrophoneAuthorization authorizationStatus() const override {
+        return MicrophoneAuthorization::authorized;
+    }
     void requestAccess(std::function<void(bool)> completion) override { completion(true); }
 
     std::optional<CaptureDevice> device(const std::string& uid) const override;
@@ -26,7 +28,7 @@ public:
     std::shared_ptr<CaptureSession> makeSession() override;
     std::shared_ptr<CaptureFileOutput> makeFileOutput() override;
 
-private:
+  private:
     PulseConnection& pulse_;
 };
 

@@ -6,7 +6,9 @@ namespace {
 
 constexpr const char* kDomain = "PulseAudio";
 
-std::string text(const char* s) { return s ? s : ""; }
+std::string text(const char* s) {
+    return s ? s : "";
+}
 
 void contextStateChanged(pa_context*, void* userdata) {
     pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(userdata), 0);
@@ -129,7 +131,8 @@ Result<std::vector<PulseConnection::Sink>> PulseConnection::sinks() {
             sink.volume = i->volume;
             sink.card = i->card;
             sink.profile = text(pa_proplist_gets(i->proplist, "bluetooth.protocol"));
-            if (sink.profile.empty()) sink.profile = text(pa_proplist_gets(i->proplist, "device.profile.name"));
+            if (sink.profile.empty())
+                sink.profile = text(pa_proplist_gets(i->proplist, "device.profile.name"));
             s->items.push_back(std::move(sink));
         }
         pa_threaded_mainloop_signal(s->loop, 0);
@@ -167,7 +170,8 @@ Result<std::vector<PulseConnection::Card>> PulseConnection::cards() {
         if (i) {
             Card card{i->index, text(i->name), i->active_profile2 ? text(i->active_profile2->name) : "", {}};
             for (uint32_t p = 0; p < i->n_profiles; ++p) {
-                if (i->profiles2[p]->available != 0) card.availableProfiles.push_back(text(i->profiles2[p]->name));
+                if (i->profiles2[p]->available != 0)
+                    card.availableProfiles.push_back(text(i->profiles2[p]->name));
             }
             s->items.push_back(std::move(card));
         }

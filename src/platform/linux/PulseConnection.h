@@ -17,7 +17,7 @@ namespace vocle {
 // the server went away. The query helpers block the calling thread (never the loop's own thread);
 // stream callbacks run on the loop's thread.
 class PulseConnection {
-public:
+  public:
     struct Sink {
         uint32_t index = PA_INVALID_INDEX;
         std::string name;
@@ -66,13 +66,13 @@ public:
     pa_threaded_mainloop* mainloop() { return loop_; }
     pa_context* context() { return context_; }
     class Lock {
-    public:
+      public:
         explicit Lock(PulseConnection& c) : loop_(c.loop_) { pa_threaded_mainloop_lock(loop_); }
         ~Lock() { pa_threaded_mainloop_unlock(loop_); }
         Lock(const Lock&) = delete;
         Lock& operator=(const Lock&) = delete;
 
-    private:
+      private:
         pa_threaded_mainloop* loop_;
     };
     // With the lock held: wait for a signal from a callback.
@@ -81,12 +81,12 @@ public:
     // With the lock held: the context's last error as an Error.
     Error error(const std::string& what) const;
 
-private:
+  private:
     std::optional<Error> connectLocked();
     // With the lock held: waits for the operation to finish.
     void await(pa_operation* op);
-    std::optional<Error> successCall(const std::string& what,
-                                     const std::function<pa_operation*(pa_context_success_cb_t, void*)>& start);
+    std::optional<Error> successCall(
+        const std::string& what, const std::function<pa_operation*(pa_context_success_cb_t, void*)>& start);
 
     std::string applicationName_;
     std::mutex connectMutex_;

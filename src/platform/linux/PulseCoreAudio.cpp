@@ -11,9 +11,13 @@ namespace {
 
 constexpr const char* kDomain = "PulseAudio";
 
-Error noEntity(const std::string& what) { return Error{kDomain, PA_ERR_NOENTITY, what + ": " + pa_strerror(PA_ERR_NOENTITY)}; }
+Error noEntity(const std::string& what) {
+    return Error{kDomain, PA_ERR_NOENTITY, what + ": " + pa_strerror(PA_ERR_NOENTITY)};
+}
 
-bool contains(const std::string& s, const char* part) { return s.find(part) != std::string::npos; }
+bool contains(const std::string& s, const char* part) {
+    return s.find(part) != std::string::npos;
+}
 
 }  // namespace
 

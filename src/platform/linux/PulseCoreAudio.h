@@ -13,7 +13,7 @@ namespace vocle {
 // that it reads as a hands-free device. Selecting a Bluetooth output whose profile the card left
 // (it switched to the head unit when the microphone opened) switches the card back first.
 class PulseCoreAudio final : public CoreAudio {
-public:
+  public:
     explicit PulseCoreAudio(PulseConnection& connection) : pulse_(connection) {}
 
     static constexpr AudioDeviceId kInputFlag = 0x80000000u;
@@ -28,7 +28,7 @@ public:
 
     static bool isHeadUnitProfile(const std::string& sinkName, const std::string& profile);
 
-private:
+  private:
     Result<PulseConnection::Sink> sink(AudioDeviceId id);
 
     PulseConnection& pulse_;

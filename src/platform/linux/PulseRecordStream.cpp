@@ -9,7 +9,9 @@ constexpr const char* kDomain = "PulseAudio";
 PulseRecordStream::PulseRecordStream(PulseConnection& pulse, std::string device, OnData onData)
     : pulse_(pulse), device_(std::move(device)), onData_(std::move(onData)) {}
 
-PulseRecordStream::~PulseRecordStream() { stop(); }
+PulseRecordStream::~PulseRecordStream() {
+    stop();
+}
 
 void PulseRecordStream::start(Completion started) {
     if (auto e = pulse_.ensureConnected()) return started(*e);
@@ -84,7 +86,8 @@ void PulseRecordStream::stateChanged(pa_stream* s, void* userdata) {
         const bool wasRunning = self->running_.exchange(false);
         const int code = pa_context_errno(pa_stream_get_context(s));
         Error e{kDomain, code ? code : PA_ERR_KILLED,
-                std::string("The audio device stopped delivering sound: ") + pa_strerror(code ? code : PA_ERR_KILLED)};
+                std::string("The audio device stopped delivering sound: ") +
+                    pa_strerror(code ? code : PA_ERR_KILLED)};
         if (auto f = std::exchange(self->started_, nullptr)) {
             f(e);
         } else if (wasRunning) {

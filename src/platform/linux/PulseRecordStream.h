@@ -15,7 +15,7 @@ namespace vocle {
 // A float32 record stream on one source (or "@DEFAULT_MONITOR@") at the source's own rate and channel
 // count. Blocks arrive on the PulseAudio loop thread.
 class PulseRecordStream {
-public:
+  public:
     using OnData = std::function<void(const float* interleaved, size_t frames, int channels, double rate)>;
     using Completion = std::function<void(std::optional<Error>)>;
 
@@ -32,7 +32,7 @@ public:
     // Set when the stream died while running (the device went away, the server quit).
     std::optional<Error> failure() const;
 
-private:
+  private:
     static void stateChanged(pa_stream* s, void* userdata);
     static void readable(pa_stream* s, size_t nbytes, void* userdata);
     void disconnectLocked();

@@ -10,7 +10,7 @@ namespace vocle {
 namespace {
 
 class PulseSystemAudioStream final : public SystemAudioStream {
-public:
+  public:
     explicit PulseSystemAudioStream(PulseConnection& pulse) : pulse_(pulse) {}
 
     std::optional<Error> addAudioOutput(DispatchQueue& queue,
@@ -18,9 +18,11 @@ public:
         auto handlerPtr = std::make_shared<std::function<void(const AudioSampleBuffer&)>>(std::move(handler));
         DispatchQueue* q = &queue;
         stream_ = std::make_unique<PulseRecordStream>(
-            pulse_, "@DEFAULT_MONITOR@", [q, handlerPtr](const float* s, size_t frames, int channels, double rate) {
+            pulse_, "@DEFAULT_MONITOR@",
+            [q, handlerPtr](const float* s, size_t frames, int channels, double rate) {
                 // The loop's buffer is only valid during this call: the queue gets its own copy.
-                auto copy = std::make_shared<std::vector<float>>(s, s + frames * static_cast<size_t>(channels));
+                auto copy =
+                    std::make_shared<std::vector<float>>(s, s + frames * static_cast<size_t>(channels));
                 q->async([handlerPtr, copy, frames, channels, rate] {
                     AudioSampleBuffer b;
                     b.sampleRate = rate;
@@ -34,7 +36,8 @@ public:
     }
 
     void startCapture(Completion completion) override {
-        if (!stream_) return completion(Error{"PulseAudio", PA_ERR_INVALID, "No audio output was added to the stream"});
+        if (!stream_)
+            return completion(Error{"PulseAudio", PA_ERR_INVALID, "No audio output was added to the stream"});
         stream_->start(std::move(completion));
     }
 
@@ -45,14 +48,15 @@ public:
         completion(failure);
     }
 
-private:
+  private:
     PulseConnection& pulse_;
     std::unique_ptr<PulseRecordStream> stream_;
 };
 
 }  // namespace
 
-void PulseScreenCapture::makeStream(std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) {
+void PulseScreenCapture::makeStream(
+    std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) {
     if (auto error = pulse_.ensureConnected()) return completion(*error);
     completion(std::shared_ptr<SystemAudioStream>(std::make_shared<PulseSystemAudioStream>(pulse_)));
 }

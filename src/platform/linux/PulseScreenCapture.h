@@ -9,7 +9,7 @@ namespace vocle {
 // permission to ask for on Linux. Completions arrive on the PulseAudio loop thread or, for set-up
 // errors, on the calling thread.
 class PulseScreenCapture final : public ScreenCapture {
-public:
+  public:
     explicit PulseScreenCapture(PulseConnection& connection) : pulse_(connection) {}
 
     bool preflightAccess() const override { return true; }
@@ -17,7 +17,7 @@ public:
     bool isSupported() const override { return true; }
     void makeStream(std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) override;
 
-private:
+  private:
     PulseConnection& pulse_;
 };
 

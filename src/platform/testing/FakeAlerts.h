@@ -9,7 +9,7 @@ namespace vocle::testing {
 
 // Records every alert; the test answers with respond().
 class FakeAlerts final : public Alerts {
-public:
+  public:
     std::vector<AlertRequest> shown;
 
     void show(const AlertRequest& request, std::function<void(int)> onResponse) override {
@@ -24,7 +24,7 @@ public:
         if (f) f(index);
     }
 
-private:
+  private:
     std::vector<std::function<void(int)>> pending_;
 };
 

@@ -11,7 +11,7 @@
 namespace vocle::testing {
 
 class FakeSoundPlayer final : public SoundPlayer {
-public:
+  public:
     std::filesystem::path file;
     float volume = 1.0f;
     bool playing = false;
@@ -34,12 +34,12 @@ public:
         if (auto f = std::exchange(finished_, nullptr)) f();
     }
 
-private:
+  private:
     std::function<void()> finished_;
 };
 
 class FakeAudioPlayback final : public AudioPlayback {
-public:
+  public:
     std::optional<Error> makeError;
     std::vector<std::shared_ptr<FakeSoundPlayer>> players;
 

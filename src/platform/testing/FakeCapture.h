@@ -14,7 +14,7 @@ namespace vocle::testing {
 // A file output whose channels appear on the Nth readiness check and whose did-finish callback
 // can be delivered at stop (the default) or held back for the test.
 class FakeCaptureFileOutput final : public CaptureFileOutput {
-public:
+  public:
     // 1 = channels on the first look; 0 = never. The level meter looks too, so timing tests use `ready`.
     int channelsReadyOnCheck = 1;
     std::function<bool()> ready;
@@ -41,13 +41,13 @@ public:
     void finish(std::optional<Error> error = std::nullopt);
     bool hasPendingFinish() const { return static_cast<bool>(didFinish_); }
 
-private:
+  private:
     bool recording_ = false;
     DidFinish didFinish_;
 };
 
 class FakeCaptureSession final : public CaptureSession {
-public:
+  public:
     std::optional<Error> inputError;
     bool acceptInput = true;
     bool acceptOutput = true;
@@ -69,12 +69,12 @@ public:
     }
     bool isRunning() const override { return running_; }
 
-private:
+  private:
     bool running_ = false;
 };
 
 class FakeCapture final : public Capture {
-public:
+  public:
     MicrophoneAuthorization authorization = MicrophoneAuthorization::authorized;
     // When set, requestAccess answers at once; otherwise the answer waits for answerAccess().
     std::optional<bool> accessAnswer;
@@ -101,7 +101,7 @@ public:
     FakeCaptureSession& lastSession() { return *sessions.back(); }
     FakeCaptureFileOutput& lastOutput() { return *outputs.back(); }
 
-private:
+  private:
     std::function<void(bool)> pendingAccess_;
 };
 

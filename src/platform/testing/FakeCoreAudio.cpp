@@ -3,7 +3,9 @@
 namespace vocle::testing {
 
 namespace {
-Error failure(int status) { return Error{"FakeCoreAudio", status, "fake failure"}; }
+Error failure(int status) {
+    return Error{"FakeCoreAudio", status, "fake failure"};
+}
 }  // namespace
 
 void FakeCoreAudio::add(AudioDeviceId id, std::string uid, std::string name, float vol) {

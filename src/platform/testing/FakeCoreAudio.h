@@ -12,7 +12,7 @@ namespace vocle::testing {
 
 // A device registry held in memory; each read or write can be made to fail.
 class FakeCoreAudio final : public CoreAudio {
-public:
+  public:
     struct Device {
         std::string uid;
         std::string name;
@@ -42,7 +42,7 @@ public:
     Result<float> volume(AudioDeviceId id) override;
     std::optional<Error> setVolume(AudioDeviceId id, float volume) override;
 
-private:
+  private:
     std::recursive_mutex mutex_;
 };
 

@@ -2,8 +2,8 @@
 
 namespace vocle::testing {
 
-std::optional<Error> FakeSystemAudioStream::addAudioOutput(DispatchQueue& queue,
-                                                           std::function<void(const AudioSampleBuffer&)> handler) {
+std::optional<Error> FakeSystemAudioStream::addAudioOutput(
+    DispatchQueue& queue, std::function<void(const AudioSampleBuffer&)> handler) {
     if (addOutputError) return addOutputError;
     queue_ = &queue;
     handler_ = std::move(handler);
@@ -38,7 +38,8 @@ void FakeSystemAudioStream::deliver(std::vector<float> interleaved, int channels
     });
 }
 
-void FakeScreenCapture::makeStream(std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) {
+void FakeScreenCapture::makeStream(
+    std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) {
     pendingMake_ = std::move(completion);
     if (answerMakeAtOnce) answerMake();
 }

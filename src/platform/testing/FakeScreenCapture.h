@@ -11,7 +11,7 @@ namespace vocle::testing {
 
 // A system-audio stream whose start and stop answer at once (by default) or when the test says.
 class FakeSystemAudioStream final : public SystemAudioStream {
-public:
+  public:
     std::optional<Error> addOutputError;
     std::optional<Error> startError;
     std::optional<Error> stopError;
@@ -32,7 +32,7 @@ public:
     void deliver(std::vector<float> interleaved, int channels, double sampleRate);
     bool hasHandler() const { return static_cast<bool>(handler_); }
 
-private:
+  private:
     static void answer(Completion& pending, const std::optional<Error>& error);
     DispatchQueue* queue_ = nullptr;
     std::function<void(const AudioSampleBuffer&)> handler_;
@@ -41,7 +41,7 @@ private:
 };
 
 class FakeScreenCapture final : public ScreenCapture {
-public:
+  public:
     bool preflight = true;
     bool requestAnswer = true;
     bool supported = true;
@@ -64,7 +64,7 @@ public:
 
     FakeSystemAudioStream& lastStream() { return *streams.back(); }
 
-private:
+  private:
     std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> pendingMake_;
 };
 

@@ -8,7 +8,7 @@
 namespace vocle::testing {
 
 class FakeUrlOpener final : public UrlOpener {
-public:
+  public:
     std::vector<std::string> opened;
     void openURL(const std::string& url) override { opened.push_back(url); }
 };

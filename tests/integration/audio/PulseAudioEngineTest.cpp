@@ -24,7 +24,8 @@ using namespace vocle::testing;
 
 namespace {
 
-const char* kSpeech = "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0870.wav";
+const char* kSpeech =
+    "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0870.wav";
 
 // Mono, at `rate`: the first channel of a file, resampled with libswresample.
 std::vector<float> monoAt(const WavData& in, int rate) {
@@ -34,7 +35,8 @@ std::vector<float> monoAt(const WavData& in, int rate) {
     AVChannelLayout layout;
     av_channel_layout_default(&layout, 1);
     SwrContext* swr = nullptr;
-    swr_alloc_set_opts2(&swr, &layout, AV_SAMPLE_FMT_FLT, rate, &layout, AV_SAMPLE_FMT_FLT, in.rate, 0, nullptr);
+    swr_alloc_set_opts2(&swr, &layout, AV_SAMPLE_FMT_FLT, rate, &layout, AV_SAMPLE_FMT_FLT, in.rate, 0,
+                        nullptr);
     swr_init(swr);
     std::vector<float> out(static_cast<size_t>(swr_get_out_samples(swr, static_cast<int>(mono.size()))) + 64);
     uint8_t* o[1] = {reinterpret_cast<uint8_t*>(out.data())};
@@ -46,7 +48,8 @@ std::vector<float> monoAt(const WavData& in, int rate) {
     return out;
 }
 
-double correlationAt(const std::vector<float>& a, const std::vector<float>& b, long lag, size_t from, size_t len) {
+double correlationAt(const std::vector<float>& a, const std::vector<float>& b, long lag, size_t from,
+                     size_t len) {
     double ab = 0, aa = 0, bb = 0;
     for (size_t k = from; k < from + len; ++k) {
         const long j = static_cast<long>(k) + lag;
@@ -89,7 +92,7 @@ double bestCorrelation(const std::vector<float>& source, const std::vector<float
 }
 
 class PulseAudioEngine : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         if (auto error = pulse.ensureConnected()) {
             GTEST_SKIP() << "No PulseAudio server reachable (" << error->description
@@ -102,18 +105,19 @@ protected:
             speaker |= s.name == "vocle_speaker";
             feed |= s.name == "vocle_mic_feed";
         }
-        ASSERT_TRUE(speaker && feed) << "the server lacks the test sinks; run scripts/start-test-pulseaudio.sh";
+        ASSERT_TRUE(speaker && feed)
+            << "the server lacks the test sinks; run scripts/start-test-pulseaudio.sh";
         ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
         ASSERT_FALSE(pulse.setDefaultSource("vocle_mic"));
         ASSERT_TRUE(std::filesystem::exists(kSpeech)) << "install pocketsphinx-testdata";
 
-        systemAudio = std::make_unique<SystemAudioController>(queue, background, coreAudio, playback, storage,
-                                                              std::vector<std::filesystem::path>{
-                                                                  std::filesystem::path(VOCLE_SOURCE_DIR) / "data" / "sounds"});
+        systemAudio = std::make_unique<SystemAudioController>(
+            queue, background, coreAudio, playback, storage,
+            std::vector<std::filesystem::path>{std::filesystem::path(VOCLE_SOURCE_DIR) / "data" / "sounds"});
         route = std::make_unique<BluetoothAudioRouteManager>(coreAudio, routeQueue);
-        engine = std::make_unique<AudioRecordingService>(AudioRecordingServiceDependencies{
-            queue, capture, screen, *systemAudio, *route, processor, paster, alerts, storage, notifications,
-            systemAudioQueue, tmp.path()});
+        engine = std::make_unique<AudioRecordingService>(
+            AudioRecordingServiceDependencies{queue, capture, screen, *systemAudio, *route, processor, paster,
+                                              alerts, storage, notifications, systemAudioQueue, tmp.path()});
     }
 
     // Plays the speech file into a sink while the main loop runs, then lets the capture catch up.
@@ -133,7 +137,8 @@ protected:
     void record(const Mode& mode, const std::string& sink) {
         engine->setRecordingContext(mode, "", {});
         engine->startRecording();
-        ASSERT_TRUE(queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
+        ASSERT_TRUE(
+            queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
         queue.runUntil([] { return false; }, 0.5);  // past the file-output start
         playInto(sink);
         engine->stopRecording();

@@ -10,7 +10,7 @@ using namespace vocle::testing;
 namespace {
 
 class CountingIndicator final : public RecordingIndicator {
-public:
+  public:
     std::vector<std::pair<std::string, double>> calls;
     const Clock* clock = nullptr;
     void showIndicator() override { calls.emplace_back("show", clock->now()); }
@@ -26,8 +26,8 @@ struct AppHarness : EngineHarness {
     explicit AppHarness(std::optional<OnboardingState> onboarding = std::nullopt) {
         if (onboarding) storage.saveOnboardingState(*onboarding);
         indicator.clock = &queue;
-        app = std::make_unique<AppState>(AppStateDependencies{queue, modes, std::move(engine), *systemAudio, indicator,
-                                                              screen, alerts, urls, storage});
+        app = std::make_unique<AppState>(AppStateDependencies{queue, modes, std::move(engine), *systemAudio,
+                                                              indicator, screen, alerts, urls, storage});
         app->isInitializing.set(false);
         queue.runUntilIdle();
     }
@@ -108,7 +108,8 @@ TEST(AppStateRecording, SystemAudioWithoutPermissionAsksInsteadOfRecording) {
     h.queue.runUntilIdle();
     h.alerts.respond(0);
     EXPECT_EQ(h.urls.opened,
-              std::vector<std::string>{"x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture"});
+              std::vector<std::string>{
+                  "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture"});
 }
 
 TEST(AppStateRecording, NoActiveModeTurnsTheFlagOnButRecordsNothing) {

@@ -10,18 +10,21 @@ using namespace vocle::testing;
 
 namespace {
 
-std::vector<float> sine(size_t frames, int channels, double rate, double freq, float amplitude, double phase = 0) {
+std::vector<float> sine(size_t frames, int channels, double rate, double freq, float amplitude,
+                        double phase = 0) {
     std::vector<float> v(frames * channels);
     for (size_t i = 0; i < frames; ++i)
         for (int c = 0; c < channels; ++c)
             v[i * channels + c] =
-                amplitude * static_cast<float>(std::sin(2 * M_PI * freq * static_cast<double>(i) / rate + phase + c));
+                amplitude *
+                static_cast<float>(std::sin(2 * M_PI * freq * static_cast<double>(i) / rate + phase + c));
     return v;
 }
 
 double rms(const WavData& d, int channel, size_t from, size_t to) {
     double s = 0;
-    for (size_t i = from; i < to; ++i) s += d.samples[i * d.channels + channel] * d.samples[i * d.channels + channel];
+    for (size_t i = from; i < to; ++i)
+        s += d.samples[i * d.channels + channel] * d.samples[i * d.channels + channel];
     return std::sqrt(s / static_cast<double>(to - from));
 }
 

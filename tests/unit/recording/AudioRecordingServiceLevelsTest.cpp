@@ -25,8 +25,9 @@ TEST(AudioRecordingServiceLevels, ThresholdIsReachedAtExactlyMinusForty) {
     EXPECT_TRUE(h.e().flags().hasExceededSpeechThreshold);
     EXPECT_FALSE(h.e().isAbandonedTimerArmed());
     EXPECT_TRUE(h.e().isActiveTimerArmed());
-    EXPECT_TRUE(h.logs->contains(
-        "📈 Speech threshold crossed (-40.0 dBFS >= -40.0). Starting active timeout and cancelling abandoned timeout."));
+    EXPECT_TRUE(
+        h.logs->contains("📈 Speech threshold crossed (-40.0 dBFS >= -40.0). Starting active timeout and "
+                         "cancelling abandoned timeout."));
 }
 
 TEST(AudioRecordingServiceLevels, EachTickPublishesBarsAndTheLevelNotification) {
@@ -65,15 +66,17 @@ TEST(AudioRecordingServiceLevels, ActiveTimeoutIsArmedOnceAndStopsSixHundredSeco
     EXPECT_TRUE(h.e().isRecording.get());
     EXPECT_TRUE(h.processor.calls.empty());
     h.queue.advance(0.02);
-    EXPECT_TRUE(h.logs->contains("🕰️ Active recording timeout reached — auto-stopping and processing"));
+    EXPECT_TRUE(
+        h.logs->contains("🕰️ Active recording timeout reached — auto-stopping and processing"));
     EXPECT_FALSE(h.e().isRecording.get());
     ASSERT_EQ(h.processor.calls.size(), 1u);
     EXPECT_EQ(h.sounds(), (std::vector<std::string>{"start", "stop"}));
     ASSERT_EQ(h.alerts.shown.size(), 1u);
     EXPECT_EQ(h.alerts.shown[0].title, "Recording time limit reached");
-    EXPECT_EQ(h.alerts.shown[0].text,
-              "We automatically stopped your recording after the maximum duration. Your audio will be processed "
-              "as usual.");
+    EXPECT_EQ(
+        h.alerts.shown[0].text,
+        "We automatically stopped your recording after the maximum duration. Your audio will be processed "
+        "as usual.");
     EXPECT_EQ(h.alerts.shown[0].buttons, std::vector<std::string>{"OK"});
 }
 
@@ -83,7 +86,8 @@ TEST(AudioRecordingServiceLevels, AbandonedRecordingCancelsItselfAtSixtySecondsW
     h.queue.advance(59.99);
     EXPECT_TRUE(h.e().isRecording.get());
     h.queue.advance(0.02);
-    EXPECT_TRUE(h.logs->contains("🕰️ Abandoned recording timeout reached without speech — cancelling recording"));
+    EXPECT_TRUE(h.logs->contains(
+        "🕰️ Abandoned recording timeout reached without speech — cancelling recording"));
     EXPECT_FALSE(h.e().isRecording.get());
     EXPECT_TRUE(h.e().flags().isCancelled);
     EXPECT_EQ(h.sounds(), (std::vector<std::string>{"start", "stop"}));
@@ -113,7 +117,8 @@ TEST(AudioRecordingServiceLevels, SystemLevelScaleAndOwnSoundSilencing) {
         square[i] = (i / 48) % 2 ? 1.0f : -1.0f;
         sine[i] = std::sin(2.0 * M_PI * 1000.0 * static_cast<double>(i) / 48000.0);
     }
-    for (const auto& [block, expectDb] : std::vector<Case>{{zeros, -60.0f}, {square, 0.0f}, {sine, -6.0206f}}) {
+    for (const auto& [block, expectDb] :
+         std::vector<Case>{{zeros, -60.0f}, {square, 0.0f}, {sine, -6.0206f}}) {
         EngineHarness h;
         h.capture.failSessions = true;
         h.start(h.mode(true));

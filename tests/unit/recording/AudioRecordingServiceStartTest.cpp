@@ -24,7 +24,8 @@ TEST(AudioRecordingServiceStart, MicrophoneOnlyTimelineWaitsPointTwoThenPointOne
     EXPECT_TRUE(h.capture.lastSession().inputAdded);
     EXPECT_TRUE(h.e().isRecording.get());
     EXPECT_TRUE(h.e().isLevelTimerRunning());
-    EXPECT_TRUE(h.logs->contains("🎙️ Microphone recording started via AVCaptureSession (selected device: USB Microphone)"));
+    EXPECT_TRUE(h.logs->contains(
+        "🎙️ Microphone recording started via AVCaptureSession (selected device: USB Microphone)"));
 
     h.queue.advance(0.119);
     EXPECT_EQ(h.capture.lastOutput().startCount, 0);
@@ -59,7 +60,8 @@ TEST(AudioRecordingServiceStart, FileOutputWaitsForChannelsAndFallsBackAfterThir
         EXPECT_EQ(h.capture.lastOutput().startCount, 0);
         h.queue.advance(0.002);
         EXPECT_EQ(h.capture.lastOutput().startCount, 1);
-        EXPECT_TRUE(h.logs->contains("⚠️ Channels not ready after waiting; starting output anyway as fallback"));
+        EXPECT_TRUE(
+            h.logs->contains("⚠️ Channels not ready after waiting; starting output anyway as fallback"));
         h.queue.advance(0.3);
         EXPECT_TRUE(h.logs->contains("🔎 audioOutput.isRecording after 300ms (fallback): true"));
     }
@@ -108,7 +110,9 @@ TEST(AudioRecordingServiceStart, MissingMicrophoneStillRunsAndABrokenInputReport
     EXPECT_TRUE(h.e().isRecording.get());
 
     EngineHarness b;
-    b.capture.configureSession = [](FakeCaptureSession& s) { s.inputError = Error{"Pulse", 5, "No such entity"}; };
+    b.capture.configureSession = [](FakeCaptureSession& s) {
+        s.inputError = Error{"Pulse", 5, "No such entity"};
+    };
     b.start(b.mode());
     b.queue.advance(0.5);
     EXPECT_EQ(b.e().errorMessage.get(), "Failed to configure audio input: No such entity");

@@ -107,7 +107,8 @@ TEST(AudioRecordingServiceStop, ShortAndSilentRecordingsAreCancelled) {
     s.queue.advance(5.0);
     s.e().stopRecording();
     s.queue.runUntilIdle();
-    EXPECT_TRUE(s.logs->contains("🔇 Max observed dBFS (-60.0) did not exceed threshold (-40.0) — treating as cancel"));
+    EXPECT_TRUE(s.logs->contains(
+        "🔇 Max observed dBFS (-60.0) did not exceed threshold (-40.0) — treating as cancel"));
     EXPECT_TRUE(s.processor.calls.empty());
     EXPECT_FALSE(s.e().isProcessing.get());
 }

@@ -31,7 +31,8 @@ TEST(BluetoothAudioRouteManager, HandsFreeDetection) {
     EXPECT_TRUE(BluetoothAudioRouteManager::isHandsFreeDevice("HandsFree", "x"));
     EXPECT_TRUE(BluetoothAudioRouteManager::isHandsFreeDevice("Headset", "bluez_sink.AA.headset_hfp"));
     EXPECT_TRUE(BluetoothAudioRouteManager::isHandsFreeDevice("Headset", "BLUEZ_SCO"));
-    EXPECT_FALSE(BluetoothAudioRouteManager::isHandsFreeDevice("Studio Headphones", "bluez_sink.AA.a2dp_sink"));
+    EXPECT_FALSE(
+        BluetoothAudioRouteManager::isHandsFreeDevice("Studio Headphones", "bluez_sink.AA.a2dp_sink"));
 }
 
 TEST(BluetoothAudioRouteManager, RestoresOnlyWhenTheOutputMovedToAHandsFreeDevice) {
@@ -49,10 +50,12 @@ TEST(BluetoothAudioRouteManager, RestoresOnlyWhenTheOutputMovedToAHandsFreeDevic
     h.audio.defaultOutput = 12;
     m.restoreOutputIfNeeded();
     EXPECT_EQ(h.audio.defaultWrites, std::vector<AudioDeviceId>{11});
-    EXPECT_TRUE(h.logs->contains(
-        "🎧 [BluetoothAudioRouteManager] Restoring output device to Studio Headphones [UID=bluez_sink.00_1B.a2dp_sink] "
-        "from Studio Headphones Hands-Free"));
-    EXPECT_TRUE(h.logs->contains("🎧 [BluetoothAudioRouteManager] Successfully restored default output device"));
+    EXPECT_TRUE(
+        h.logs->contains("🎧 [BluetoothAudioRouteManager] Restoring output device to Studio Headphones "
+                         "[UID=bluez_sink.00_1B.a2dp_sink] "
+                         "from Studio Headphones Hands-Free"));
+    EXPECT_TRUE(
+        h.logs->contains("🎧 [BluetoothAudioRouteManager] Successfully restored default output device"));
 
     // The user picked other speakers: left alone.
     h.audio.defaultOutput = 11;
@@ -60,7 +63,8 @@ TEST(BluetoothAudioRouteManager, RestoresOnlyWhenTheOutputMovedToAHandsFreeDevic
     h.audio.defaultOutput = 13;
     m.restoreOutputIfNeeded();
     EXPECT_EQ(h.audio.defaultWrites.size(), 1u);
-    EXPECT_TRUE(h.logs->contains("Skipping output restore because current device appears user-selected: USB DAC"));
+    EXPECT_TRUE(
+        h.logs->contains("Skipping output restore because current device appears user-selected: USB DAC"));
 }
 
 TEST(BluetoothAudioRouteManager, SnapshotOnHandsFreePrefersTheCompanion) {
@@ -70,7 +74,8 @@ TEST(BluetoothAudioRouteManager, SnapshotOnHandsFreePrefersTheCompanion) {
     m.snapshotDefaultOutput();
     ASSERT_TRUE(m.pendingSnapshot().has_value());
     EXPECT_EQ(m.pendingSnapshot()->deviceID, 11u);
-    EXPECT_TRUE(h.logs->contains("Snapshot prefers companion output: Studio Headphones [UID=bluez_sink.00_1B.a2dp_sink]"));
+    EXPECT_TRUE(h.logs->contains(
+        "Snapshot prefers companion output: Studio Headphones [UID=bluez_sink.00_1B.a2dp_sink]"));
     m.restoreOutputIfNeeded();
     EXPECT_EQ(h.audio.defaultWrites, std::vector<AudioDeviceId>{11});
 }

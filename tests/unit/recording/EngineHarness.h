@@ -28,7 +28,7 @@ namespace vocle::testing {
 
 // The upload pipeline as the engine sees it: records each call and answers when told.
 class ScriptedProcessor final : public RecordingProcessor {
-public:
+  public:
     struct Call {
         std::filesystem::path file;
         Mode mode;
@@ -46,12 +46,13 @@ public:
 };
 
 class RecordingPaster final : public TranscriptPaster {
-public:
+  public:
     std::vector<std::string> pasted;
     void copyAndPaste(const std::string& text) override { pasted.push_back(text); }
 };
 
-inline void writeWav(const std::filesystem::path& path, int rate, int channels, const std::vector<float>& interleaved) {
+inline void writeWav(const std::filesystem::path& path, int rate, int channels,
+                     const std::vector<float>& interleaved) {
     SF_INFO info{};
     info.samplerate = rate;
     info.channels = channels;
@@ -73,7 +74,8 @@ struct WavData {
 inline WavData readWav(const std::filesystem::path& path) {
     SF_INFO info{};
     SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
-    if (!f) throw std::runtime_error(std::string("cannot open ") + path.string() + ": " + sf_strerror(nullptr));
+    if (!f)
+        throw std::runtime_error(std::string("cannot open ") + path.string() + ": " + sf_strerror(nullptr));
     WavData d{info.samplerate, info.channels, info.format, std::vector<float>(info.frames * info.channels)};
     sf_readf_float(f, d.samples.data(), info.frames);
     sf_close(f);

@@ -26,8 +26,9 @@ struct ControllerHarness {
         coreAudio.add(1, "alsa_output.speakers", "Speakers", 0.7f);
         coreAudio.add(2, "alsa_output.hdmi", "HDMI", 0.4f);
         coreAudio.defaultOutput = 1;
-        controller = std::make_unique<SystemAudioController>(queue, background, coreAudio, playback, storage,
-                                                             std::vector<std::filesystem::path>{data.path() / "sounds"});
+        controller = std::make_unique<SystemAudioController>(
+            queue, background, coreAudio, playback, storage,
+            std::vector<std::filesystem::path>{data.path() / "sounds"});
     }
     float volume(AudioDeviceId id) { return coreAudio.devices[id].volume; }
 };
