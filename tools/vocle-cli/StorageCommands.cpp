@@ -1,7 +1,79 @@
+#include <ostream>
+
 #include "CliCommand.h"
+#include "foundation/Clock.h"
+#include "foundation/Log.h"
+#include "storage/FileStorageManager.h"
+#include "storage/HistoryService.h"
+#include "storage/LocalSettingsStore.h"
 
 namespace vocle::cli {
 
-void addStorageCommands(std::vector<CliCommand>&) {}
+namespace {
+
+// Store log lines would mix with the JSON on standard output; they go to standard error instead.
+class StderrLogSink final : public LogSink {
+public:
+    explicit StderrLogSink(std::ostream& err) : err_(err) {}
+    void write(std::string_view line) override { err_ << line << '\n'; }
+
+private:
+    std::ostream& err_;
+};
+
+void expectNoArguments(const CliContext& ctx) {
+    if (!ctx.args.empty()) throw CliError{"unexpected argument \"" + ctx.args.front() + "\""};
+}
+
+template <class F>
+int withStores(CliContext& ctx, F body) {
+    expectNoArguments(ctx);
+    ScopedLogSink logs(std::make_shared<StderrLogSink>(ctx.err));
+    SystemClock clock;
+    DataFolder folder = DataFolder::fromEnvironment(ctx.env);
+    body(folder, clock);
+    return 0;
+}
+
+}  // namespace
+
+void addStorageCommands(std::vector<CliCommand>& commands) {
+    commands.push_back({"settings", "settings", "Print the settings record as the app loads it (JSON).",
+                        [](CliContext& ctx) {
+                            return withStores(ctx, [&](const DataFolder& folder, const Clock& clock) {
+                                FileStorageManager files(folder, clock);
+                                ctx.out << toPrettyJson(files.loadSettings().toJson()) << "\n";
+                            });
+                        }});
+    commands.push_back({"history", "history", "Print the transcription history as loaded (JSON array).",
+                        [](CliContext& ctx) {
+                            return withStores(ctx, [&](const DataFolder& folder, const Clock& clock) {
+                                HistoryService history(folder, clock);
+                                Json list = Json::array();
+                                for (const auto& e : history.transcriptions.get()) list.push_back(e.toJson());
+                                ctx.out << toPrettyJson(list) << "\n";
+                            });
+                        }});
+    commands.push_back({"modes", "modes", "Print the stored modes (JSON array), or null when none are usable.",
+                        [](CliContext& ctx) {
+                            return withStores(ctx, [&](const DataFolder& folder, const Clock& clock) {
+                                LocalSettingsStore store(folder, clock);
+                                auto modes = store.loadModes();
+                                if (!modes) {
+                                    ctx.out << "null\n";
+                                    return;
+                                }
+                                Json list = Json::array();
+                                for (const auto& m : *modes) list.push_back(m.toJson());
+                                ctx.out << toPrettyJson(list) << "\n";
+                            });
+                        }});
+    commands.push_back({"device-id", "device-id", "Print this installation's device id.", [](CliContext& ctx) {
+                            return withStores(ctx, [&](const DataFolder& folder, const Clock& clock) {
+                                FileStorageManager files(folder, clock);
+                                ctx.out << files.deviceId() << "\n";
+                            });
+                        }});
+}
 
 }  // namespace vocle::cli

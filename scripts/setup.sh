@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Installs what Vocle needs on Debian 12 and builds it into build/. Safe to run again.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+PACKAGES=(
+    # toolchain and tests
+    build-essential cmake ninja-build pkg-config git clang libclang-rt-14-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    # libraries
+    nlohmann-json3-dev libcurl4-openssl-dev libcpp-httplib-dev libssl-dev libsqlite3-dev
+    libpulse-dev libsndfile1-dev libavcodec-dev libavformat-dev libavutil-dev libswresample-dev
+    libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
+    # services and tools the tests and the local run use
+    pulseaudio pulseaudio-utils ffmpeg sox pocketsphinx pocketsphinx-testdata xvfb
+)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if ((${#missing[@]})); then
+    SUDO=""
+    [[ $EUID -ne 0 ]] && SUDO="sudo"
+    echo "Installing: ${missing[*]}"
+    $SUDO apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+BUILD_DIR=${VOCLE_BUILD_DIR:-build}
+cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$BUILD_DIR" -j"$(nproc)"
+echo "Built into $BUILD_DIR/"

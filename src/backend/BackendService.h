@@ -1,0 +1,164 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backend/BackendError.h"
+#include "backend/SettingsRecords.h"
+#include "core/Mode.h"
+#include "core/Replacement.h"
+#include "foundation/Json.h"
+#include "foundation/MainQueue.h"
+#include "foundation/OwnerToken.h"
+#include "foundation/Signal.h"
+#include "storage/SessionStore.h"
+
+namespace vocle {
+
+class HttpTransport;
+struct HttpResponse;
+
+// A request body serialised once and shared by every attempt.
+struct RequestBody {
+    std::shared_ptr<const std::string> bytes;  // none: the request has no body
+    std::string serialisationError;            // set when the body could not be built
+
+    static RequestBody none() { return {}; }
+    static RequestBody json(const Json& object);
+    static RequestBody raw(std::string bytes);
+};
+
+// Outcome of POST "/auth/verify-otp".
+struct VerifyOTPResult {
+    enum class Outcome { verified, invalidCode, unexpectedResponse };
+    Outcome outcome = Outcome::invalidCode;
+    SupabaseSession session;  // filled when verified: tokens and the user as the backend reports them
+
+    // `isHttp` is false when the transport failed or the answer was not HTTP.
+    static VerifyOTPResult fromResponse(bool isHttp, long status, const std::string& body);
+};
+
+// The one HTTP client of the backend: common headers, token rotation, error mapping and retries, and the
+// endpoint operations on top. Lives on the main queue: call it there; every completion is delivered
+// there, exactly once, unless the returned subscription was dropped first (which cancels the call).
+class BackendService {
+  public:
+    template <class T>
+    using Completion = std::function<void(BackendResult<T>)>;
+
+    static constexpr int kMaxAttempts = 4;
+    static constexpr double kRetryBudgetSeconds = 120.0;
+
+    // Reads the stored session's tokens and the device id; `baseURL` has no trailing slash.
+    BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
+                   SessionStore& sessionStore, const FileStorageManager& files);
+    ~BackendService();
+    BackendService(const BackendService&) = delete;
+    BackendService& operator=(const BackendService&) = delete;
+
+    const std::string& baseURL() const { return baseURL_; }
+    const std::string& accessToken() const { return accessToken_; }
+    const std::string& refreshToken() const { return refreshToken_; }
+    void setAccessToken(std::string token) { accessToken_ = std::move(token); }
+    void setRefreshToken(std::string token) { refreshToken_ = std::move(token); }
+    const std::string& deviceId() const { return deviceId_; }
+    const std::string& appVersion() const { return appVersion_; }
+    static const std::map<std::string, std::string>& languageCodeMapping();
+
+    // Token rotation: both non-empty or nothing happens; the stored session follows.
+    void updateTokens(const std::string& accessToken, const std::string& refreshToken);
+
+    // POST "/transcribe". The audio is consumed: the Base64 body is built once and the raw bytes released.
+    [[nodiscard]] Subscription transcribeAudio(std::string audioData, const Mode& mode,
+                                               const std::string& vocabWords,
+                                               const std::vector<Replacement>& textReplacements,
+                                               Completion<std::string> completion);
+    // The JSON body transcribeAudio sends (Base64 written straight into the body buffer).
+    static std::string transcriptionBody(const std::string& audioData, const Mode& mode,
+                                         const std::string& vocabWords,
+                                         const std::vector<Replacement>& textReplacements);
+    // The "mode" member of that body.
+    static Json transcriptionModeObject(const Mode& mode);
+
+    // GET "/settings".
+    [[nodiscard]] Subscription fetchSettings(Completion<SettingsEnvelope> completion);
+    // POST "/settings"; "if_match_version" only when given.
+    [[nodiscard]] Subscription backupSettings(const SettingsDoc& settings,
+                                              std::optional<int64_t> ifMatchVersion,
+                                              Completion<BackupResponse> completion);
+    // POST "/support/message" (no emptiness check, no token needed); delivers the "success" member.
+    [[nodiscard]] Subscription sendSupportMessage(const std::string& message, Completion<bool> completion);
+
+    // The sign-in requests: straight to the origin, no authorization or device headers, no retry.
+    // POST "/auth/send-otp"; the answer is not examined, `done` runs whatever happened.
+    [[nodiscard]] Subscription sendOTP(const std::string& email, std::function<void()> done);
+    // POST "/auth/verify-otp".
+    [[nodiscard]] Subscription verifyOTP(const std::string& email, const std::string& code,
+                                         std::function<void(VerifyOTPResult)> completion);
+
+    // The shared machinery, generic over a record with `static T fromJson(const Json&)`.
+    template <class T>
+    [[nodiscard]] Subscription requestWithRetry(int attempt, double startTime, const std::string& url,
+                                                const std::string& method, RequestBody body,
+                                                Completion<T> completion) {
+        auto slot = std::make_shared<std::optional<T>>();
+        return start(attempt, startTime, url, method, std::move(body), decoderInto(slot), true,
+                     deliverFrom(slot, std::move(completion)));
+    }
+    // One attempt, no retry.
+    template <class T>
+    [[nodiscard]] Subscription performRequest(const std::string& url, const std::string& method,
+                                              RequestBody body, Completion<T> completion) {
+        auto slot = std::make_shared<std::optional<T>>();
+        return start(0, 0, url, method, std::move(body), decoderInto(slot), false,
+                     deliverFrom(slot, std::move(completion)));
+    }
+
+  private:
+    using Decoder = std::function<void(const Json&)>;  // throws on a body that does not fit
+    using Finish = std::function<void(std::optional<BackendError>)>;
+    struct Operation;
+
+    template <class T>
+    static Decoder decoderInto(std::shared_ptr<std::optional<T>> slot) {
+        return [slot](const Json& json) { slot->emplace(T::fromJson(json)); };
+    }
+    template <class T>
+    static Finish deliverFrom(std::shared_ptr<std::optional<T>> slot, Completion<T> completion) {
+        return [slot, completion = std::move(completion)](std::optional<BackendError> error) {
+            if (error) {
+                completion(std::move(*error));
+            } else {
+                completion(std::move(**slot));
+            }
+        };
+    }
+
+    Subscription start(int attempt, double startTime, const std::string& url, const std::string& method,
+                       RequestBody body, Decoder decode, bool retry, Finish finish);
+    Subscription failLater(BackendError error, Finish finish);
+    Subscription subscriptionFor(const std::shared_ptr<Operation>& op);
+    void runAttempt(const std::shared_ptr<Operation>& op, int attempt);
+    void sendAttempt(const std::shared_ptr<Operation>& op,
+                     std::function<void(std::optional<BackendError>)> next);
+    std::optional<BackendError> classify(const HttpResponse& response, const Decoder& decode);
+    std::vector<std::string> commonHeaders() const;
+    void finish(const std::shared_ptr<Operation>& op, std::optional<BackendError> error);
+
+    const std::string baseURL_;
+    std::string accessToken_;
+    std::string refreshToken_;
+    std::string deviceId_;
+    std::string appVersion_;
+    MainQueue& mainQueue_;
+    SessionStore& sessionStore_;
+    std::shared_ptr<HttpTransport> transport_;
+    OwnerToken owner_;
+};
+
+}  // namespace vocle
