@@ -5,6 +5,10 @@
 #   vocle_mic       a virtual microphone remapped from vocle_mic_feed's monitor, the default input
 # Idempotent: a second call finds the server and only adds what is missing.
 #
+# Standard output is one line for the caller's shell, `export PULSE_SERVER=unix:…/native`, so that
+#   source <(scripts/start-test-pulseaudio.sh)
+# points every later client at this server; messages go to standard error.
+#
 # Works as root (CI): a per-user daemon (not --system) with -n and --exit-idle-time=-1. PulseAudio
 # warns that it is "not intended to be run as root" and runs anyway. Its socket is found by the
 # usual client rules (PULSE_SERVER, $XDG_RUNTIME_DIR/pulse, or ~/.config/pulse/*-runtime), so call
@@ -19,6 +23,11 @@ for tool in pulseaudio pactl; do
         exit 1
     }
 done
+
+# A PULSE_SERVER left over from an earlier run may point at a daemon that is gone.
+if [[ -n "${PULSE_SERVER:-}" ]] && ! pactl info >/dev/null 2>&1; then
+    unset PULSE_SERVER
+fi
 
 if ! pactl info >/dev/null 2>&1; then
     pulseaudio --daemonize=yes --exit-idle-time=-1 -n \
@@ -53,4 +62,9 @@ pactl set-default-source vocle_mic
 pactl set-sink-volume vocle_speaker 100%
 pactl set-sink-mute vocle_speaker 0
 
-echo "start-test-pulseaudio: $(pactl info | sed -n 's/^Server String: //p') ready (vocle_speaker, vocle_mic_feed, vocle_mic)"
+server="$(pactl info | sed -n 's/^Server String: //p')"
+case "$server" in
+    /*) server="unix:$server" ;;
+esac
+echo "start-test-pulseaudio: $server ready (vocle_speaker, vocle_mic_feed, vocle_mic)" >&2
+printf 'export PULSE_SERVER=%q\n' "$server"
