@@ -5,6 +5,10 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
@@ -91,6 +95,21 @@ double bestCorrelation(const std::vector<float>& source, const std::vector<float
     return best;
 }
 
+// CTest runs each case in its own process, possibly side by side; they share the daemon's default
+// devices and volumes, so one case holds the server at a time.
+class ServerLock {
+  public:
+    ServerLock() : fd_(::open("/tmp/vocle-pulseaudio-tests.lock", O_CREAT | O_RDWR, 0666)) {
+        if (fd_ >= 0) ::flock(fd_, LOCK_EX);
+    }
+    ~ServerLock() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+
+  private:
+    int fd_;
+};
+
 class PulseAudioEngine : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -128,7 +147,7 @@ class PulseAudioEngine : public ::testing::Test {
             rc = std::system(("paplay --device=" + sink + " '" + kSpeech + "'").c_str());
             done = true;
         });
-        queue.runUntil([&] { return done.load(); }, 30.0);
+        waitFor([&] { return done.load(); }, 30.0);
         player.join();
         ASSERT_EQ(rc, 0) << "paplay failed";
         queue.runUntil([] { return false; }, 0.5);
@@ -146,6 +165,15 @@ class PulseAudioEngine : public ::testing::Test {
             << "nothing was handed to processing";
     }
 
+    // Runs the main loop until `done`, looking every 20 ms (work on other threads posts nothing here).
+    bool waitFor(const std::function<bool()>& done, double seconds) {
+        auto tick = queue.scheduleRepeating(0.02, [] {});
+        const bool ok = queue.runUntil(done, seconds);
+        tick.cancel();
+        return ok;
+    }
+
+    ServerLock serverLock;
     SystemClock clock;
     RunLoopMainQueue queue{clock};
     TempDir tmp;
@@ -209,10 +237,10 @@ TEST_F(PulseAudioEngine, MutesAndRestoresTheDefaultSinkVolume) {
     EXPECT_NEAR(coreAudio.volume(id.value()).value(), 0.8f, 0.001f);
 
     systemAudio->playStartSoundThenMute();
-    queue.runUntil([&] { return coreAudio.volume(id.value()).value() == 0.0f; }, 3.0);
+    waitFor([&] { return coreAudio.volume(id.value()).value() == 0.0f; }, 3.0);
     EXPECT_EQ(coreAudio.volume(id.value()).value(), 0.0f);
     systemAudio->restoreSystemAudio();
-    queue.runUntil([&] { return coreAudio.volume(id.value()).value() > 0.0f; }, 3.0);
+    waitFor([&] { return coreAudio.volume(id.value()).value() > 0.0f; }, 3.0);
     EXPECT_NEAR(coreAudio.volume(id.value()).value(), 0.8f, 0.001f);
     ASSERT_FALSE(coreAudio.setVolume(id.value(), 1.0f));
 }
