@@ -324,6 +324,11 @@ void AudioRecordingService::startMicrophoneCapture() {
         } else {
             log("⚠️ Cannot add default audio input to session");
         }
+    } else {
+        // The session still starts without an input, as on any refused input; the user learns why
+        // nothing is heard.
+        errorMessage.set(std::string(kNoMicrophoneMessage));
+        log("⚠️ No audio input device available");
     }
 
     if (session->addOutput(output)) {

@@ -103,6 +103,8 @@ public:
     static constexpr double kActiveTimeout = 600.0;
     static constexpr double kShortRecordingLimit = 0.4;
     static constexpr double kRouteRestoreDelay = 0.6;
+    static constexpr const char* kNoMicrophoneMessage =
+        "No microphone found. Connect one or choose another input device in Settings.";
 
 private:
     struct SystemAudioSink;

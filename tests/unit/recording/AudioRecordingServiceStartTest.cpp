@@ -108,6 +108,7 @@ TEST(AudioRecordingServiceStart, MissingMicrophoneStillRunsAndABrokenInputReport
     EXPECT_FALSE(h.capture.lastSession().input.has_value());
     EXPECT_TRUE(h.capture.lastSession().isRunning());
     EXPECT_TRUE(h.e().isRecording.get());
+    EXPECT_EQ(h.e().errorMessage.get(), AudioRecordingService::kNoMicrophoneMessage);
 
     EngineHarness b;
     b.capture.configureSession = [](FakeCaptureSession& s) {
