@@ -228,6 +228,39 @@ TEST_F(PulseAudioEngine, MonitorPathRecordsWhatTheSpeakerPlaysAndMixesItWithTheM
     EXPECT_GT(bestCorrelation(source, monoAt(mixed, mixed.rate), mixed.rate), 0.9);
 }
 
+TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
+    engine->setRecordingContext(Mode::fresh("Dictation"), "", {});
+    engine->startRecording();
+    ASSERT_TRUE(waitFor([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
+    waitFor([] { return false; }, 0.5);
+
+    std::atomic<bool> done{false};
+    std::thread player([&] {
+        std::system((std::string("paplay --device=vocle_mic_feed '") + kSpeech + "'").c_str());
+        done = true;
+    });
+    waitFor([] { return false; }, 3.0);
+    // Unplug: the virtual microphone's module goes away under the running stream.
+    const int unloaded = std::system(
+        "pactl unload-module $(pactl list short modules | awk '/module-remap-source/ && /vocle_mic/ {print "
+        "$1}')");
+    waitFor([&] { return done.load(); }, 30.0);
+    player.join();
+    engine->stopRecording();
+    const bool processed = waitFor([&] { return !processor.calls.empty(); }, 10.0);
+    // Put the microphone back for the other cases before checking anything.
+    const int restored = std::system(
+        (std::string(VOCLE_SOURCE_DIR) + "/scripts/start-test-pulseaudio.sh >/dev/null 2>&1").c_str());
+    ASSERT_EQ(unloaded, 0);
+    ASSERT_EQ(restored, 0);
+    ASSERT_TRUE(processed) << "the recording was not handed on after the microphone went away";
+    const auto captured = readWav(processor.calls[0].file);
+    EXPECT_GT(captured.frames(), static_cast<size_t>(captured.rate));  // the seconds before the unplug
+    // PulseAudio either ends the stream (the did-finish error is then logged) or moves it to another
+    // input and the recording goes on; either way the file is handed on and nothing is lost.
+    EXPECT_TRUE(std::filesystem::exists(processor.calls[0].file));
+}
+
 TEST_F(PulseAudioEngine, MutesAndRestoresTheDefaultSinkVolume) {
     auto id = coreAudio.defaultDevice(AudioScope::output);
     ASSERT_TRUE(id.ok()) << id.error().description;
