@@ -241,6 +241,49 @@ TEST(AudioRecordingServiceStop, CancelAtEveryStageProcessesNothing) {
     }
 }
 
+TEST(AudioRecordingServiceStop, CancelDuringTheStartDelaysBringsNothingUpLater) {
+    {
+        EngineHarness h;
+        h.start(h.mode());
+        h.queue.advance(0.1);
+        h.e().cancelRecording();
+        h.queue.advance(5.0);
+        EXPECT_TRUE(h.capture.sessions.empty());
+        EXPECT_FALSE(h.e().isRecording.get());
+        EXPECT_FALSE(h.e().isLevelTimerRunning());
+    }
+    {
+        // The stream was still starting (permission asked at start) when the user cancelled.
+        EngineHarness h;
+        h.screen.preflight = false;
+        h.screen.configureStream = [](FakeSystemAudioStream& s) { s.answerStartAtOnce = false; };
+        h.start(h.mode(true));
+        auto& stream = h.screen.lastStream();
+        stream.answerStopAtOnce = false;  // its stop request is never answered either
+        h.e().cancelRecording();
+        h.queue.runUntilIdle();
+        stream.answerStart();
+        h.queue.advance(5.0);
+        EXPECT_FALSE(h.e().isRecording.get());
+        EXPECT_FALSE(h.e().isLevelTimerRunning());
+        EXPECT_TRUE(h.capture.sessions.empty());
+        EXPECT_TRUE(h.sounds().empty());
+    }
+    {
+        EngineHarness h;
+        h.screen.preflight = false;
+        h.screen.answerMakeAtOnce = false;
+        h.start(h.mode(true));
+        h.e().cancelRecording();
+        h.screen.answerMake();
+        h.queue.advance(5.0);
+        EXPECT_FALSE(h.e().hasSystemAudioStream());
+        ASSERT_EQ(h.screen.streams.size(), 1u);
+        EXPECT_EQ(h.screen.lastStream().startCount, 0);
+        EXPECT_FALSE(h.e().isRecording.get());
+    }
+}
+
 TEST(AudioRecordingServiceStop, CancelPlaysNoSoundItselfButRestoresTheOutputRoute) {
     EngineHarness h;
     h.coreAudio.add(2, "bluez_sink.00_11.handsfree_head_unit", "Studio Headphones Hands-Free");
