@@ -10,6 +10,7 @@ std::vector<CliCommand> allCommands() {
     std::vector<CliCommand> commands;
     addStorageCommands(commands);
     addBackendCommands(commands);
+    addAudioCommands(commands);
     return commands;
 }
 
