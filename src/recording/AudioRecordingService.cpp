@@ -22,9 +22,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string pathText(const std::optional<fs::path>& p) { return p ? p->string() : "nil"; }
+std::string pathText(const std::optional<fs::path>& p) {
+    return p ? p->string() : "nil";
+}
 
-double now(const MainQueue& q) { return q.clock().now(); }
+double now(const MainQueue& q) {
+    return q.clock().now();
+}
 
 }  // namespace
 
@@ -99,7 +103,8 @@ struct AudioRecordingService::SystemAudioSink {
         const double level = std::clamp(20.0 * std::log10(std::max(m, 1e-7)), -60.0, 0.0);
         lastAveragePower.store(static_cast<float>(level));
         const auto written = sf_writef_float(file, samples, static_cast<sf_count_t>(buffer.frames));
-        if (written != static_cast<sf_count_t>(buffer.frames)) log("SC audio write error: ", sf_strerror(file));
+        if (written != static_cast<sf_count_t>(buffer.frames))
+            log("SC audio write error: ", sf_strerror(file));
     }
 };
 
@@ -145,7 +150,8 @@ void AudioRecordingService::startRecording() {
         errorMessage.set("No mode selected");
         return;
     }
-    log("▶️ startRecording invoked. mode.recordSystemAudio? ", boolText(selectedMode_->recordSystemAudio));
+    log("▶️ startRecording invoked. mode.recordSystemAudio? ",
+        boolText(selectedMode_->recordSystemAudio));
     if (!selectedMode_->recordSystemAudio) playStartSoundByModeRule();
 
     processedText.set("");
@@ -157,7 +163,8 @@ void AudioRecordingService::startRecording() {
             break;
         case MicrophoneAuthorization::restricted:
         case MicrophoneAuthorization::denied:
-            errorMessage.set("Microphone access is restricted or denied. Please enable it in System Settings.");
+            errorMessage.set(
+                "Microphone access is restricted or denied. Please enable it in System Settings.");
             d_.systemAudio.restoreSystemAudio();
             break;
         case MicrophoneAuthorization::notDetermined: {
@@ -202,7 +209,8 @@ void AudioRecordingService::removeStaleFile(const fs::path& path) {
 }
 
 void AudioRecordingService::continueWithRecording() {
-    log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - continueWithRecording() - permissions granted");
+    log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)),
+        " - continueWithRecording() - permissions granted");
     resetCaptureState();
     scheduleAbandonedRecordingTimeout();
 
@@ -216,7 +224,7 @@ void AudioRecordingService::continueWithRecording() {
     if (!selectedMode_ || !selectedMode_->recordSystemAudio) {
         log("🎙️ Selected capture path: Microphone");
         log("⏱️ Delaying microphone capture start by 0.2s to avoid reconfig race");
-        d_.mainQueue.postAfter(0.2, token_.guard([this] { startMicrophoneCapture(); }));
+        d_.mainQueue.postAfter(0.2, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
         return;
     }
 
@@ -234,7 +242,7 @@ void AudioRecordingService::continueWithRecording() {
         log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - recording started (isRecording = true)");
         playStartSoundByModeRule();
         log("⏱️ Parallel mic start after 0.1s (SC preflight granted)");
-        d_.mainQueue.postAfter(0.1, token_.guard([this] { startMicrophoneCapture(); }));
+        d_.mainQueue.postAfter(0.1, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
         startSystemAudioCapture();
     } else {
         log("ℹ️ SC permission not granted yet; deferring start sound until SC starts");
@@ -324,6 +332,11 @@ void AudioRecordingService::startMicrophoneCapture() {
         } else {
             log("⚠️ Cannot add default audio input to session");
         }
+    } else {
+        // The session still starts without an input, as on any refused input; the user learns why
+        // nothing is heard.
+        errorMessage.set(std::string(kNoMicrophoneMessage));
+        log("⚠️ No audio input device available");
     }
 
     if (session->addOutput(output)) {
@@ -372,9 +385,10 @@ void AudioRecordingService::startFileOutputWhenReady(std::shared_ptr<CaptureFile
     }));
 }
 
-void AudioRecordingService::startFileOutput(const std::shared_ptr<CaptureFileOutput>& output, const fs::path& url,
-                                            bool fallback) {
-    if (!fallback) log("⏺️ Starting audio file output to: ", url.string(), " [type: .wav] (channels ready)");
+void AudioRecordingService::startFileOutput(const std::shared_ptr<CaptureFileOutput>& output,
+                                            const fs::path& url, bool fallback) {
+    if (!fallback)
+        log("⏺️ Starting audio file output to: ", url.string(), " [type: .wav] (channels ready)");
     auto onMain = token_.guard([this](std::optional<Error> error) { micFileDidFinish(std::move(error)); });
     MainQueue* queue = &d_.mainQueue;
     output->startRecording(url, [queue, onMain](std::optional<Error> error) mutable {
@@ -447,9 +461,12 @@ void AudioRecordingService::startSystemAudioCapture() {
 
     if (!d_.screenCapture.isSupported()) {
         d_.mainQueue.post(token_.guard([this] {
-            log("System audio capture requires macOS 13.0 or later. Falling back to microphone-only recording.");
+            log("System audio capture requires macOS 13.0 or later. Falling back to microphone-only "
+                "recording.");
             if (f_.isSystemCapturePlanned) {
-                d_.mainQueue.postAfter(0.2, token_.guard([this] { fallBackToMicrophoneOnly(); }));
+                d_.mainQueue.postAfter(0.2, token_.guard([this] {
+                    if (!f_.isCancelled) fallBackToMicrophoneOnly();
+                }));
             }
         }));
         return;
@@ -458,29 +475,53 @@ void AudioRecordingService::startSystemAudioCapture() {
     MainQueue* queue = &d_.mainQueue;
     auto failed = token_.guard([this](Error error) { onSystemAudioStartFailed(error); });
     auto started = token_.guard([this](std::optional<Error> error) {
+        if (f_.isCancelled) return dropLateSystemStream();
         if (error) return onSystemAudioStartFailed(*error);
         onSystemAudioStarted();
     });
-    auto made = token_.guard([this, queue, failed, started](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
-        if (!result.ok()) return failed(result.error());
-        auto stream = result.value();
-        scStream_ = stream;
-        scSink_ = std::make_shared<SystemAudioSink>();
-        scSink_->target = f_.systemFileURL ? *f_.systemFileURL : f_.audioFileURL.value_or(fs::path());
-        SystemAudioController* controller = &d_.systemAudio;
-        scSink_->silenced = [controller] { return controller->isPlayingSoundEffect(); };
-        auto sink = scSink_;
-        if (auto error = stream->addAudioOutput(d_.systemAudioQueue,
-                                                [sink](const AudioSampleBuffer& b) { sink->handle(b); })) {
-            return failed(*error);
-        }
-        stream->startCapture([queue, started](std::optional<Error> error) mutable {
-            queue->post([started, error]() mutable { started(error); });
+    auto made = token_.guard(
+        [this, queue, failed, started](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
+            if (f_.isCancelled) {
+                log("🚫 Cancel flagged — dropping the system audio stream that was still being set up");
+                return;
+            }
+            if (!result.ok()) return failed(result.error());
+            auto stream = result.value();
+            scStream_ = stream;
+            scSink_ = std::make_shared<SystemAudioSink>();
+            scSink_->target = f_.systemFileURL ? *f_.systemFileURL : f_.audioFileURL.value_or(fs::path());
+            SystemAudioController* controller = &d_.systemAudio;
+            scSink_->silenced = [controller] { return controller->isPlayingSoundEffect(); };
+            auto sink = scSink_;
+            if (auto error = stream->addAudioOutput(
+                    d_.systemAudioQueue, [sink](const AudioSampleBuffer& b) { sink->handle(b); })) {
+                return failed(*error);
+            }
+            stream->startCapture([queue, started](std::optional<Error> error) mutable {
+                queue->post([started, error]() mutable { started(error); });
+            });
         });
-    });
     d_.screenCapture.makeStream([queue, made](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
         queue->post([made, result]() mutable { made(result); });
     });
+}
+
+void AudioRecordingService::startMicrophoneUnlessCancelled() {
+    // A cancel inside the start delays must not bring the microphone up afterwards.
+    if (f_.isCancelled) {
+        log("🚫 Cancel flagged — not starting the microphone");
+        return;
+    }
+    startMicrophoneCapture();
+}
+
+void AudioRecordingService::dropLateSystemStream() {
+    log("🚫 Cancel flagged — stopping the system audio stream that started after the cancel");
+    if (!scStream_) return;
+    scStream_->stopCapture([](std::optional<Error>) {});
+    scStream_.reset();
+    if (scSink_) scSink_->close();
+    scSink_.reset();
 }
 
 void AudioRecordingService::onSystemAudioStarted() {
@@ -490,7 +531,7 @@ void AudioRecordingService::onSystemAudioStarted() {
     if (!f_.didKickOffMicStart) {
         playStartSoundByModeRule();
         log("⏱️ Mic start after SC by 0.15s (preflight not present)");
-        d_.mainQueue.postAfter(0.15, token_.guard([this] { startMicrophoneCapture(); }));
+        d_.mainQueue.postAfter(0.15, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
     }
 }
 
@@ -505,7 +546,9 @@ void AudioRecordingService::onSystemAudioStartFailed(const Error& error) {
     f_.isCleanupInProgress = false;
     if (f_.isSystemCapturePlanned) {
         log("⏱️ SC permission denied or start failed; starting microphone-only in 0.2s…");
-        d_.mainQueue.postAfter(0.2, token_.guard([this] { fallBackToMicrophoneOnly(); }));
+        d_.mainQueue.postAfter(0.2, token_.guard([this] {
+            if (!f_.isCancelled) fallBackToMicrophoneOnly();
+        }));
     }
 }
 
@@ -521,7 +564,8 @@ void AudioRecordingService::fallBackToMicrophoneOnly() {
 void AudioRecordingService::startLevelTimer() {
     if (!levelTimer_.isNull()) return;
     log("Starting audio level timer");
-    levelTimer_ = d_.mainQueue.scheduleRepeating(kLevelInterval, token_.guard([this] { updateAudioLevels(); }));
+    levelTimer_ =
+        d_.mainQueue.scheduleRepeating(kLevelInterval, token_.guard([this] { updateAudioLevels(); }));
 }
 
 void AudioRecordingService::stopLevelTimer() {
@@ -599,8 +643,8 @@ void AudioRecordingService::scheduleAbandonedRecordingTimeout() {
             d_.systemAudio.playSoundEffect("stop");
             cancelRecording();
         } else {
-            log("ℹ️ Abandoned timeout fired but conditions not met (isRecording=", boolText(isRecording.get()),
-                ", hasExceeded=", boolText(f_.hasExceededSpeechThreshold), ")");
+            log("ℹ️ Abandoned timeout fired but conditions not met (isRecording=",
+                boolText(isRecording.get()), ", hasExceeded=", boolText(f_.hasExceededSpeechThreshold), ")");
         }
     }));
 }
@@ -720,7 +764,8 @@ void AudioRecordingService::stopSystemStream(StreamStop kind) {
 }
 
 void AudioRecordingService::scheduleRouteRestore() {
-    d_.mainQueue.postAfter(kRouteRestoreDelay, token_.guard([this] { d_.routeManager.restoreOutputIfNeeded(); }));
+    d_.mainQueue.postAfter(kRouteRestoreDelay,
+                           token_.guard([this] { d_.routeManager.restoreOutputIfNeeded(); }));
 }
 
 void AudioRecordingService::cancelRecording() {
@@ -771,7 +816,8 @@ void AudioRecordingService::maybeMixAndProcess() {
         return;
     }
     log("🧮 maybeMixAndProcess() called. Flags: micFinished=", boolText(f_.micFinished),
-        ", scFinished=", boolText(f_.scFinished), ", isSystemCapturePlanned=", boolText(f_.isSystemCapturePlanned));
+        ", scFinished=", boolText(f_.scFinished),
+        ", isSystemCapturePlanned=", boolText(f_.isSystemCapturePlanned));
     const bool sinkOpen = scSink_ && scSink_->isOpen();
     const bool scDone = f_.scFinished || (sinkOpen && !scStream_);
     if (!f_.micFinished || !scDone) {

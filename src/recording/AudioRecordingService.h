@@ -49,7 +49,7 @@ struct AudioRecordingServiceDependencies {
 // speech threshold and timeouts, coordinated stop and cancel, mixing and the hand-off to the upload
 // pipeline. Its life cycle lives in boolean flags, not in one state enum. Main queue only.
 class AudioRecordingService {
-public:
+  public:
     explicit AudioRecordingService(AudioRecordingServiceDependencies deps);
     ~AudioRecordingService();
     AudioRecordingService(const AudioRecordingService&) = delete;
@@ -103,8 +103,10 @@ public:
     static constexpr double kActiveTimeout = 600.0;
     static constexpr double kShortRecordingLimit = 0.4;
     static constexpr double kRouteRestoreDelay = 0.6;
+    static constexpr const char* kNoMicrophoneMessage =
+        "No microphone found. Connect one or choose another input device in Settings.";
 
-private:
+  private:
     struct SystemAudioSink;
 
     void continueWithRecording();
@@ -114,6 +116,7 @@ private:
     void removeStaleFile(const std::filesystem::path& path);
 
     void startMicrophoneCapture();
+    void startMicrophoneUnlessCancelled();
     void startFileOutputWhenReady(std::shared_ptr<CaptureFileOutput> output, std::filesystem::path url,
                                   int attemptsLeft, double interval);
     void startFileOutput(const std::shared_ptr<CaptureFileOutput>& output, const std::filesystem::path& url,
@@ -124,6 +127,7 @@ private:
     void onSystemAudioStarted();
     void onSystemAudioStartFailed(const Error& error);
     void fallBackToMicrophoneOnly();
+    void dropLateSystemStream();
 
     void startLevelTimer();
     void stopLevelTimer();

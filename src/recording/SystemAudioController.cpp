@@ -6,6 +6,12 @@
 
 namespace vocle {
 
+// Touched only on the background queue.
+struct SystemAudioController::VolumeState {
+    float originalSystemVolume = 0.0f;
+    bool didMuteSystemAudio = false;
+};
+
 SystemAudioController::SystemAudioController(MainQueue& mainQueue, DispatchQueue& backgroundQueue,
                                              CoreAudio& coreAudio, AudioPlayback& playback,
                                              const FileStorageManager& storage,
@@ -15,7 +21,8 @@ SystemAudioController::SystemAudioController(MainQueue& mainQueue, DispatchQueue
       coreAudio_(coreAudio),
       playback_(playback),
       storage_(storage),
-      soundDirectories_(std::move(soundDirectories)) {}
+      soundDirectories_(std::move(soundDirectories)),
+      volume_(std::make_shared<VolumeState>()) {}
 
 SystemAudioController::~SystemAudioController() {
     if (soundEffectPlayer_) soundEffectPlayer_->stop();
@@ -55,11 +62,12 @@ void SystemAudioController::playSoundEffect(const std::string& name, std::functi
     std::weak_ptr<std::atomic<uint64_t>> playingGeneration = playingGeneration_;
     std::atomic<bool>* playing = &playing_;
     playing_ = true;
-    const bool started = soundEffectPlayer_->play([queue, onMain, playingGeneration, playing, generation]() mutable {
-        // Lift the capture silence as soon as the sound ends, not one main-queue hop later.
-        if (auto g = playingGeneration.lock(); g && g->load() == generation) *playing = false;
-        queue->post([onMain]() mutable { onMain(); });
-    });
+    const bool started =
+        soundEffectPlayer_->play([queue, onMain, playingGeneration, playing, generation]() mutable {
+            // Lift the capture silence as soon as the sound ends, not one main-queue hop later.
+            if (auto g = playingGeneration.lock(); g && g->load() == generation) *playing = false;
+            queue->post([onMain]() mutable { onMain(); });
+        });
     if (!started) playing_ = false;
     soundCompletion_ = std::move(completion);
     log("🔊 Playing sound effect: ", name, " at volume: ", numberText(settings.soundVolume));
@@ -77,50 +85,50 @@ void SystemAudioController::playStartSoundThenMute() {
     playSoundEffect("start");
     // The start sound is not awaited; 0.3 s is enough for it to be heard before the output goes quiet.
     mainQueue_.postAfter(kMuteDelay, token_.guard([this] {
-        backgroundQueue_.async([this] { muteSystemAudio(); });
+        backgroundQueue_.async([core = &coreAudio_, state = volume_] { muteSystemAudio(*core, *state); });
     }));
 }
 
 void SystemAudioController::restoreSystemAudio() {
     log("🔊 Dispatching audio restore to background queue");
-    backgroundQueue_.async([this] { unmuteSystemAudio(); });
+    backgroundQueue_.async([core = &coreAudio_, state = volume_] { unmuteSystemAudio(*core, *state); });
 }
 
-void SystemAudioController::muteSystemAudio() {
-    auto device = coreAudio_.defaultDevice(AudioScope::output);
+void SystemAudioController::muteSystemAudio(CoreAudio& coreAudio, VolumeState& state) {
+    auto device = coreAudio.defaultDevice(AudioScope::output);
     if (!device.ok()) {
         log("❌ Failed to get default output device");
         return;
     }
-    auto current = coreAudio_.volume(device.value());
+    auto current = coreAudio.volume(device.value());
     if (!current.ok()) {
         log("❌ Failed to get current volume");
         return;
     }
-    volume_->originalSystemVolume = current.value();
+    state.originalSystemVolume = current.value();
     log("🔊 Current system volume: ", numberText(current.value()));
-    if (coreAudio_.setVolume(device.value(), 0.0f)) {
+    if (coreAudio.setVolume(device.value(), 0.0f)) {
         log("❌ Failed to mute system audio");
         return;
     }
-    volume_->didMuteSystemAudio = true;
+    state.didMuteSystemAudio = true;
     log("🔇 System audio muted successfully");
 }
 
-void SystemAudioController::unmuteSystemAudio() {
-    if (!volume_->didMuteSystemAudio) return;
+void SystemAudioController::unmuteSystemAudio(CoreAudio& coreAudio, VolumeState& state) {
+    if (!state.didMuteSystemAudio) return;
     // The device current now, which may not be the one that was muted.
-    auto device = coreAudio_.defaultDevice(AudioScope::output);
+    auto device = coreAudio.defaultDevice(AudioScope::output);
     if (!device.ok()) {
         log("❌ Failed to get default output device for unmuting");
         return;
     }
-    if (coreAudio_.setVolume(device.value(), volume_->originalSystemVolume)) {
+    if (coreAudio.setVolume(device.value(), state.originalSystemVolume)) {
         log("❌ Failed to restore system audio");
         return;
     }
-    volume_->didMuteSystemAudio = false;
-    log("🔊 System audio restored to volume: ", numberText(volume_->originalSystemVolume));
+    state.didMuteSystemAudio = false;
+    log("🔊 System audio restored to volume: ", numberText(state.originalSystemVolume));
 }
 
 }  // namespace vocle

@@ -20,7 +20,7 @@ namespace vocle {
 // Plays the start and stop sounds and silences the default output while a muting mode records.
 // Sounds are played on the main queue; mute and unmute run on the background queue.
 class SystemAudioController {
-public:
+  public:
     SystemAudioController(MainQueue& mainQueue, DispatchQueue& backgroundQueue, CoreAudio& coreAudio,
                           AudioPlayback& playback, const FileStorageManager& storage,
                           std::vector<std::filesystem::path> soundDirectories);
@@ -37,9 +37,12 @@ public:
 
     static constexpr double kMuteDelay = 0.3;
 
-private:
-    void muteSystemAudio();
-    void unmuteSystemAudio();
+  private:
+    struct VolumeState;
+    // Run on the background queue; they hold the volume state, not the controller, so work still
+    // queued when the controller goes away stays safe.
+    static void muteSystemAudio(CoreAudio& coreAudio, VolumeState& state);
+    static void unmuteSystemAudio(CoreAudio& coreAudio, VolumeState& state);
     void soundFinished(uint64_t generation);
 
     MainQueue& mainQueue_;
@@ -49,12 +52,7 @@ private:
     const FileStorageManager& storage_;
     std::vector<std::filesystem::path> soundDirectories_;
 
-    // Touched only on the background queue (one worker for these, in order).
-    struct VolumeState {
-        float originalSystemVolume = 0.0f;
-        bool didMuteSystemAudio = false;
-    };
-    std::shared_ptr<VolumeState> volume_ = std::make_shared<VolumeState>();
+    std::shared_ptr<VolumeState> volume_;
 
     std::shared_ptr<SoundPlayer> soundEffectPlayer_;
     std::function<void()> soundCompletion_;

@@ -2,6 +2,7 @@
 #include <ostream>
 
 #include "CliCommand.h"
+#include "backend/BackendOrigin.h"
 #include "backend/BackendService.h"
 #include "backend/SignInViewModel.h"
 #include "foundation/Clock.h"
@@ -30,13 +31,6 @@ class StderrLogSink final : public LogSink {
 constexpr double kRequestWait = 75.0;
 constexpr int kCodeAttempts = 3;
 
-std::string backendURL(const Environment& env) {
-    std::string url = trimWhitespace(env.get("VOCLE_BACKEND_URL").value_or(""));
-    if (url.empty()) url = VOCLE_DEFAULT_BACKEND_URL;
-    while (!url.empty() && url.back() == '/') url.pop_back();
-    return url;
-}
-
 int signIn(CliContext& ctx) {
     if (ctx.args.size() != 1) throw CliError{"expected one argument: the e-mail address", 2};
     ScopedLogSink logs(std::make_shared<StderrLogSink>(ctx.err));
@@ -45,7 +39,7 @@ int signIn(CliContext& ctx) {
     const DataFolder folder = DataFolder::fromEnvironment(ctx.env);
     FileStorageManager files(folder, clock);
     SessionStore sessions(files);
-    BackendService backend(backendURL(ctx.env), "", queue, sessions, files);
+    BackendService backend(resolveBackendOrigin(ctx.env).url, "", queue, sessions, files);
     // The same model as the application's sign-in panel, so the session is stored exactly as there.
     SignInViewModel signIn(queue, backend, sessions);
     bool signedIn = false;
@@ -104,7 +98,7 @@ void addSessionCommands(std::vector<CliCommand>& commands) {
     commands.push_back(
         {"signin", "signin EMAIL",
          "Sign in with an e-mail code: sends the code, reads it from standard input, stores the "
-         "session ($VOCLE_BACKEND_URL overrides the backend).",
+         "session.",
          signIn});
     commands.push_back({"signout", "signout", "End the stored session.", signOut});
 }

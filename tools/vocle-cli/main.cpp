@@ -10,6 +10,8 @@ std::vector<CliCommand> allCommands() {
     std::vector<CliCommand> commands;
     addStorageCommands(commands);
     addSessionCommands(commands);
+    addBackendCommands(commands);
+    addAudioCommands(commands);
     return commands;
 }
 

@@ -1,0 +1,313 @@
+#include <gtest/gtest.h>
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libswresample/swresample.h>
+}
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <thread>
+
+#include "foundation/RunLoopMainQueue.h"
+#include "platform/linux/PulseAudioPlayback.h"
+#include "platform/linux/PulseCapture.h"
+#include "platform/linux/PulseConnection.h"
+#include "platform/linux/PulseCoreAudio.h"
+#include "platform/linux/PulseScreenCapture.h"
+#include "recording/SoundEffectLocator.h"
+#include "unit/recording/EngineHarness.h"
+
+using namespace vocle;
+using namespace vocle::testing;
+
+namespace {
+
+const char* kSpeech =
+    "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0870.wav";
+
+// Mono, at `rate`: the first channel of a file, resampled with libswresample.
+std::vector<float> monoAt(const WavData& in, int rate) {
+    std::vector<float> mono(in.frames());
+    for (size_t i = 0; i < mono.size(); ++i) mono[i] = in.samples[i * in.channels];
+    if (in.rate == rate) return mono;
+    AVChannelLayout layout;
+    av_channel_layout_default(&layout, 1);
+    SwrContext* swr = nullptr;
+    swr_alloc_set_opts2(&swr, &layout, AV_SAMPLE_FMT_FLT, rate, &layout, AV_SAMPLE_FMT_FLT, in.rate, 0,
+                        nullptr);
+    swr_init(swr);
+    std::vector<float> out(static_cast<size_t>(swr_get_out_samples(swr, static_cast<int>(mono.size()))) + 64);
+    uint8_t* o[1] = {reinterpret_cast<uint8_t*>(out.data())};
+    const uint8_t* i[1] = {reinterpret_cast<const uint8_t*>(mono.data())};
+    int n = swr_convert(swr, o, static_cast<int>(out.size()), i, static_cast<int>(mono.size()));
+    out.resize(static_cast<size_t>(std::max(n, 0)));
+    swr_free(&swr);
+    av_channel_layout_uninit(&layout);
+    return out;
+}
+
+double correlationAt(const std::vector<float>& a, const std::vector<float>& b, long lag, size_t from,
+                     size_t len) {
+    double ab = 0, aa = 0, bb = 0;
+    for (size_t k = from; k < from + len; ++k) {
+        const long j = static_cast<long>(k) + lag;
+        if (j < 0 || static_cast<size_t>(j) >= b.size() || k >= a.size()) continue;
+        ab += a[k] * b[j];
+        aa += a[k] * a[k];
+        bb += b[j] * b[j];
+    }
+    return aa > 0 && bb > 0 ? ab / std::sqrt(aa * bb) : 0.0;
+}
+
+// Best normalized waveform correlation of `source` found inside `captured`: a coarse search on 10 ms
+// energy envelopes finds the offset (either way: the file may start after the first few milliseconds
+// of the speech), a sample-level search around it measures the match.
+double bestCorrelation(const std::vector<float>& source, const std::vector<float>& captured, int rate) {
+    const size_t win = static_cast<size_t>(rate / 100);
+    auto envelope = [win](const std::vector<float>& x) {
+        std::vector<float> e(x.size() / win);
+        for (size_t w = 0; w < e.size(); ++w) {
+            double s = 0;
+            for (size_t i = 0; i < win; ++i) s += x[w * win + i] * x[w * win + i];
+            e[w] = static_cast<float>(std::sqrt(s / win));
+        }
+        return e;
+    };
+    const auto es = envelope(source), ec = envelope(captured);
+    long bestLag = 0;
+    double best = -1;
+    for (long lag = -static_cast<long>(es.size()) / 2; lag + 100 < static_cast<long>(ec.size()); ++lag) {
+        const double c = correlationAt(es, ec, lag, 0, es.size());
+        if (c > best) best = c, bestLag = lag;
+    }
+    best = -1;
+    const long centre = bestLag * static_cast<long>(win);
+    const size_t excerpt = static_cast<size_t>(rate);  // one second of speech, from 2 s into the source
+    for (long lag = centre - static_cast<long>(win); lag <= centre + static_cast<long>(win); ++lag) {
+        best = std::max(best, correlationAt(source, captured, lag, static_cast<size_t>(2 * rate), excerpt));
+    }
+    return best;
+}
+
+// CTest runs each case in its own process, possibly side by side; they share the daemon's default
+// devices and volumes, so one case holds the server at a time.
+class ServerLock {
+  public:
+    ServerLock() : fd_(::open("/tmp/vocle-pulseaudio-tests.lock", O_CREAT | O_RDWR, 0666)) {
+        if (fd_ >= 0) ::flock(fd_, LOCK_EX);
+    }
+    ~ServerLock() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+
+  private:
+    int fd_;
+};
+
+class PulseAudioEngine : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (auto error = pulse.ensureConnected()) {
+            GTEST_SKIP() << "No PulseAudio server reachable (" << error->description
+                         << "); start one with scripts/start-test-pulseaudio.sh";
+        }
+        auto sinks = pulse.sinks();
+        ASSERT_TRUE(sinks.ok());
+        bool speaker = false, feed = false;
+        for (const auto& s : sinks.value()) {
+            speaker |= s.name == "vocle_speaker";
+            feed |= s.name == "vocle_mic_feed";
+        }
+        ASSERT_TRUE(speaker && feed)
+            << "the server lacks the test sinks; run scripts/start-test-pulseaudio.sh";
+        ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
+        ASSERT_FALSE(pulse.setDefaultSource("vocle_mic"));
+        ASSERT_TRUE(std::filesystem::exists(kSpeech)) << "install pocketsphinx-testdata";
+
+        systemAudio = std::make_unique<SystemAudioController>(
+            queue, background, coreAudio, playback, storage,
+            std::vector<std::filesystem::path>{std::filesystem::path(VOCLE_SOURCE_DIR) / "data" / "sounds"});
+        route = std::make_unique<BluetoothAudioRouteManager>(coreAudio, routeQueue);
+        engine = std::make_unique<AudioRecordingService>(
+            AudioRecordingServiceDependencies{queue, capture, screen, *systemAudio, *route, processor, paster,
+                                              alerts, storage, notifications, systemAudioQueue, tmp.path()});
+    }
+
+    // Plays the speech file into a sink while the main loop runs, then lets the capture catch up.
+    void playInto(const std::string& sink) {
+        std::atomic<bool> done{false};
+        int rc = -1;
+        std::thread player([&] {
+            rc = std::system(("paplay --device=" + sink + " '" + kSpeech + "'").c_str());
+            done = true;
+        });
+        waitFor([&] { return done.load(); }, 30.0);
+        player.join();
+        ASSERT_EQ(rc, 0) << "paplay failed";
+        queue.runUntil([] { return false; }, 0.5);
+    }
+
+    void record(const Mode& mode, const std::string& sink) {
+        engine->setRecordingContext(mode, "", {});
+        engine->startRecording();
+        ASSERT_TRUE(
+            queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
+        queue.runUntil([] { return false; }, 0.5);  // past the file-output start
+        playInto(sink);
+        engine->stopRecording();
+        ASSERT_TRUE(queue.runUntil([&] { return !processor.calls.empty(); }, 10.0))
+            << "nothing was handed to processing";
+    }
+
+    // Runs the main loop until `done`, looking every 20 ms (work on other threads posts nothing here).
+    bool waitFor(const std::function<bool()>& done, double seconds) {
+        auto tick = queue.scheduleRepeating(0.02, [] {});
+        const bool ok = queue.runUntil(done, seconds);
+        tick.cancel();
+        return ok;
+    }
+
+    ServerLock serverLock;
+    SystemClock clock;
+    RunLoopMainQueue queue{clock};
+    TempDir tmp;
+    TempDir data;
+    FileStorageManager storage{DataFolder(data.path()), clock};
+    PulseConnection pulse{"Vocle tests"};
+    PulseCapture capture{pulse};
+    PulseScreenCapture screen{pulse};
+    PulseCoreAudio coreAudio{pulse};
+    PulseAudioPlayback playback{pulse};
+    SerialThreadQueue background{"background"};
+    SerialThreadQueue routeQueue{"app.vocleapp.Vocle.BluetoothAudioRouteManager"};
+    SerialThreadQueue systemAudioQueue{"app.vocleapp.Vocle.SCStreamAudioQueue"};
+    NotificationCenter notifications;
+    ScriptedProcessor processor;
+    RecordingPaster paster;
+    FakeAlerts alerts;
+    std::unique_ptr<SystemAudioController> systemAudio;
+    std::unique_ptr<BluetoothAudioRouteManager> route;
+    std::unique_ptr<AudioRecordingService> engine;
+};
+
+TEST_F(PulseAudioEngine, MicrophonePathRecordsTheSpeechFromTheVirtualMicrophone) {
+    Mode mode = Mode::fresh("Dictation");
+    record(mode, "vocle_mic_feed");
+    EXPECT_TRUE(engine->flags().hasExceededSpeechThreshold);
+    EXPECT_GE(engine->flags().maxObservedDBFS, -40.0f);
+    const auto file = processor.calls[0].file;
+    EXPECT_EQ(file.filename().string().rfind("vocle_", 0), 0u);
+    const auto captured = readWav(file);
+    EXPECT_EQ(captured.rate, 44100);
+    EXPECT_GT(captured.frames(), static_cast<size_t>(7 * captured.rate));
+    const auto source = monoAt(readWav(kSpeech), captured.rate);
+    const double r = bestCorrelation(source, monoAt(captured, captured.rate), captured.rate);
+    EXPECT_GT(r, 0.9) << "captured microphone audio does not match the speech played into it";
+}
+
+TEST_F(PulseAudioEngine, MonitorPathRecordsWhatTheSpeakerPlaysAndMixesItWithTheMicrophone) {
+    Mode mode = Mode::fresh("Meeting");
+    mode.recordSystemAudio = true;
+    record(mode, "vocle_speaker");
+    EXPECT_TRUE(engine->flags().hasExceededSpeechThreshold);
+    ASSERT_EQ(processor.calls[0].file.filename().string().rfind("vocle_", 0), 0u);
+    EXPECT_EQ(processor.calls[0].file, *engine->flags().audioFileURL) << "the two sources were not mixed";
+
+    const auto system = readWav(*engine->flags().systemFileURL);
+    const auto source = monoAt(readWav(kSpeech), system.rate);
+    EXPECT_GT(bestCorrelation(source, monoAt(system, system.rate), system.rate), 0.9);
+    // The microphone was silent, so the mix is the system audio at 0.9.
+    const auto mixed = readWav(processor.calls[0].file);
+    EXPECT_EQ(mixed.rate, system.rate);
+    EXPECT_GT(bestCorrelation(source, monoAt(mixed, mixed.rate), mixed.rate), 0.9);
+}
+
+TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
+    engine->setRecordingContext(Mode::fresh("Dictation"), "", {});
+    engine->startRecording();
+    ASSERT_TRUE(waitFor([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
+    waitFor([] { return false; }, 0.5);
+
+    std::atomic<bool> done{false};
+    std::thread player([&] {
+        std::system((std::string("paplay --device=vocle_mic_feed '") + kSpeech + "'").c_str());
+        done = true;
+    });
+    waitFor([] { return false; }, 3.0);
+    // Unplug: the virtual microphone's module goes away under the running stream.
+    const int unloaded = std::system(
+        "pactl unload-module $(pactl list short modules | awk '/module-remap-source/ && /vocle_mic/ {print "
+        "$1}')");
+    waitFor([&] { return done.load(); }, 30.0);
+    player.join();
+    engine->stopRecording();
+    const bool processed = waitFor([&] { return !processor.calls.empty(); }, 10.0);
+    // Put the microphone back for the other cases before checking anything.
+    const int restored = std::system(
+        (std::string(VOCLE_SOURCE_DIR) + "/scripts/start-test-pulseaudio.sh >/dev/null 2>&1").c_str());
+    ASSERT_EQ(unloaded, 0);
+    ASSERT_EQ(restored, 0);
+    ASSERT_TRUE(processed) << "the recording was not handed on after the microphone went away";
+    const auto captured = readWav(processor.calls[0].file);
+    EXPECT_GT(captured.frames(), static_cast<size_t>(captured.rate));  // the seconds before the unplug
+    // PulseAudio either ends the stream (the did-finish error is then logged) or moves it to another
+    // input and the recording goes on; either way the file is handed on and nothing is lost.
+    EXPECT_TRUE(std::filesystem::exists(processor.calls[0].file));
+}
+
+TEST_F(PulseAudioEngine, MutesAndRestoresTheDefaultSinkVolume) {
+    auto id = coreAudio.defaultDevice(AudioScope::output);
+    ASSERT_TRUE(id.ok()) << id.error().description;
+    EXPECT_EQ(coreAudio.deviceUID(id.value()).value(), "vocle_speaker");
+    EXPECT_EQ(coreAudio.deviceName(id.value()).value(), "Vocle_Test_Speaker");
+    ASSERT_FALSE(coreAudio.setVolume(id.value(), 0.8f));
+    EXPECT_NEAR(coreAudio.volume(id.value()).value(), 0.8f, 0.001f);
+
+    systemAudio->playStartSoundThenMute();
+    waitFor([&] { return coreAudio.volume(id.value()).value() == 0.0f; }, 3.0);
+    EXPECT_EQ(coreAudio.volume(id.value()).value(), 0.0f);
+    systemAudio->restoreSystemAudio();
+    waitFor([&] { return coreAudio.volume(id.value()).value() > 0.0f; }, 3.0);
+    EXPECT_NEAR(coreAudio.volume(id.value()).value(), 0.8f, 0.001f);
+    ASSERT_FALSE(coreAudio.setVolume(id.value(), 1.0f));
+}
+
+TEST_F(PulseAudioEngine, DeviceListsAndDefaultOutputSwitch) {
+    auto inputs = capture.devices();
+    ASSERT_FALSE(inputs.empty());
+    bool mic = false;
+    for (const auto& d : inputs) {
+        EXPECT_EQ(d.uid.find(".monitor"), std::string::npos) << "monitors are not microphones";
+        mic |= d.uid == "vocle_mic" && d.name == "Vocle_Test_Microphone";
+    }
+    EXPECT_TRUE(mic);
+    EXPECT_EQ(capture.defaultDevice()->uid, "vocle_mic");
+
+    auto list = coreAudio.deviceList();
+    ASSERT_TRUE(list.ok());
+    std::optional<AudioDeviceId> feed;
+    for (auto id : list.value())
+        if (coreAudio.deviceUID(id).value() == "vocle_mic_feed") feed = id;
+    ASSERT_TRUE(feed.has_value());
+    ASSERT_FALSE(coreAudio.setDefaultOutput(*feed));
+    EXPECT_EQ(coreAudio.defaultDevice(AudioScope::output).value(), *feed);
+    ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
+    EXPECT_FALSE(coreAudio.setDefaultOutput(999999) == std::nullopt);
+}
+
+TEST_F(PulseAudioEngine, SoundEffectPlaysToItsEnd) {
+    auto file = findSoundFile("start", soundSearchDirectories(ProcessEnvironment{}));
+    ASSERT_TRUE(file.has_value());
+    std::atomic<bool> finished{false};
+    systemAudio->playSoundEffect("start", [&] { finished = true; });
+    EXPECT_TRUE(queue.runUntil([&] { return finished.load(); }, 3.0));
+    EXPECT_FALSE(systemAudio->isPlayingSoundEffect());
+}
+
+}  // namespace

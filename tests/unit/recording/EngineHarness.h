@@ -1,0 +1,149 @@
+#pragma once
+
+#include <sndfile.h>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/DispatchQueue.h"
+#include "foundation/Log.h"
+#include "foundation/NotificationCenter.h"
+#include "foundation/VirtualMainQueue.h"
+#include "platform/testing/FakeAlerts.h"
+#include "platform/testing/FakeAudioPlayback.h"
+#include "platform/testing/FakeCapture.h"
+#include "platform/testing/FakeCoreAudio.h"
+#include "platform/testing/FakeScreenCapture.h"
+#include "recording/AudioRecordingService.h"
+#include "recording/BluetoothAudioRouteManager.h"
+#include "recording/SystemAudioController.h"
+#include "storage/FileStorageManager.h"
+#include "support/TempDir.h"
+
+namespace vocle::testing {
+
+// The upload pipeline as the engine sees it: records each call and answers when told.
+class ScriptedProcessor final : public RecordingProcessor {
+  public:
+    struct Call {
+        std::filesystem::path file;
+        Mode mode;
+        std::string vocab;
+        std::vector<Replacement> replacements;
+        std::function<void(Result<std::string>)> completion;
+    };
+    std::vector<Call> calls;
+
+    void processRecording(const std::filesystem::path& file, const Mode& mode, const std::string& vocab,
+                          const std::vector<Replacement>& replacements,
+                          std::function<void(Result<std::string>)> completion) override {
+        calls.push_back({file, mode, vocab, replacements, std::move(completion)});
+    }
+};
+
+class RecordingPaster final : public TranscriptPaster {
+  public:
+    std::vector<std::string> pasted;
+    void copyAndPaste(const std::string& text) override { pasted.push_back(text); }
+};
+
+inline void writeWav(const std::filesystem::path& path, int rate, int channels,
+                     const std::vector<float>& interleaved) {
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = channels;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!f) throw std::runtime_error(sf_strerror(nullptr));
+    sf_writef_float(f, interleaved.data(), static_cast<sf_count_t>(interleaved.size() / channels));
+    sf_close(f);
+}
+
+struct WavData {
+    int rate = 0;
+    int channels = 0;
+    int format = 0;
+    std::vector<float> samples;
+    size_t frames() const { return channels ? samples.size() / channels : 0; }
+};
+
+inline WavData readWav(const std::filesystem::path& path) {
+    SF_INFO info{};
+    SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
+    if (!f)
+        throw std::runtime_error(std::string("cannot open ") + path.string() + ": " + sf_strerror(nullptr));
+    WavData d{info.samplerate, info.channels, info.format, std::vector<float>(info.frames * info.channels)};
+    sf_readf_float(f, d.samples.data(), info.frames);
+    sf_close(f);
+    return d;
+}
+
+// A fresh engine on virtual time with fakes for every OS service.
+struct EngineHarness {
+    VirtualMainQueue queue;
+    TempDir tmp;
+    TempDir data;
+    FileStorageManager storage{DataFolder(data.path()), queue};
+    FakeCapture capture;
+    FakeScreenCapture screen;
+    FakeCoreAudio coreAudio;
+    FakeAudioPlayback playback;
+    ManualDispatchQueue background;
+    InlineDispatchQueue routeQueue;
+    InlineDispatchQueue systemAudioQueue;
+    NotificationCenter notifications;
+    ScriptedProcessor processor;
+    RecordingPaster paster;
+    FakeAlerts alerts;
+    std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>();
+    ScopedLogSink scopedLogs{logs};
+    std::unique_ptr<SystemAudioController> systemAudio;
+    std::unique_ptr<BluetoothAudioRouteManager> route;
+    std::unique_ptr<AudioRecordingService> engine;
+
+    EngineHarness() {
+        std::filesystem::create_directories(data.path() / "sounds");
+        writeText(data.path() / "sounds" / "start.aif", "FORM");
+        writeText(data.path() / "sounds" / "stop.aif", "FORM");
+        coreAudio.add(1, "alsa_output.pci.analog-stereo", "Built-in Audio Analog Stereo", 0.7f);
+        coreAudio.defaultOutput = 1;
+        systemAudio = std::make_unique<SystemAudioController>(
+            queue, background, coreAudio, playback, storage,
+            std::vector<std::filesystem::path>{data.path() / "sounds"});
+        route = std::make_unique<BluetoothAudioRouteManager>(coreAudio, routeQueue);
+        engine = std::make_unique<AudioRecordingService>(AudioRecordingServiceDependencies{
+            queue, capture, screen, *systemAudio, *route, processor, paster, alerts, storage, notifications,
+            systemAudioQueue, tmp.path(), [] { return 0.5; }});
+    }
+
+    AudioRecordingService& e() { return *engine; }
+    double t0() const { return 1'700'000'000.0; }
+    std::filesystem::path file(const std::string& name) const { return tmp.path() / name; }
+
+    Mode mode(bool systemAudio = false, bool mute = false) {
+        Mode m = Mode::fresh("Dictation");
+        m.recordSystemAudio = systemAudio;
+        m.muteWhileRecording = mute;
+        return m;
+    }
+    void start(Mode m) {
+        engine->setRecordingContext(m, "Kubernetes, Vocle", {Replacement::make("new line", "\n")});
+        engine->startRecording();
+        queue.runUntilIdle();
+    }
+    // Names of the sounds played so far.
+    std::vector<std::string> sounds() const {
+        std::vector<std::string> names;
+        for (const auto& p : playback.players) names.push_back(p->file.stem().string());
+        return names;
+    }
+    void speak(float db) {
+        for (auto& o : capture.outputs) o->channelPowerDb = {db};
+    }
+};
+
+}  // namespace vocle::testing
