@@ -301,8 +301,7 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
         }
     };
     auto fail = [&](BackendError error) {
-        auto slot = std::make_shared<std::optional<TranscribeResponse>>();
-        return failLater(std::move(error), deliverFrom<TranscribeResponse>(slot, report));
+        return deliverError<TranscribeResponse>(std::move(error), report);
     };
 
     if (accessToken_.empty()) {
@@ -344,12 +343,11 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
 }
 
 Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completion) {
-    auto slot = std::make_shared<std::optional<SettingsEnvelope>>();
     if (accessToken_.empty())
-        return failLater(BackendError::authenticationFailed(), deliverFrom(slot, std::move(completion)));
+        return deliverError(BackendError::authenticationFailed(), std::move(completion));
     const std::string url = baseURL_ + "/settings";
     if (!HttpTransport::isValidURL(url))
-        return failLater(BackendError::invalidURL(), deliverFrom(slot, std::move(completion)));
+        return deliverError(BackendError::invalidURL(), std::move(completion));
     return requestWithRetry<SettingsEnvelope>(0, mainQueue_.clock().now(), url, "GET", RequestBody::none(),
                                               std::move(completion));
 }
@@ -357,12 +355,11 @@ Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completi
 Subscription BackendService::backupSettings(const SettingsDoc& settings,
                                             std::optional<int64_t> ifMatchVersion,
                                             Completion<BackupResponse> completion) {
-    auto slot = std::make_shared<std::optional<BackupResponse>>();
     if (accessToken_.empty())
-        return failLater(BackendError::authenticationFailed(), deliverFrom(slot, std::move(completion)));
+        return deliverError(BackendError::authenticationFailed(), std::move(completion));
     const std::string url = baseURL_ + "/settings";
     if (!HttpTransport::isValidURL(url))
-        return failLater(BackendError::invalidURL(), deliverFrom(slot, std::move(completion)));
+        return deliverError(BackendError::invalidURL(), std::move(completion));
     Json body = Json::object();
     try {
         // Round-trip through text, as the document is sent: a member that cannot be encoded is left out.
@@ -383,10 +380,8 @@ Subscription BackendService::sendSupportMessage(const std::string& message, Comp
         }
     };
     const std::string url = baseURL_ + "/support/message";
-    if (!HttpTransport::isValidURL(url)) {
-        auto slot = std::make_shared<std::optional<SuccessResponse>>();
-        return failLater(BackendError::invalidURL(), deliverFrom<SuccessResponse>(slot, std::move(report)));
-    }
+    if (!HttpTransport::isValidURL(url))
+        return deliverError<SuccessResponse>(BackendError::invalidURL(), report);
     return requestWithRetry<SuccessResponse>(0, mainQueue_.clock().now(), url, "POST",
                                              RequestBody::json(Json{{"message", message}}),
                                              std::move(report));

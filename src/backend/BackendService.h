@@ -110,6 +110,12 @@ class BackendService {
         return start(attempt, startTime, url, method, std::move(body), decoderInto(slot), true,
                      deliverFrom(slot, std::move(completion)));
     }
+    // Delivers `error` later on the main queue, as a failed request would; nothing is sent.
+    template <class T>
+    [[nodiscard]] Subscription deliverError(BackendError error, Completion<T> completion) {
+        auto slot = std::make_shared<std::optional<T>>();
+        return failLater(std::move(error), deliverFrom(slot, std::move(completion)));
+    }
     // One attempt, no retry.
     template <class T>
     [[nodiscard]] Subscription performRequest(const std::string& url, const std::string& method,

@@ -33,6 +33,7 @@ struct CliCommand {
 
 // Each group of commands lives in its own file and adds itself here.
 void addStorageCommands(std::vector<CliCommand>& commands);
+void addBackendCommands(std::vector<CliCommand>& commands);
 void addAudioCommands(std::vector<CliCommand>& commands);
 
 }  // namespace vocle::cli

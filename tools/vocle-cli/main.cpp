@@ -9,6 +9,7 @@ namespace {
 std::vector<CliCommand> allCommands() {
     std::vector<CliCommand> commands;
     addStorageCommands(commands);
+    addBackendCommands(commands);
     addAudioCommands(commands);
     return commands;
 }
