@@ -25,7 +25,7 @@ Error renderingError() {
     return Error{AudioMixer::kErrorDomain, AudioMixer::kRenderingError, "Rendering error"};
 }
 Error fileError(SNDFILE* file, const std::filesystem::path& path) {
-    return Error{kFileDomain, sf_error(file), path.filename().string() + ": " + sf_strerror(file)};
+    return Error{kFileDomain, sf_error(file), path.string() + ": " + sf_strerror(file)};
 }
 
 struct SndfileCloser {

@@ -54,7 +54,7 @@ class PulseSoundPlayer final : public SoundPlayer {
         self->offset_ += n;
         if (self->offset_ >= total) {
             pa_stream_set_write_callback(s, nullptr, nullptr);
-            if (pa_operation* op = pa_stream_drain(s, drained, self)) pa_operation_unref(op);
+            self->drainOp_ = pa_stream_drain(s, drained, self);
         }
     }
     static void drained(pa_stream* s, int, void* userdata) {
@@ -64,6 +64,12 @@ class PulseSoundPlayer final : public SoundPlayer {
     }
     void disconnectLocked() {
         finished_ = nullptr;
+        if (drainOp_) {
+            // A cancelled operation never calls back, so the callback cannot outlive the player.
+            pa_operation_cancel(drainOp_);
+            pa_operation_unref(drainOp_);
+            drainOp_ = nullptr;
+        }
         if (!stream_) return;
         pa_stream_set_write_callback(stream_, nullptr, nullptr);
         pa_stream_disconnect(stream_);
@@ -77,6 +83,7 @@ class PulseSoundPlayer final : public SoundPlayer {
     int channels_;
     float volume_ = 1.0f;
     pa_stream* stream_ = nullptr;
+    pa_operation* drainOp_ = nullptr;
     size_t offset_ = 0;
     std::function<void()> finished_;
 };
