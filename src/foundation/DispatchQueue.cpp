@@ -2,47 +2,11 @@
 
 namespace vocle {
 
-SerialThreadQueue::SerialThreadQueue(std::string name) : name_(std::move(name)) {
-    thread_ = std::thread([this] { loop(); });
+WorkerThreads::WorkerThreads(unsigned count) {
+    for (unsigned i = 0; i < count; ++i) threads_.emplace_back([this] { loop(); });
 }
 
-SerialThreadQueue::~SerialThreadQueue() {
-    {
-        std::lock_guard lock(mutex_);
-        stopping_ = true;
-    }
-    cv_.notify_all();
-    if (thread_.joinable()) thread_.join();
-}
-
-void SerialThreadQueue::async(Task task) {
-    {
-        std::lock_guard lock(mutex_);
-        tasks_.push_back(std::move(task));
-    }
-    cv_.notify_one();
-}
-
-void SerialThreadQueue::loop() {
-    for (;;) {
-        Task task;
-        {
-            std::unique_lock lock(mutex_);
-            cv_.wait(lock, [this] { return stopping_ || !tasks_.empty(); });
-            if (tasks_.empty()) return;
-            task = std::move(tasks_.front());
-            tasks_.pop_front();
-        }
-        task();
-    }
-}
-
-BackgroundQueue::BackgroundQueue(unsigned threads) {
-    if (threads == 0) threads = 1;
-    for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { loop(); });
-}
-
-BackgroundQueue::~BackgroundQueue() {
+WorkerThreads::~WorkerThreads() {
     {
         std::lock_guard lock(mutex_);
         stopping_ = true;
@@ -51,7 +15,7 @@ BackgroundQueue::~BackgroundQueue() {
     for (auto& t : threads_) t.join();
 }
 
-void BackgroundQueue::async(Task task) {
+void WorkerThreads::push(Task task) {
     {
         std::lock_guard lock(mutex_);
         tasks_.push_back(std::move(task));
@@ -59,7 +23,7 @@ void BackgroundQueue::async(Task task) {
     cv_.notify_one();
 }
 
-void BackgroundQueue::loop() {
+void WorkerThreads::loop() {
     for (;;) {
         Task task;
         {

@@ -18,30 +18,12 @@ public:
     virtual void async(Task task) = 0;
 };
 
-// One worker thread, tasks in order. The destructor finishes queued work, then joins.
-class SerialThreadQueue final : public DispatchQueue {
+// Worker threads draining one task list; the destructor finishes queued work, then joins.
+class WorkerThreads {
 public:
-    explicit SerialThreadQueue(std::string name);
-    ~SerialThreadQueue() override;
-    void async(Task task) override;
-    const std::string& name() const { return name_; }
-
-private:
-    void loop();
-    std::string name_;
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    std::deque<Task> tasks_;
-    bool stopping_ = false;
-    std::thread thread_;
-};
-
-// A small pool for independent work (the "global queues").
-class BackgroundQueue final : public DispatchQueue {
-public:
-    explicit BackgroundQueue(unsigned threads = 2);
-    ~BackgroundQueue() override;
-    void async(Task task) override;
+    explicit WorkerThreads(unsigned count);
+    ~WorkerThreads();
+    void push(Task task);
 
 private:
     void loop();
@@ -50,6 +32,28 @@ private:
     std::deque<Task> tasks_;
     bool stopping_ = false;
     std::vector<std::thread> threads_;
+};
+
+// One worker thread, tasks in order.
+class SerialThreadQueue final : public DispatchQueue {
+public:
+    explicit SerialThreadQueue(std::string name) : name_(std::move(name)), worker_(1) {}
+    void async(Task task) override { worker_.push(std::move(task)); }
+    const std::string& name() const { return name_; }
+
+private:
+    std::string name_;
+    WorkerThreads worker_;
+};
+
+// A small pool for independent work (the "global queues").
+class BackgroundQueue final : public DispatchQueue {
+public:
+    explicit BackgroundQueue(unsigned threads = 2) : workers_(threads ? threads : 1) {}
+    void async(Task task) override { workers_.push(std::move(task)); }
+
+private:
+    WorkerThreads workers_;
 };
 
 // Test double: nothing runs until the test says so.

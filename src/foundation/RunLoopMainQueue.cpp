@@ -5,26 +5,14 @@
 
 namespace vocle {
 
-namespace {
-struct Later {
-    template <class E>
-    bool operator()(const E& a, const E& b) const {
-        if (a.due != b.due) return a.due > b.due;
-        return a.seq > b.seq;
-    }
-};
-}  // namespace
-
-TimerHandle RunLoopMainQueue::schedule(double due, double interval, Task task,
-                                       std::shared_ptr<TimerState> state) {
-    if (!state) state = std::make_shared<TimerState>();
+TimerHandle RunLoopMainQueue::schedule(double due, double interval, Task task, std::shared_ptr<TimerState> state) {
+    TimerHandle handle;
     {
         std::lock_guard lock(mutex_);
-        heap_.push_back(Entry{due, nextSeq_++, interval, std::move(task), state});
-        std::push_heap(heap_.begin(), heap_.end(), Later{});
+        handle = heap_.push(due, interval, std::move(task), std::move(state));
     }
     wake_.notify_all();
-    return TimerHandle(state);
+    return handle;
 }
 
 void RunLoopMainQueue::post(Task task) { schedule(0, 0, std::move(task)); }
@@ -49,29 +37,23 @@ bool RunLoopMainQueue::runUntil(const std::function<bool()>& done, double timeou
         quit_ = false;
     }
     while (!done()) {
-        Entry e;
+        TimerHeap::Entry e;
         {
             std::unique_lock lock(mutex_);
             for (;;) {
                 if (quit_) return done();
                 const double now = clock_.now();
                 if (now >= deadline) return done();
-                if (!heap_.empty() && heap_.front().due <= now) break;
-                double until = deadline;
-                if (!heap_.empty()) until = std::min(until, heap_.front().due);
+                const TimerHeap::Entry* next = heap_.peek();
+                if (next && next->due <= now) break;
+                const double until = next ? std::min(deadline, next->due) : deadline;
                 wake_.wait_for(lock, std::chrono::duration<double>(std::min(until - now, 0.5)));
             }
-            std::pop_heap(heap_.begin(), heap_.end(), Later{});
-            e = std::move(heap_.back());
-            heap_.pop_back();
+            e = heap_.pop();
         }
-        if (e.state->cancelled) continue;
-        if (e.interval > 0) {
-            schedule(e.due + e.interval, e.interval, e.task, e.state);
-        } else {
-            e.state->finished = true;
-        }
-        e.task();
+        fireTimer(e, [this](double due, double interval, const Task& task, std::shared_ptr<TimerState> state) {
+            schedule(due, interval, task, std::move(state));
+        });
     }
     return true;
 }

@@ -1,11 +1,10 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
 #include <mutex>
-#include <vector>
 
 #include "foundation/MainQueue.h"
+#include "foundation/TimerHeap.h"
 
 namespace vocle {
 
@@ -26,20 +25,12 @@ public:
     void quit();
 
 private:
-    struct Entry {
-        double due;
-        uint64_t seq;
-        double interval;
-        Task task;
-        std::shared_ptr<TimerState> state;
-    };
     TimerHandle schedule(double due, double interval, Task task, std::shared_ptr<TimerState> state = {});
 
     const Clock& clock_;
     std::mutex mutex_;
     std::condition_variable wake_;
-    std::vector<Entry> heap_;
-    uint64_t nextSeq_ = 0;
+    TimerHeap heap_;
     bool quit_ = false;
 };
 

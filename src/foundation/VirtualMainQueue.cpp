@@ -4,34 +4,12 @@
 
 namespace vocle {
 
-namespace {
-// std heap functions keep the largest element first; invert so the earliest (then oldest) wins.
-struct Later {
-    template <class E>
-    bool operator()(const E& a, const E& b) const {
-        if (a.due != b.due) return a.due > b.due;
-        return a.seq > b.seq;
-    }
-};
-}  // namespace
-
-TimerHandle VirtualMainQueue::schedule(double due, double interval, Task task,
-                                       std::shared_ptr<TimerState> state) {
-    if (!state) state = std::make_shared<TimerState>();
+TimerHandle VirtualMainQueue::schedule(double due, double interval, Task task, std::shared_ptr<TimerState> state) {
     std::lock_guard lock(mutex_);
-    heap_.push_back(Entry{due, nextSeq_++, interval, std::move(task), state});
-    std::push_heap(heap_.begin(), heap_.end(), Later{});
-    return TimerHandle(state);
+    return heap_.push(due, interval, std::move(task), std::move(state));
 }
 
-void VirtualMainQueue::post(Task task) {
-    double due;
-    {
-        std::lock_guard lock(mutex_);
-        due = now_;
-    }
-    schedule(due, 0, std::move(task));
-}
+void VirtualMainQueue::post(Task task) { schedule(now(), 0, std::move(task)); }
 
 TimerHandle VirtualMainQueue::postAfter(double seconds, Task task) {
     return schedule(now() + std::max(0.0, seconds), 0, std::move(task));
@@ -47,54 +25,36 @@ double VirtualMainQueue::now() const {
     return now_;
 }
 
-bool VirtualMainQueue::popDue(double limit, Entry& out) {
+bool VirtualMainQueue::popDue(double limit, TimerHeap::Entry& out) {
     std::lock_guard lock(mutex_);
-    while (!heap_.empty()) {
-        std::pop_heap(heap_.begin(), heap_.end(), Later{});
-        Entry e = std::move(heap_.back());
-        heap_.pop_back();
-        if (e.state->cancelled) continue;
-        if (e.due > limit) {
-            heap_.push_back(std::move(e));
-            std::push_heap(heap_.begin(), heap_.end(), Later{});
-            return false;
-        }
-        if (e.due > now_) now_ = e.due;
-        out = std::move(e);
-        return true;
-    }
-    return false;
+    const TimerHeap::Entry* next = heap_.peek();
+    if (!next || next->due > limit) return false;
+    out = heap_.pop();
+    now_ = std::max(now_, out.due);
+    return true;
 }
 
-void VirtualMainQueue::fire(Entry& e) {
-    if (e.interval > 0) {
-        // Re-armed before running so the task may cancel its own handle.
-        schedule(e.due + e.interval, e.interval, e.task, e.state);
-    } else {
-        e.state->finished = true;
-    }
-    e.task();
+void VirtualMainQueue::fire(TimerHeap::Entry& e) {
+    fireTimer(e, [this](double due, double interval, const Task& task, std::shared_ptr<TimerState> state) {
+        schedule(due, interval, task, std::move(state));
+    });
 }
 
 void VirtualMainQueue::runUntilIdle() {
-    Entry e;
-    while (popDue(now(), e)) {
-        fire(e);
-    }
+    TimerHeap::Entry e;
+    while (popDue(now(), e)) fire(e);
 }
 
 void VirtualMainQueue::advance(double seconds) {
     const double target = now() + std::max(0.0, seconds);
-    Entry e;
-    while (popDue(target, e)) {
-        fire(e);
-    }
+    TimerHeap::Entry e;
+    while (popDue(target, e)) fire(e);
     std::lock_guard lock(mutex_);
     now_ = std::max(now_, target);
 }
 
 bool VirtualMainQueue::runNext() {
-    Entry e;
+    TimerHeap::Entry e;
     if (!popDue(1e300, e)) return false;
     fire(e);
     return true;
@@ -102,8 +62,7 @@ bool VirtualMainQueue::runNext() {
 
 size_t VirtualMainQueue::pendingCount() const {
     std::lock_guard lock(mutex_);
-    return static_cast<size_t>(
-        std::count_if(heap_.begin(), heap_.end(), [](const Entry& e) { return !e.state->cancelled; }));
+    return heap_.liveCount();
 }
 
 }  // namespace vocle

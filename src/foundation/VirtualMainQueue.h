@@ -1,10 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <mutex>
-#include <vector>
 
 #include "foundation/MainQueue.h"
+#include "foundation/TimerHeap.h"
 
 namespace vocle {
 
@@ -30,21 +29,14 @@ public:
     size_t pendingCount() const;
 
 private:
-    struct Entry {
-        double due;
-        uint64_t seq;
-        double interval;  // 0 for one-shot
-        Task task;
-        std::shared_ptr<TimerState> state;
-    };
     TimerHandle schedule(double due, double interval, Task task, std::shared_ptr<TimerState> state = {});
-    bool popDue(double limit, Entry& out);
-    void fire(Entry& e);
+    // Pops the earliest live entry due at or before `limit`, moving the clock to its due time.
+    bool popDue(double limit, TimerHeap::Entry& out);
+    void fire(TimerHeap::Entry& e);
 
     mutable std::mutex mutex_;
     double now_;
-    uint64_t nextSeq_ = 0;
-    std::vector<Entry> heap_;
+    TimerHeap heap_;
 };
 
 }  // namespace vocle

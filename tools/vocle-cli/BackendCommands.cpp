@@ -18,10 +18,6 @@
 #include "storage/LocalSettingsStore.h"
 #include "storage/SessionStore.h"
 
-#ifndef VOCLE_VERSION
-#define VOCLE_VERSION ""
-#endif
-
 namespace vocle::cli {
 
 namespace {
