@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -20,6 +21,22 @@ public:
 class StdoutLogSink final : public LogSink {
 public:
     void write(std::string_view line) override;
+};
+
+// Writes each line to a stream (the CLI sends log lines to standard error, keeping standard output for
+// its results). Not locked: for single-threaded tools.
+class StreamLogSink final : public LogSink {
+public:
+    explicit StreamLogSink(std::ostream& out) : out_(out) {}
+    void write(std::string_view line) override { out_ << line << '\n'; }
+
+private:
+    std::ostream& out_;
+};
+
+class DiscardLogSink final : public LogSink {
+public:
+    void write(std::string_view) override {}
 };
 
 class CapturingLogSink final : public LogSink {

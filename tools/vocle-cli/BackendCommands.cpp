@@ -22,15 +22,6 @@ namespace vocle::cli {
 
 namespace {
 
-// Log lines go to standard error, and only when asked for, so that standard output is the transcript.
-class StderrLogSink final : public LogSink {
-  public:
-    void write(std::string_view line) override { std::cerr << line << '\n'; }
-};
-class DiscardLogSink final : public LogSink {
-  public:
-    void write(std::string_view) override {}
-};
 
 struct TranscribeOptions {
     std::string file;
@@ -127,7 +118,7 @@ std::vector<Replacement> replacementsFrom(const TranscribeOptions& o, const AppS
 
 int runTranscribe(CliContext& ctx) {
     const TranscribeOptions o = parseTranscribeArgs(ctx.args);
-    ScopedLogSink logs(o.verbose ? std::shared_ptr<LogSink>(std::make_shared<StderrLogSink>())
+    ScopedLogSink logs(o.verbose ? std::shared_ptr<LogSink>(std::make_shared<StreamLogSink>(std::cerr))
                                  : std::make_shared<DiscardLogSink>());
 
     SystemClock clock;

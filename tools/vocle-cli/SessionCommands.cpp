@@ -17,15 +17,6 @@ namespace vocle::cli {
 
 namespace {
 
-// Store and client log lines would mix with the prompts; they go to standard error.
-class StderrLogSink final : public LogSink {
-  public:
-    explicit StderrLogSink(std::ostream& err) : err_(err) {}
-    void write(std::string_view line) override { err_ << line << '\n'; }
-
-  private:
-    std::ostream& err_;
-};
 
 // Enough for the request timeout of the sign-in calls (60 s) to answer first.
 constexpr double kRequestWait = 75.0;
@@ -33,7 +24,7 @@ constexpr int kCodeAttempts = 3;
 
 int signIn(CliContext& ctx) {
     if (ctx.args.size() != 1) throw CliError{"expected one argument: the e-mail address", 2};
-    ScopedLogSink logs(std::make_shared<StderrLogSink>(ctx.err));
+    ScopedLogSink logs(std::make_shared<StreamLogSink>(ctx.err));
     SystemClock clock;
     RunLoopMainQueue queue(clock);
     const DataFolder folder = DataFolder::fromEnvironment(ctx.env);
@@ -81,7 +72,7 @@ int signIn(CliContext& ctx) {
 
 int signOut(CliContext& ctx) {
     if (!ctx.args.empty()) throw CliError{"unexpected argument \"" + ctx.args.front() + "\"", 2};
-    ScopedLogSink logs(std::make_shared<StderrLogSink>(ctx.err));
+    ScopedLogSink logs(std::make_shared<StreamLogSink>(ctx.err));
     SystemClock clock;
     const DataFolder folder = DataFolder::fromEnvironment(ctx.env);
     FileStorageManager files(folder, clock);

@@ -11,15 +11,6 @@ namespace vocle::cli {
 
 namespace {
 
-// Store log lines would mix with the JSON on standard output; they go to standard error instead.
-class StderrLogSink final : public LogSink {
-public:
-    explicit StderrLogSink(std::ostream& err) : err_(err) {}
-    void write(std::string_view line) override { err_ << line << '\n'; }
-
-private:
-    std::ostream& err_;
-};
 
 void expectNoArguments(const CliContext& ctx) {
     if (!ctx.args.empty()) throw CliError{"unexpected argument \"" + ctx.args.front() + "\""};
@@ -28,7 +19,7 @@ void expectNoArguments(const CliContext& ctx) {
 template <class F>
 int withStores(CliContext& ctx, F body) {
     expectNoArguments(ctx);
-    ScopedLogSink logs(std::make_shared<StderrLogSink>(ctx.err));
+    ScopedLogSink logs(std::make_shared<StreamLogSink>(ctx.err));
     SystemClock clock;
     DataFolder folder = DataFolder::fromEnvironment(ctx.env);
     body(folder, clock);

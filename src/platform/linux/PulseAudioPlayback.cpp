@@ -22,15 +22,15 @@ class PulseSoundPlayer final : public SoundPlayer {
         if (pulse_.ensureConnected()) return false;
         PulseConnection::Lock lock(pulse_);
         disconnectLocked();
-        pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, static_cast<uint32_t>(rate_),
+        pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, static_cast<uint32_t>(rate_),
                             static_cast<uint8_t>(channels_)};
-        stream_ = pa_stream_new(pulse_.context(), "Vocle sound effect", &spec, nullptr);
+        stream_ = pa_stream_new(pulse_.context(), "Vocle sound effect", &sampleFormat, nullptr);
         if (!stream_) return false;
         finished_ = std::move(finished);
         offset_ = 0;
         pa_stream_set_write_callback(stream_, writable, this);
         pa_cvolume volume;
-        pa_cvolume_set(&volume, spec.channels, pa_sw_volume_from_linear(volume_));
+        pa_cvolume_set(&volume, sampleFormat.channels, pa_sw_volume_from_linear(volume_));
         if (pa_stream_connect_playback(stream_, nullptr, nullptr, PA_STREAM_NOFLAGS, &volume, nullptr) < 0) {
             disconnectLocked();
             return false;

@@ -136,8 +136,8 @@ class PulseCaptureSession final : public CaptureSession {
         running_ = true;
         if (!input_ || !output_) return;
         auto state = output_->state;
-        output_->rate = static_cast<int>(input_->spec.rate);
-        output_->channels = input_->spec.channels;
+        output_->rate = static_cast<int>(input_->sampleFormat.rate);
+        output_->channels = input_->sampleFormat.channels;
         {
             std::lock_guard lock(state->mutex);
             state->hasInput = true;

@@ -127,7 +127,7 @@ Result<std::vector<PulseConnection::Sink>> PulseConnection::sinks() {
             sink.index = i->index;
             sink.name = text(i->name);
             sink.description = text(i->description);
-            sink.spec = i->sample_spec;
+            sink.sampleFormat = i->sample_spec;
             sink.volume = i->volume;
             sink.card = i->card;
             sink.profile = text(pa_proplist_gets(i->proplist, "bluetooth.protocol"));

@@ -22,7 +22,7 @@ class PulseConnection {
         uint32_t index = PA_INVALID_INDEX;
         std::string name;
         std::string description;
-        pa_sample_spec spec{};
+        pa_sample_spec sampleFormat{};
         pa_cvolume volume{};
         uint32_t card = PA_INVALID_INDEX;
         std::string profile;  // the card profile it belongs to (bluetooth.protocol), if any
@@ -31,7 +31,7 @@ class PulseConnection {
         uint32_t index = PA_INVALID_INDEX;
         std::string name;
         std::string description;
-        pa_sample_spec spec{};
+        pa_sample_spec sampleFormat{};
         bool isMonitor = false;
     };
     struct Card {

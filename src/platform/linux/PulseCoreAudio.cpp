@@ -111,7 +111,7 @@ std::optional<Error> PulseCoreAudio::setVolume(AudioDeviceId id, float volume) {
     if (!s.ok()) return s.error();
     pa_cvolume cv = s.value().volume;
     const auto raw = static_cast<pa_volume_t>(std::lround(std::clamp(volume, 0.0f, 1.0f) * PA_VOLUME_NORM));
-    pa_cvolume_set(&cv, cv.channels ? cv.channels : s.value().spec.channels, raw);
+    pa_cvolume_set(&cv, cv.channels ? cv.channels : s.value().sampleFormat.channels, raw);
     return pulse_.setSinkVolume(id, cv);
 }
 

@@ -17,7 +17,7 @@ void PulseRecordStream::start(Completion started) {
     if (auto e = pulse_.ensureConnected()) return started(*e);
 
     // The stream takes the device's own format, so nothing is resampled on the way.
-    pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, 48000, 2};
+    pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, 48000, 2};
     std::string lookFor = device_;
     if (device_ == "@DEFAULT_MONITOR@") {
         auto info = pulse_.serverInfo();
@@ -29,8 +29,8 @@ void PulseRecordStream::start(Completion started) {
     bool found = false;
     for (const auto& s : sources.value()) {
         if (s.name == lookFor) {
-            spec.rate = s.spec.rate;
-            spec.channels = s.spec.channels;
+            sampleFormat.rate = s.sampleFormat.rate;
+            sampleFormat.channels = s.sampleFormat.channels;
             found = true;
         }
     }
@@ -40,14 +40,14 @@ void PulseRecordStream::start(Completion started) {
 
     PulseConnection::Lock lock(pulse_);
     disconnectLocked();
-    stream_ = pa_stream_new(pulse_.context(), "Vocle recording", &spec, nullptr);
+    stream_ = pa_stream_new(pulse_.context(), "Vocle recording", &sampleFormat, nullptr);
     if (!stream_) return started(pulse_.error("Could not create the record stream"));
     started_ = std::move(started);
     pa_stream_set_state_callback(stream_, stateChanged, this);
     pa_stream_set_read_callback(stream_, readable, this);
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<uint32_t>(-1);
-    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(20'000, &spec));  // 20 ms blocks for the meter
+    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(20'000, &sampleFormat));  // 20 ms blocks for the meter
     if (pa_stream_connect_record(stream_, lookFor.c_str(), &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
         auto e = pulse_.error("Could not start recording from " + lookFor);
         disconnectLocked();
@@ -99,19 +99,19 @@ void PulseRecordStream::stateChanged(pa_stream* s, void* userdata) {
 
 void PulseRecordStream::readable(pa_stream* s, size_t, void* userdata) {
     auto* self = static_cast<PulseRecordStream*>(userdata);
-    const pa_sample_spec* spec = pa_stream_get_sample_spec(s);
+    const pa_sample_spec* sampleFormat = pa_stream_get_sample_spec(s);
     for (;;) {
         const void* data = nullptr;
         size_t bytes = 0;
         if (pa_stream_peek(s, &data, &bytes) < 0 || bytes == 0) return;
         if (self->onData_) {
-            const size_t frames = bytes / (sizeof(float) * spec->channels);
+            const size_t frames = bytes / (sizeof(float) * sampleFormat->channels);
             if (data) {
-                self->onData_(static_cast<const float*>(data), frames, spec->channels, spec->rate);
+                self->onData_(static_cast<const float*>(data), frames, sampleFormat->channels, sampleFormat->rate);
             } else {
                 // A hole in the stream becomes silence, so the file keeps the recording's timing.
-                self->silence_.assign(frames * spec->channels, 0.0f);
-                self->onData_(self->silence_.data(), frames, spec->channels, spec->rate);
+                self->silence_.assign(frames * sampleFormat->channels, 0.0f);
+                self->onData_(self->silence_.data(), frames, sampleFormat->channels, sampleFormat->rate);
             }
         }
         pa_stream_drop(s);
