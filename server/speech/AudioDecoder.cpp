@@ -133,6 +133,11 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
     if (decoder->sample_rate <= 0 || decoder->ch_layout.nb_channels <= 0) {
         throw CorruptAudio("The audio has no valid sample rate or channel count");
     }
+    // A forged header rate (gigahertz) makes the resampler build filters for minutes.
+    if (decoder->sample_rate > kMaxSourceSampleRate) {
+        throw CorruptAudio("The audio's sample rate (" + std::to_string(decoder->sample_rate) +
+                           " Hz) is above the " + std::to_string(kMaxSourceSampleRate) + " Hz supported");
+    }
 
     SwrContext* rawSwr = nullptr;
     AVChannelLayout mono = AV_CHANNEL_LAYOUT_MONO;

@@ -27,6 +27,7 @@ namespace {
 using Error = AudioFormatConverter::ConversionError;
 
 constexpr int kFallbackSampleRate = 44100;
+constexpr int kMaxSourceSampleRate = 768000;
 
 std::string avError(int code) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -216,6 +217,11 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
     if (readStatus < 0) throw Error::conversionFailed(avError(readStatus));
 
     const int declaredRate = stream->codecpar->sample_rate;
+    // A forged header rate (gigahertz) would keep the resampler building filters for minutes; such a
+    // file goes up as it is and the backend answers for it.
+    if (declaredRate > kMaxSourceSampleRate) {
+        throw Error::conversionFailed("Unsupported source sample rate: " + std::to_string(declaredRate) + " Hz");
+    }
     const double sampleRate = declaredRate > 0 ? declaredRate : kFallbackSampleRate;
     const int bitRate = bitRateForSampleRate(sampleRate);
     log("🎛 Detected source sample rate: ", decimalText(sampleRate), " Hz; using AAC bitrate: ", bitRate,

@@ -363,7 +363,7 @@ void AppState::subscribeToModes() {
     auto& viewModel = *modesViewModel_;
     MainQueue* q = &d_.mainQueue;
     cancellables_.push_back(
-        manager.modes.subscribe(token_.guard([this, &viewModel](const std::vector<Mode>& modes) {
+        manager.modes.subscribe(token_.guard([&viewModel](const std::vector<Mode>& modes) {
             log("AppState: ModeManager modes changed - ", modes.size(), " modes");
             viewModel.modes.set(modes);
             log("AppState: Updated ModesViewModel - now has ", viewModel.modes.get().size(), " modes");

@@ -201,6 +201,16 @@ TEST_F(AudioFormatConverterTest, InputsWithoutUsableAudioFailWithTheirOwnErrors)
                   Converter::ConversionError::Kind::invalidInputFile);
     expectFailure(dir / "zero.wav", "Invalid input audio file",
                   Converter::ConversionError::Kind::invalidInputFile);
+
+    // A header claiming 2.1 GHz once kept the resampler busy for minutes; it now fails at once and
+    // the pipeline uploads the file as it is.
+    writeNoiseWav(dir / "forged.wav", 16000, 1, 0.5);
+    std::string bytes = vocle::testing::readText(dir / "forged.wav");
+    const uint32_t forged = 2'104'848'768u;
+    for (int i = 0; i < 4; ++i) bytes[24 + i] = static_cast<char>(forged >> (8 * i));
+    vocle::testing::writeText(dir / "forged.wav", bytes);
+    expectFailure(dir / "forged.wav", "Audio conversion failed: Unsupported source sample rate: 2104848768 Hz",
+                  Converter::ConversionError::Kind::conversionFailed);
 }
 
 }  // namespace

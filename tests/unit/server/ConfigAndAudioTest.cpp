@@ -61,10 +61,11 @@ TEST(AudioDecoderTest, TellsFormatsApartByContent) {
                  CorruptAudio);
 }
 
-TEST(AudioDecoderTest, ResamplesTo16kMonoAndEnforcesTheLengthLimit) {
-    // One second of 48 kHz stereo, written by hand.
+namespace {
+// 16-bit PCM WAV written by hand, so that the header can say what a real writer would refuse to.
+std::string handMadeWav(uint32_t rate, uint16_t channels, uint32_t frames, int16_t value) {
     std::string wav = "RIFF";
-    const uint32_t frames = 48000, dataBytes = frames * 4;
+    const uint32_t dataBytes = frames * channels * 2;
     auto put32 = [&](uint32_t v) {
         for (int i = 0; i < 4; ++i) wav.push_back(static_cast<char>(v >> (8 * i)));
     };
@@ -76,21 +77,36 @@ TEST(AudioDecoderTest, ResamplesTo16kMonoAndEnforcesTheLengthLimit) {
     wav += "WAVEfmt ";
     put32(16);
     put16(1);
-    put16(2);
-    put32(48000);
-    put32(48000 * 4);
-    put16(4);
+    put16(channels);
+    put32(rate);
+    put32(rate * channels * 2);
+    put16(static_cast<uint16_t>(channels * 2));
     put16(16);
     wav += "data";
     put32(dataBytes);
-    for (uint32_t i = 0; i < frames; ++i) {
-        put16(1000);
-        put16(static_cast<uint16_t>(-1000 + 2000));
-    }
+    for (uint32_t i = 0; i < frames * channels; ++i) put16(static_cast<uint16_t>(value));
+    return wav;
+}
+}  // namespace
+
+TEST(AudioDecoderTest, ResamplesTo16kMonoAndEnforcesTheLengthLimit) {
+    // One second of 48 kHz stereo.
+    const std::string wav = handMadeWav(48000, 2, 48000, 1000);
     const auto pcm = decodeToSpeechPcm(wav, 60);
     EXPECT_NEAR(static_cast<double>(pcm.size()), 16000.0, 50.0);
     EXPECT_NEAR(pcm[8000], 1000, 5);  // both channels averaged
     EXPECT_THROW(decodeToSpeechPcm(wav, 0.5), CorruptAudio);
+}
+
+TEST(AudioDecoderTest, ForgedSampleRateIsRefusedBeforeResampling) {
+    // Found by fuzzing: a 2.1 GHz header kept the resampler busy for minutes per request.
+    try {
+        decodeToSpeechPcm(handMadeWav(2'104'848'768u, 1, 4000, 200), 60);
+        ADD_FAILURE() << "a forged rate was accepted";
+    } catch (const CorruptAudio& e) {
+        EXPECT_NE(std::string(e.what()).find("2104848768 Hz"), std::string::npos) << e.what();
+    }
+    EXPECT_NO_THROW(decodeToSpeechPcm(handMadeWav(768000, 1, 7680, 200), 60));
 }
 
 TEST(CommandEngineTest, RunsTheProgramWithTheWavPathAndRequestContext) {
