@@ -15,5 +15,5 @@ for t in $targets; do
     seeds="tests/fuzz/seeds/${t#fuzz_}"
     [[ -d $seeds ]] && cp -n "$seeds"/* "$corpus"/ 2>/dev/null || true
     echo "--- $t for ${SECONDS_EACH}s"
-    "$exe" -max_total_time="$SECONDS_EACH" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 "$corpus" 2>&1 | tail -n 12
+    "$exe" -seed=1 -max_total_time="$SECONDS_EACH" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 "$corpus" 2>&1 | tail -n 12
 done
