@@ -13,8 +13,21 @@
 
 #include "app/ServerApp.h"
 #include "foundation/Json.h"
+#include "foundation/Log.h"
+
+#include <unistd.h>
 
 namespace vocle::bench {
+
+// A server on a free loopback port with a fresh data folder; log lines are dropped so they do not
+// disturb the measurement.
+inline server::ServerConfig benchConfig() {
+    setLogSink(std::make_shared<DiscardLogSink>());
+    server::ServerConfig config;
+    config.listenPort = 0;
+    config.dataDir = std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
+    return config;
+}
 
 inline std::string readAll(const std::filesystem::path& path) {
     std::ifstream in(path, std::ios::binary);

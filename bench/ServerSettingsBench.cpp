@@ -11,15 +11,7 @@
 using namespace vocle;
 
 int main() {
-    class Silent final : public LogSink {
-        void write(std::string_view) override {}
-    };
-    setLogSink(std::make_shared<Silent>());
-    const auto dataDir =
-        std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
-    server::ServerConfig config;
-    config.listenPort = 0;
-    config.dataDir = dataDir;
+    server::ServerConfig config = bench::benchConfig();
     config.speechEngine = "command";  // no model needed for this measurement
     config.command = "/bin/true";
     SystemClock clock;
@@ -65,7 +57,7 @@ int main() {
     for (auto& t : threads) t.join();
     const double wall = bench::millisecondsSince(wallStart);
     app.stop();
-    std::filesystem::remove_all(dataDir);
+    std::filesystem::remove_all(config.dataDir);
 
     const double p50 = bench::percentile(latencies, 0.5), p99 = bench::percentile(latencies, 0.99);
     std::printf("%zu GET /settings from %d concurrent clients in %.0f ms, %d failed\n", latencies.size(),

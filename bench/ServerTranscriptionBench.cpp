@@ -17,16 +17,8 @@ int main(int argc, char** argv) {
     const int rounds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
     const std::filesystem::path clip =
         "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0870.wav";
-    class Silent final : public LogSink {
-        void write(std::string_view) override {}
-    };
-    setLogSink(std::make_shared<Silent>());
 
-    const auto dataDir =
-        std::filesystem::temp_directory_path() / ("vocle-bench-" + std::to_string(::getpid()));
-    server::ServerConfig config;
-    config.listenPort = 0;
-    config.dataDir = dataDir;
+    server::ServerConfig config = bench::benchConfig();
     config.modelDir = VOCLE_POCKETSPHINX_MODEL_DIR;
     config.speechWorkers = 1;
     SystemClock clock;
@@ -68,7 +60,7 @@ int main(int argc, char** argv) {
     }
     server::PocketsphinxEngine::freeDecoder(direct);
     app.stop();
-    std::filesystem::remove_all(dataDir);
+    std::filesystem::remove_all(config.dataDir);
 
     const double directMedian = bench::percentile(directMs, 0.5);
     const double serverMedian = bench::percentile(serverMs, 0.5);
