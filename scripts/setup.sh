@@ -12,7 +12,15 @@ PACKAGES=(
     libpulse-dev libsndfile1-dev libavcodec-dev libavformat-dev libavutil-dev libswresample-dev
     libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
     # services and tools the tests and the local run use
-    pulseaudio pulseaudio-utils ffmpeg sox pocketsphinx pocketsphinx-testdata xvfb
+    pulseaudio pulseaudio-utils ffmpeg sox pocketsphinx pocketsphinx-testdata xvfb ccache
+    # the desktop: Qt 6, X11 with XTest and XInput2, AT-SPI, the session bus
+    qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-qpa-plugins libgl-dev
+    libx11-dev libxtst-dev libxi-dev libxfixes-dev libatspi2.0-dev libdbus-1-dev
+    at-spi2-core dbus dbus-x11 openbox xterm xdotool x11-utils xclip imagemagick fonts-dejavu-core
+    # desktop tests: a real browser for the address-bar path, speech for dictation
+    chromium espeak-ng
+    # the server's PostgreSQL store and its tests
+    libpq-dev postgresql
 )
 
 missing=()
