@@ -33,7 +33,19 @@ struct ControlHandlers {
 
 enum class ControlMethod { toggle, cancel, activate, state };
 
-const char* controlMethodName(ControlMethod method);
+inline const char* controlMethodName(ControlMethod method) {
+    switch (method) {
+        case ControlMethod::toggle:
+            return kControlToggleMethod;
+        case ControlMethod::cancel:
+            return kControlCancelMethod;
+        case ControlMethod::activate:
+            return kControlActivateMethod;
+        case ControlMethod::state:
+            return kControlStateMethod;
+    }
+    return kControlStateMethod;
+}
 
 struct ControlCallResult {
     enum class Status {
@@ -67,19 +79,5 @@ class ControlBus {
     // Calls a method of the instance that owns kControlBusName (blocking, with a short time-out).
     virtual ControlCallResult callRunningInstance(ControlMethod method) = 0;
 };
-
-inline const char* controlMethodName(ControlMethod method) {
-    switch (method) {
-        case ControlMethod::toggle:
-            return kControlToggleMethod;
-        case ControlMethod::cancel:
-            return kControlCancelMethod;
-        case ControlMethod::activate:
-            return kControlActivateMethod;
-        case ControlMethod::state:
-            return kControlStateMethod;
-    }
-    return kControlStateMethod;
-}
 
 }  // namespace vocle
