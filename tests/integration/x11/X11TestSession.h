@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -153,7 +154,10 @@ class TestSessionBus {
             std::string out;
             char buf[512];
             ssize_t n;
-            while ((n = read(fds[0], buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+            // The daemon may keep the pipe open: read its two lines, not to the end.
+            while (std::count(out.begin(), out.end(), '\n') < 2 && (n = read(fds[0], buf, sizeof buf)) > 0) {
+                out.append(buf, static_cast<size_t>(n));
+            }
             close(fds[0]);
             launcher.waitForExit(10s);
             const auto nl = out.find('\n');
