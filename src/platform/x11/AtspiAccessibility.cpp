@@ -22,10 +22,11 @@ GMainContext* gContext = nullptr;
 bool gConnected = false;
 
 // Signals from the accessibility bus (applications coming and going) queue up on our private context;
-// handle them before each read so the desktop's list is current.
+// handle them before each read so the desktop's list is current. Bounded: libatspi keeps an idle source
+// there, so the context is never quite empty.
 void drainEvents() {
     if (!gContext) return;
-    while (g_main_context_iteration(gContext, FALSE)) {
+    for (int i = 0; i < 64 && g_main_context_iteration(gContext, FALSE); ++i) {
     }
 }
 
@@ -298,12 +299,10 @@ bool AtspiAccessibility::ensureConnected() {
     }
     atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs * 4);
     gContext = g_main_context_new();
+    // libatspi keeps its caches current from the applications' change events, which it handles while it
+    // waits for replies and in drainEvents(). (Switching the cache off is no option: the event handlers
+    // then call back into the bus from inside its dispatch, and libdbus deadlocks.)
     atspi_set_main_context(gContext);
-    // Nothing follows the applications' change events here; every property is asked for afresh.
-    if (AtspiAccessible* desktop = atspi_get_desktop(0)) {
-        atspi_accessible_set_cache_mask(desktop, ATSPI_CACHE_NONE);
-        g_object_unref(desktop);
-    }
     gConnected = true;
     return true;
 }
@@ -344,7 +343,6 @@ AXElement AtspiAccessibility::applicationElement(int processIdentifier) {
         GErrorGuard pidErr;
         if (static_cast<int>(atspi_accessible_get_process_id(app, &pidErr.error)) == processIdentifier &&
             !pidErr.failed()) {
-            atspi_accessible_set_cache_mask(app, ATSPI_CACHE_NONE);
             found = std::make_shared<AtspiElement>(app);
         } else {
             g_object_unref(app);

@@ -148,7 +148,15 @@ class TestSessionBus {
         int fds[2];
         if (pipe(fds) != 0) throw std::runtime_error("pipe");
         {
-            Spawned launcher({"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"}, {},
+            // Services the bus starts on demand (the accessibility bus launcher, dconf) inherit this
+            // environment: they must not write the real user's settings.
+            const auto home = dir / "bus-home";
+            std::filesystem::create_directories(home);
+            Spawned launcher({"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
+                             {{"HOME", home.string()},
+                              {"XDG_CONFIG_HOME", (home / ".config").string()},
+                              {"XDG_CACHE_HOME", (home / ".cache").string()},
+                              {"GSETTINGS_BACKEND", "memory"}},
                              dir / "dbus-daemon.log", fds[1]);
             close(fds[1]);
             std::string out;
