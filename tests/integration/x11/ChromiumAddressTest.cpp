@@ -1,10 +1,12 @@
 #include <httplib.h>
+#include <signal.h>
 
 #include <gtest/gtest.h>
 
 #include "X11TestSession.h"
 #include "core/AppConstants.h"
 #include "foundation/Clock.h"
+#include "foundation/Log.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoopMainQueue.h"
@@ -66,6 +68,9 @@ TEST(ChromiumAddressTest, AutomaticSwitchingFollowsTheActiveTabsAddress) {
     httplib::Server http;
     http.Get("/first", [](const httplib::Request&, httplib::Response& res) {
         res.set_content(page("First page"), "text/html");
+    });
+    http.Get("/third", [](const httplib::Request&, httplib::Response& res) {
+        res.set_content(page("Third page"), "text/html");
     });
     http.Get("/second", [](const httplib::Request&, httplib::Response& res) {
         res.set_content(page("Second page"), "text/html");
@@ -148,6 +153,31 @@ TEST(ChromiumAddressTest, AutomaticSwitchingFollowsTheActiveTabsAddress) {
         // The same page stays one notification.
         queue.runUntil([] { return false; }, 2);
         EXPECT_EQ(websites.size(), 2u);
+
+        // A browser that stops answering costs each read its budget, no more, and leaves nothing stuck.
+        auto logs = std::make_shared<CapturingLogSink>();
+        ScopedLogSink capture(logs);
+        const int pid = workspace->frontmostApplication()->processIdentifier;
+        ASSERT_EQ(kill(pid, SIGSTOP), 0);
+        // Each call gives up after its own time-out, so a read fails within the budget, or hits it.
+        EXPECT_TRUE(queue.runUntil(
+            [&] {
+                return logs->contains("AutoModeManager: Failed to get focused window, AX result: ") ||
+                       logs->contains("AutoModeManager: Accessibility API timed out after 1 second");
+            },
+            10));
+        const auto started = std::chrono::steady_clock::now();
+        const AXElement app = accessibility.applicationElement(pid);
+        const auto window = app ? accessibility.focusedWindow(app) : AXRead<AXElement>{kAXFailure, {}};
+        const auto elapsed = std::chrono::steady_clock::now() - started;
+        EXPECT_NE(window.code, kAXSuccess);
+        EXPECT_LT(elapsed, 2s) << std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count() << " ms";
+        ASSERT_EQ(kill(pid, SIGCONT), 0);
+
+        const std::string third = "http://127.0.0.1:" + std::to_string(port) + "/third";
+        Spawned thirdOpener(withUrl(third), env, dir / "chromium-third.log");
+        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == third; }, 60))
+            << "no address after the browser resumed; last: " << manager.currentURL().value_or("(none)");
     }
 }
 
