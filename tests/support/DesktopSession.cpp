@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <fstream>
+#include <sstream>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -249,7 +251,22 @@ void DesktopSession::startBus() {
 }
 
 void DesktopSession::startWindowManager() {
-    windowManager_ = spawn({"openbox", "--sm-disable"});
+    std::vector<std::string> argv = {"openbox", "--sm-disable"};
+    if (!options_.windowManagerKeyBindings) {
+        std::ifstream in("/etc/xdg/openbox/rc.xml");
+        std::stringstream text;
+        text << in.rdbuf();
+        std::string config = text.str();
+        const auto open = config.find("<keyboard>");
+        const auto close = config.find("</keyboard>");
+        if (open == std::string::npos || close == std::string::npos || close < open)
+            throw std::runtime_error("DesktopSession: no <keyboard> section in /etc/xdg/openbox/rc.xml");
+        config.replace(open, close - open, "<keyboard>");
+        const auto path = workDir_ / "openbox-rc.xml";
+        std::ofstream(path) << config;
+        argv.insert(argv.end(), {"--config-file", path.string()});
+    }
+    windowManager_ = spawn(argv);
     Display* d = XOpenDisplay(display_.c_str());
     if (!d) throw std::runtime_error("DesktopSession: cannot open " + display_);
     const Atom check = XInternAtom(d, "_NET_SUPPORTING_WM_CHECK", False);

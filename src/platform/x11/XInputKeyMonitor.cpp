@@ -1,9 +1,12 @@
 #include "platform/x11/XInputKeyMonitor.h"
 
 #include <X11/XKBlib.h>
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput2.h>
 #include <X11/keysym.h>
+
+#include <unistd.h>
 
 #include <vector>
 
@@ -103,7 +106,38 @@ void XInputKeyMonitor::onEvent(XEvent& event) {
     const KeyEvent keyEvent{modifierBit || sym == XK_Caps_Lock ? KeyEventType::flagsChanged : KeyEventType::keyDown,
                             *macCode, flags};
     if (keyEvent.type == KeyEventType::keyDown && ownHotKeys_ && ownHotKeys_->contains(*macCode, flags)) return;
+    // Keys typed into our own windows belong to the local monitor; raw events would report them twice.
+    if (ownWindowHasFocus(d)) return;
     deliver(keyEvent);
+}
+
+bool XInputKeyMonitor::ownWindowHasFocus(Display* d) {
+    Window focus = 0;
+    int revert = 0;
+    XGetInputFocus(d, &focus, &revert);
+    const Atom pidAtom = XInternAtom(d, "_NET_WM_PID", False);
+    // The focus can be on a child of the top-level that carries the pid.
+    for (int depth = 0; focus && focus != PointerRoot && focus != DefaultRootWindow(d) && depth < 8; ++depth) {
+        Atom type;
+        int format;
+        unsigned long count = 0, after = 0;
+        unsigned char* data = nullptr;
+        if (XGetWindowProperty(d, focus, pidAtom, 0, 1, False, XA_CARDINAL, &type, &format, &count, &after, &data) ==
+                Success &&
+            data && count == 1) {
+            const auto pid = static_cast<pid_t>(*reinterpret_cast<unsigned long*>(data));
+            XFree(data);
+            return pid == ownPid_;
+        }
+        if (data) XFree(data);
+        Window root, parent;
+        Window* children = nullptr;
+        unsigned n = 0;
+        if (!XQueryTree(d, focus, &root, &parent, &children, &n)) return false;
+        if (children) XFree(children);
+        focus = parent;
+    }
+    return false;
 }
 
 void XInputKeyMonitor::deliver(const KeyEvent& event) {
