@@ -14,9 +14,9 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -164,7 +164,9 @@ DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
     }
 }
 
-DesktopSession::~DesktopSession() { teardown(); }
+DesktopSession::~DesktopSession() {
+    teardown();
+}
 
 DesktopSession& DesktopSession::shared() {
     static std::unique_ptr<DesktopSession> session;
@@ -202,8 +204,8 @@ void DesktopSession::startXvfb() {
     }
     if (fds[0] >= 0) {
         ::close(fds[1]);
-        const std::string number =
-            readUntil(fds[0], deadline, [](const std::string& t) { return t.find('\n') != std::string::npos; });
+        const std::string number = readUntil(
+            fds[0], deadline, [](const std::string& t) { return t.find('\n') != std::string::npos; });
         ::close(fds[0]);
         if (number.empty() || number.find('\n') == std::string::npos)
             throw std::runtime_error("DesktopSession: Xvfb did not report a display (see " +
@@ -232,15 +234,18 @@ void DesktopSession::startBus() {
     pid_t launcher = 0;
     try {
         launcher = spawnProcess({{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
-                                 environmentWith({}), {}, fds[1], {}});
+                                 environmentWith({}),
+                                 {},
+                                 fds[1],
+                                 {}});
     } catch (...) {
         ::close(fds[0]), ::close(fds[1]);
         throw;
     }
     ::close(fds[1]);
-    const std::string out = readUntil(fds[0], monotonicNow() + options_.startTimeout, [](const std::string& t) {
-        return std::count(t.begin(), t.end(), '\n') >= 2;
-    });
+    const std::string out =
+        readUntil(fds[0], monotonicNow() + options_.startTimeout,
+                  [](const std::string& t) { return std::count(t.begin(), t.end(), '\n') >= 2; });
     ::close(fds[0]);
     pollUntil([&] { return reaped(launcher); }, 5.0);
     const auto firstBreak = out.find('\n');
@@ -296,7 +301,9 @@ pid_t DesktopSession::spawn(const std::vector<std::string>& argv, const std::vec
     return pid;
 }
 
-bool DesktopSession::isRunning(pid_t pid) { return pid > 0 && !reaped(pid); }
+bool DesktopSession::isRunning(pid_t pid) {
+    return pid > 0 && !reaped(pid);
+}
 
 void DesktopSession::stop(pid_t pid) {
     terminate(pid);
@@ -314,7 +321,8 @@ std::optional<std::string> DesktopSession::run(const std::vector<std::string>& a
         return std::nullopt;
     }
     ::close(fds[1]);
-    const std::string out = readUntil(fds[0], monotonicNow() + timeout, [](const std::string&) { return false; });
+    const std::string out =
+        readUntil(fds[0], monotonicNow() + timeout, [](const std::string&) { return false; });
     ::close(fds[0]);
     int status = 0;
     if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, 1.0)) {

@@ -23,7 +23,8 @@ namespace vocle::x11 {
 class XInputKeyMonitor final : public KeyMonitor {
   public:
     // `ownHotKeys`: presses of these combinations are left to the hot-key path.
-    explicit XInputKeyMonitor(MainQueue& mainQueue, std::shared_ptr<const GrabbedCombinations> ownHotKeys = nullptr);
+    explicit XInputKeyMonitor(MainQueue& mainQueue,
+                              std::shared_ptr<const GrabbedCombinations> ownHotKeys = nullptr);
     ~XInputKeyMonitor() override;
 
     Subscription addGlobalMonitor(Handler handler) override;

@@ -29,7 +29,8 @@ class X11PasteTest : public ::testing::Test {
         keys = std::make_unique<XTestSyntheticKeys>();
         ASSERT_TRUE(keys->isAvailable());
         history = std::make_unique<HistoryService>(DataFolder(home.path()), clock);
-        manager = std::make_unique<ClipboardManager>(h->mainQueue, pasteboard, *keys, *history, notifications);
+        manager =
+            std::make_unique<ClipboardManager>(h->mainQueue, pasteboard, *keys, *history, notifications);
     }
     void TearDown() override {
         manager.reset();
@@ -75,7 +76,8 @@ TEST_F(X11PasteTest, PastesIntoATextFieldOfAnotherClientOnceTheUserLetsGoOfAlt) 
     const auto field = startTextField();
     ASSERT_EQ(keys->focusedWindowClass().value_or("").find("erm"), std::string::npos);
     int completed = 0;
-    auto observer = notifications.addObserver("TranscriptionCompleted", [&](const Notification&) { ++completed; });
+    auto observer =
+        notifications.addObserver("TranscriptionCompleted", [&](const Notification&) { ++completed; });
 
     // The stop shortcut's Alt is still down when the transcript arrives.
     ASSERT_TRUE(h->xdotool({"keydown", "alt"}));
@@ -88,7 +90,8 @@ TEST_F(X11PasteTest, PastesIntoATextFieldOfAnotherClientOnceTheUserLetsGoOfAlt) 
     EXPECT_EQ(readText(field), "");
 
     ASSERT_TRUE(h->xdotool({"keyup", "alt"}));
-    EXPECT_TRUE(h->pumpUntil([&] { return readText(field) == text; }, 10.0)) << "field: '" << readText(field) << "'";
+    EXPECT_TRUE(h->pumpUntil([&] { return readText(field) == text; }, 10.0))
+        << "field: '" << readText(field) << "'";
     EXPECT_EQ(completed, 1);
     EXPECT_TRUE(h->pumpUntil([&] { return history->transcriptions.get().size() == 1; }, 5.0));
     EXPECT_EQ(history->transcriptions.get().front().text, text);
@@ -116,13 +119,15 @@ TEST_F(X11PasteTest, TerminalsGetCtrlShiftV) {
     // xterm binds Ctrl+Shift+V to the clipboard the way most terminals do out of the box; a plain
     // Ctrl+V would reach cat as a ^V byte.
     children.push_back(h->session.spawn(
-        {"xterm", "-xrm", "XTerm*VT100.translations: #override Shift Ctrl <Key>V: insert-selection(CLIPBOARD)",
-         "-e", "sh", "-c", "cat > '" + typed.string() + "'"}));
+        {"xterm", "-xrm",
+         "XTerm*VT100.translations: #override Shift Ctrl <Key>V: insert-selection(CLIPBOARD)", "-e", "sh",
+         "-c", "cat > '" + typed.string() + "'"}));
     ASSERT_TRUE(h->pumpUntil(
         [&] { return keys->focusedWindowClass() == "XTerm" && std::filesystem::exists(typed); }, 15.0));
 
     bool done = false;
-    auto observer = notifications.addObserver("TranscriptionCompleted", [&](const Notification&) { done = true; });
+    auto observer =
+        notifications.addObserver("TranscriptionCompleted", [&](const Notification&) { done = true; });
     manager->copyAndPaste("pasted into a terminal");
     ASSERT_TRUE(h->pumpUntil([&] { return done; }, 5.0));
     // cat passes a line on at Return; our event loop must run while xterm fetches the clipboard.

@@ -7,10 +7,7 @@
 
 #include "desktop/ShortcutManager.h"
 #include "foundation/Log.h"
-#include "platform/x11/QtLocalKeyMonitor.h"
-#include "platform/x11/X11HotKeys.h"
-#include "platform/x11/XInputKeyMonitor.h"
-#include "platform/x11/XTestSyntheticKeys.h"
+#include "platform/x11/X11KeyServices.h"
 #include "storage/FileStorageManager.h"
 
 // Last: Xlib's macros (None, Bool, KeyPress) clash with gtest and Qt names.
@@ -28,18 +25,15 @@ class X11ShortcutsTest : public ::testing::Test {
     void SetUp() override { h = &X11Harness::instance(); }
     void TearDown() override {
         manager.reset();
-        local.reset();
-        monitor.reset();
-        hotKeys.reset();
+        services.reset();
         for (pid_t pid : children) h->session.stop(pid);
     }
 
     void startManager() {
-        hotKeys = std::make_unique<X11HotKeys>(h->mainQueue, grabbed);
-        monitor = std::make_unique<XInputKeyMonitor>(h->mainQueue, grabbed);
-        local = std::make_unique<QtLocalKeyMonitor>();
-        ASSERT_TRUE(monitor->isAvailable());
-        manager = std::make_unique<ShortcutManager>(h->mainQueue, storage, *hotKeys, *monitor, *local);
+        services = std::make_unique<X11KeyServices>(h->mainQueue);
+        ASSERT_TRUE(services->globalMonitor.isAvailable());
+        manager = std::make_unique<ShortcutManager>(h->mainQueue, storage, services->hotKeys,
+                                                    services->globalMonitor, services->localMonitor);
         manager->toggleRecordingHandler = [this] { ++toggles; };
         manager->cancelRecordingHandler = [this] { ++cancels; };
     }
@@ -63,10 +57,7 @@ class X11ShortcutsTest : public ::testing::Test {
     ScopedLogSink scopedLogs{logs};
     SystemClock clock;
     FileStorageManager storage{DataFolder(home.path()), clock};
-    std::shared_ptr<GrabbedCombinations> grabbed = std::make_shared<GrabbedCombinations>();
-    std::unique_ptr<X11HotKeys> hotKeys;
-    std::unique_ptr<XInputKeyMonitor> monitor;
-    std::unique_ptr<QtLocalKeyMonitor> local;
+    std::unique_ptr<X11KeyServices> services;
     std::unique_ptr<ShortcutManager> manager;
     std::vector<pid_t> children;
     int toggles = 0;
@@ -86,7 +77,8 @@ TEST_F(X11ShortcutsTest, ToggleHotKeyFiresExactlyOnceWhileAnotherWindowHasTheFoc
     EXPECT_EQ(toggles, 1);
     EXPECT_EQ(cancels, 0);
     EXPECT_EQ(logs->count("Carbon HotKey toggle detected!"), 1u);
-    EXPECT_FALSE(logs->contains("Global NSEvent shortcut detected!")) << "the raw copy of a grabbed key is ignored";
+    EXPECT_FALSE(logs->contains("Global NSEvent shortcut detected!"))
+        << "the raw copy of a grabbed key is ignored";
 
     // Caps Lock on still matches: the grab covers every lock variant.
     ASSERT_TRUE(h->xdotool({"key", "Caps_Lock", "alt+space", "Caps_Lock"}));
@@ -100,7 +92,8 @@ TEST_F(X11ShortcutsTest, ToggleHotKeyFiresExactlyOnceWhileAnotherWindowHasTheFoc
 TEST_F(X11ShortcutsTest, EscapeInAnotherWindowCancelsAndStillReachesIt) {
     const auto received = home / "received.bin";
     // Raw mode: the terminal hands the Escape byte straight to dd.
-    startTerminal("stty raw -echo; exec dd bs=1 count=1 of='" + received.string() + "' 2>/dev/null", received);
+    startTerminal("stty raw -echo; exec dd bs=1 count=1 of='" + received.string() + "' 2>/dev/null",
+                  received);
     startManager();
 
     ASSERT_TRUE(h->xdotool({"key", "Escape"}));
@@ -116,8 +109,8 @@ TEST_F(X11ShortcutsTest, EscapeInAnotherWindowCancelsAndStillReachesIt) {
 TEST_F(X11ShortcutsTest, GrabHeldByAnotherClientIsReportedAndTheMonitorStillFires) {
     Display* other = XOpenDisplay(nullptr);
     ASSERT_NE(other, nullptr);
-    XGrabKey(other, XKeysymToKeycode(other, XK_space), Mod1Mask, DefaultRootWindow(other), False, GrabModeAsync,
-             GrabModeAsync);
+    XGrabKey(other, XKeysymToKeycode(other, XK_space), Mod1Mask, DefaultRootWindow(other), False,
+             GrabModeAsync, GrabModeAsync);
     XSync(other, False);
 
     const auto typed = home / "typed.txt";

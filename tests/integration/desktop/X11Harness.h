@@ -29,9 +29,7 @@ class X11Harness {
         return *harness;
     }
     // Called at the end of the test run, before the desktop goes away.
-    static void shutdownQt() {
-        delete QCoreApplication::instance();
-    }
+    static void shutdownQt() { delete QCoreApplication::instance(); }
 
     DesktopSession& session;
     SystemClock clock;
@@ -39,9 +37,12 @@ class X11Harness {
 
     // Runs the main queue and Qt's events until `done` holds or `timeout` seconds pass.
     bool pumpUntil(const std::function<bool()>& done, double timeout) {
-        return pollUntil(done, timeout, [this] { pumpOnce(); }, 0.0);
+        return pollUntil(
+            done, timeout, [this] { pumpOnce(); }, 0.0);
     }
-    void pumpFor(double seconds) { pumpUntil([] { return false; }, seconds); }
+    void pumpFor(double seconds) {
+        pumpUntil([] { return false; }, seconds);
+    }
     void pumpOnce() {
         mainQueue.runUntil([] { return false; }, 0.005);
         QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
