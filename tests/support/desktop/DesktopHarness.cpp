@@ -20,16 +20,6 @@ std::string readFile(const fs::path& path) {
 }
 
 
-// The stock openbox configuration without its Alt+Space window menu, which would take the default
-// dictation shortcut (users of such desktops rebind one or the other).
-fs::path openboxConfig(const fs::path& folder) {
-    std::string rc = readFile("/etc/xdg/openbox/rc.xml");
-    rc = std::regex_replace(rc, std::regex(R"(<keybind key="A-space">[\s\S]*?</keybind>)"), "");
-    const fs::path file = folder / "openbox-rc.xml";
-    writeText(file, rc);
-    return file;
-}
-
 void require(bool condition, const std::string& message) {
     if (!condition) throw std::runtime_error(message);
 }
@@ -50,8 +40,7 @@ DesktopHarness::DesktopHarness() {
         {"QT_QPA_PLATFORM", "xcb"},
         {"NO_AT_BRIDGE", ""},
     };
-    startDisplay();
-    startSessionBus();
+    startDesktop();
     startPulseAudio();
     startServer();
 }
@@ -60,38 +49,15 @@ DesktopHarness::~DesktopHarness() {
     target_.reset();
     vocle_.reset();
     stopServer();
-    bus_.reset();
-    windowManager_.reset();
-    xserver_.reset();
+    desktop_.reset();
 }
 
-void DesktopHarness::startDisplay() {
-    int display = -1;
-    for (int n = 5; n < 10 && display < 0; ++n) {
-        if (!fs::exists("/tmp/.X" + std::to_string(n) + "-lock")) display = n;
-    }
-    require(display >= 0, "no free X display between :5 and :9");
-    const std::string name = ":" + std::to_string(display);
-    xserver_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-        {"Xvfb", name, "-screen", "0", "1440x900x24", "-nolisten", "tcp"}, {}, dir_.path() / "xvfb.log"});
-    env_["DISPLAY"] = name;
-    const bool up = waitFor([&] { return runProgram({{"xdpyinfo"}, env_}, 5s).status == 0; }, 20s, 100ms);
-    require(up, "Xvfb did not start: " + xserver_->output());
-    windowManager_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-        {"openbox", "--config-file", openboxConfig(dir_.path()).string()}, env_, dir_.path() / "openbox.log"});
-    const bool managed = waitFor(
-        [&] { return runProgram({{"xprop", "-root", "_NET_SUPPORTING_WM_CHECK"}, env_}, 5s).output.find("window id") != std::string::npos; },
-        20s, 100ms);
-    require(managed, "openbox did not start: " + windowManager_->output() + "\nXvfb: " + xserver_->output());
-}
-
-void DesktopHarness::startSessionBus() {
-    const fs::path socket = dir_.path() / "run" / "bus";
-    bus_ = std::make_unique<ChildProcess>(ChildProcess::Options{
-        {"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=unix:path=" + socket.string()},
-        env_, dir_.path() / "dbus.log"});
-    require(waitFor([&] { return fs::exists(socket); }, 10s), "the session bus did not start: " + bus_->output());
-    env_["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + socket.string();
+void DesktopHarness::startDesktop() {
+    DesktopSession::Options options;
+    options.screen = "1440x900x24";
+    desktop_ = std::make_unique<DesktopSession>(options);
+    env_["DISPLAY"] = desktop_->display();
+    env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();
 }
 
 void DesktopHarness::startPulseAudio() {

@@ -10,6 +10,7 @@
 #include "app/ServerApp.h"
 #include "foundation/Clock.h"
 #include "support/ChildProcess.h"
+#include "support/DesktopSession.h"
 #include "support/TempDir.h"
 
 namespace vocle::testing {
@@ -59,16 +60,13 @@ class DesktopHarness {
     static std::filesystem::path binary(const std::string& relative);
 
   private:
-    void startDisplay();
-    void startSessionBus();
+    void startDesktop();
     void startPulseAudio();
     void startServer();
 
     TempDir dir_;
     std::map<std::string, std::string> env_;
-    std::unique_ptr<ChildProcess> xserver_;
-    std::unique_ptr<ChildProcess> windowManager_;
-    std::unique_ptr<ChildProcess> bus_;
+    std::unique_ptr<DesktopSession> desktop_;
     std::unique_ptr<ChildProcess> vocle_;
     std::unique_ptr<ChildProcess> target_;
     std::filesystem::path targetFile_;
