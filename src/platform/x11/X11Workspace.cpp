@@ -8,40 +8,20 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <set>
 
 #include "foundation/Log.h"
+#include "platform/x11/XErrorTrap.h"
 
 namespace vocle {
 
 namespace {
 
-// Windows vanish between an event and our reads of them; the resulting BadWindow must not reach the
-// default Xlib handler (which exits). Errors on other connections keep going to the previous handler.
-std::mutex gDisplaysMutex;
-std::set<Display*> gOwnDisplays;
-XErrorHandler gPreviousHandler = nullptr;
-
-int ignoreOwnErrors(Display* display, XErrorEvent* event) {
-    {
-        std::lock_guard lock(gDisplaysMutex);
-        if (gOwnDisplays.count(display)) return 0;
-    }
-    return gPreviousHandler ? gPreviousHandler(display, event) : 0;
-}
-
-void adoptDisplay(Display* display) {
-    static std::once_flag installed;
-    std::call_once(installed, [] { gPreviousHandler = XSetErrorHandler(ignoreOwnErrors); });
-    std::lock_guard lock(gDisplaysMutex);
-    gOwnDisplays.insert(display);
-}
+// Windows vanish between an event and our reads of them; the BadWindow that follows must not reach
+// Xlib's default handler, which ends the process.
+void adoptDisplay(Display* display) { x11::XErrorTrap::adopt(display); }
 
 void releaseDisplay(Display* display) {
-    {
-        std::lock_guard lock(gDisplaysMutex);
-        gOwnDisplays.erase(display);
-    }
+    x11::XErrorTrap::release(display);
     XCloseDisplay(display);
 }
 
