@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Signal.h"
+#include "screens/ShortcutControl.h"
+
+namespace vocle {
+
+// The toggle-shortcut sheet: a non-empty modifier combination plus one key. The view feeds it every
+// key-down and modifier change while `isCapturing` is true and consumes what it is told to.
+class ShortcutPickerViewModel {
+  public:
+    explicit ShortcutPickerViewModel(ShortcutControl& shortcuts);
+    ShortcutPickerViewModel(const ShortcutPickerViewModel&) = delete;
+    ShortcutPickerViewModel& operator=(const ShortcutPickerViewModel&) = delete;
+
+    static constexpr const char* kTitle = "Change Shortcut";
+    static constexpr const char* kHint =
+        "Hold one modifier (⌘ ⌥ ⌃ ⇧) and press one key (e.g. Space, A–Z, 0–9). Esc cancels.";
+    static constexpr const char* kCapturingMessage = "Press a shortcut… (Esc to cancel)";
+
+    Observable<std::optional<uint16_t>> capturedKeyCode;
+    Observable<uint64_t> capturedModifiers{0};
+    Observable<uint64_t> previewModifiers{0};
+    Observable<std::string> message{""};
+    Observable<bool> isCapturing{false};
+    // After any of the values above changed.
+    Signal<> changed;
+    // The sheet is to close; capture has already stopped.
+    Signal<> dismissed;
+
+    // Modifier symbols in the fixed order, then the captured key's name.
+    std::vector<std::string> previewParts() const;
+    bool canSave() const;
+
+    void startCapturing();
+    // Both handlers answer whether the event is consumed (always, while capturing).
+    bool handleFlagsChanged(uint64_t flags);
+    bool handleKeyDown(uint16_t keyCode, uint64_t flags);
+
+    void restoreDefault();
+    void cancel();
+    void save();
+
+  private:
+    void apply(KeyCombination shortcut);
+    void close();
+
+    ShortcutControl& shortcuts_;
+};
+
+// The cancel-shortcut sheet: one key, modifiers ignored. Escape is capturable here, so only "Close"
+// dismisses without saving.
+class CancelPickerViewModel {
+  public:
+    explicit CancelPickerViewModel(ShortcutControl& shortcuts);
+    CancelPickerViewModel(const CancelPickerViewModel&) = delete;
+    CancelPickerViewModel& operator=(const CancelPickerViewModel&) = delete;
+
+    static constexpr const char* kTitle = "Change Cancel Recording Shortcut";
+    static constexpr const char* kInitialMessage =
+        "Press one key (e.g. Esc, Space, A–Z, 0–9). Press Return to save.";
+
+    Observable<std::optional<uint16_t>> capturedKeyCode;
+    Observable<std::string> message{kInitialMessage};
+    Observable<bool> isCapturing{false};
+    Signal<> changed;
+    Signal<> dismissed;
+
+    std::vector<std::string> previewParts() const;
+    bool canSave() const { return capturedKeyCode.get().has_value(); }
+
+    void startCapturing();
+    bool handleKeyDown(uint16_t keyCode, uint64_t flags);
+
+    void restoreDefault();
+    void close();
+    void save();
+
+  private:
+    void apply(KeyCombination shortcut);
+    void finish();
+
+    ShortcutControl& shortcuts_;
+};
+
+}  // namespace vocle
