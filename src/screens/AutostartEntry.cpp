@@ -8,10 +8,12 @@
 namespace vocle {
 
 AutostartEntry::AutostartEntry(const Environment& env, std::string executable)
-    : path_(xdgConfigHome(env) / "autostart" / "vocle.desktop"), executable_(std::move(executable)) {}
+    : env_(env), executable_(std::move(executable)) {}
+
+std::filesystem::path AutostartEntry::path() const { return xdgConfigHome(env_) / "autostart" / "vocle.desktop"; }
 
 bool AutostartEntry::isEnabled() const {
-    auto text = readFile(path_);
+    auto text = readFile(path());
     if (!text) return false;
     return text->find("\nHidden=true") == std::string::npos &&
            text->find("\nX-GNOME-Autostart-enabled=false") == std::string::npos;
@@ -49,22 +51,23 @@ std::string AutostartEntry::contents() const {
 }
 
 std::optional<std::string> AutostartEntry::setEnabled(bool enabled) {
+    const auto file = path();
     std::string error;
     if (enabled) {
-        if (!ensureDirectory(path_.parent_path(), &error) || !writeFileAtomically(path_, contents(), &error)) {
-            log("❌ Failed to write autostart entry ", path_.string(), ": ", error);
+        if (!ensureDirectory(file.parent_path(), &error) || !writeFileAtomically(file, contents(), &error)) {
+            log("❌ Failed to write autostart entry ", file.string(), ": ", error);
             return "Could not turn on start at login: " + error;
         }
-        log("✅ Autostart entry written: ", path_.string());
+        log("✅ Autostart entry written: ", file.string());
         return std::nullopt;
     }
     std::error_code ec;
-    std::filesystem::remove(path_, ec);
+    std::filesystem::remove(file, ec);
     if (ec) {
-        log("❌ Failed to remove autostart entry ", path_.string(), ": ", ec.message());
+        log("❌ Failed to remove autostart entry ", file.string(), ": ", ec.message());
         return "Could not turn off start at login: " + ec.message();
     }
-    log("✅ Autostart entry removed: ", path_.string());
+    log("✅ Autostart entry removed: ", file.string());
     return std::nullopt;
 }
 

@@ -14,7 +14,8 @@ class AutostartEntry {
     // `executable` is what the entry runs (the application's own path).
     AutostartEntry(const Environment& env, std::string executable);
 
-    std::filesystem::path path() const { return path_; }
+    // Follows the environment, so a changed $XDG_CONFIG_HOME is honoured.
+    std::filesystem::path path() const;
     // Present and not switched off by the desktop ("Hidden=true", "X-GNOME-Autostart-enabled=false").
     bool isEnabled() const;
     // Writes or removes the entry; the error text when that failed.
@@ -25,7 +26,7 @@ class AutostartEntry {
     static std::string quoteExecArgument(const std::string& argument);
 
   private:
-    std::filesystem::path path_;
+    const Environment& env_;
     std::string executable_;
 };
 
