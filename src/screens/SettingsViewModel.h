@@ -37,6 +37,8 @@ class SettingsViewModel {
     Observable<std::optional<std::string>> errorMessage;
     Signal<> changed;
 
+    // The registry the shortcut pickers apply their changes to.
+    ShortcutControl& shortcuts() { return shortcuts_; }
     const std::map<std::string, std::string>& deviceNameToUID() const { return deviceNameToUID_; }
     // The chosen device is stored but no longer among the sources.
     bool inputDeviceDisconnected() const;
