@@ -212,13 +212,15 @@ ModeDetailView::ModeDetailView(ModeDetailViewModel& vm, QWidget* parent) : QWidg
     });
 
     changed_ = vm_.changed.subscribe([this] { refresh(); });
-    rebuildTypeList();
     refresh();
 }
 
 void ModeDetailView::rebuildTypeList() {
     while (auto* item = typeRows_->takeAt(0)) {
-        if (auto* w = item->widget()) w->deleteLater();
+        if (auto* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
         delete item;
     }
     for (const auto& item : vm_.modeTypes()) {
@@ -235,8 +237,13 @@ void ModeDetailView::refresh() {
     typeTrigger_->setText(qs(vm_.selectedModeType.get()));
     typeDescription_->setText(qs(vm_.selectedTypeDescription()));
     typeDescription_->setVisible(!vm_.isDropdownOpen.get());
-    if (typeList_->isVisible() != vm_.isDropdownOpen.get() || vm_.isDropdownOpen.get()) rebuildTypeList();
-    typeList_->setVisible(vm_.isDropdownOpen.get());
+    const bool open = vm_.isDropdownOpen.get();
+    if (open && (!listOpen_ || listSelection_ != vm_.selectedModeType.get())) {
+        rebuildTypeList();
+        listSelection_ = vm_.selectedModeType.get();
+    }
+    listOpen_ = open;
+    typeList_->setVisible(open);
     if (ss(prompt_->toPlainText()) != m.prompt) prompt_->setPlainText(qs(m.prompt));
     language_->setCurrentText(qs(m.language));
     mute_->setChecked(m.muteWhileRecording);

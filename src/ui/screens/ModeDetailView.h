@@ -7,6 +7,8 @@
 
 #include <QWidget>
 
+#include <string>
+
 class QCheckBox;
 class QComboBox;
 class QFrame;
@@ -46,6 +48,8 @@ class ModeDetailView : public QWidget {
     QLineEdit* website_;
     QPushButton* delete_;
     bool refreshing_ = false;
+    bool listOpen_ = false;
+    std::string listSelection_;
     Subscription changed_;
 };
 

@@ -32,7 +32,11 @@ class ModeRow : public QFrame {
         texts->addWidget(label(qs(mode.name), "rowTitle"));
         texts->addWidget(label(qs(mode.type.value_or("Custom")), "caption"));
         h->addLayout(texts, 1);
-        if (active) h->addWidget(label("Active", "badge"));
+        if (active) {
+            auto* badge = label("Active", "badge");
+            badge->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+            h->addWidget(badge, 0, Qt::AlignVCenter);
+        }
     }
 
   protected:
@@ -73,7 +77,10 @@ ModesView::ModesView(ModesViewModel& vm, QWidget* parent) : QWidget(parent), vm_
 
 void ModesView::rebuild() {
     while (auto* item = rows_->takeAt(0)) {
-        if (auto* w = item->widget()) w->deleteLater();
+        if (auto* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
         delete item;
     }
     const auto& active = vm_.activeMode.get();

@@ -39,7 +39,10 @@ void PermissionsView::showEvent(QShowEvent* event) {
 
 void PermissionsView::rebuild() {
     while (auto* item = items_->takeAt(0)) {
-        if (auto* w = item->widget()) w->deleteLater();
+        if (auto* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
         delete item;
     }
     struct Item {

@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMouseEvent>
+#include <QPainter>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -16,6 +17,24 @@ using namespace screens;
 
 namespace {
 
+// A one-line label that ends in "…" when the column is too narrow; the full text is the tooltip.
+class ElidedLabel : public QLabel {
+  public:
+    explicit ElidedLabel(const QString& text) : QLabel(text) {
+        setToolTip(text);
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        setMinimumWidth(60);
+    }
+
+  protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setPen(palette().color(QPalette::WindowText));
+        p.drawText(contentsRect(), Qt::AlignLeft | Qt::AlignVCenter,
+                   fontMetrics().elidedText(text(), Qt::ElideRight, contentsRect().width()));
+    }
+};
+
 // One pair of the table; clicking it opens the drawer, its trash button deletes.
 class ReplacementRow : public QFrame {
   public:
@@ -26,12 +45,8 @@ class ReplacementRow : public QFrame {
         setCursor(Qt::PointingHandCursor);
         auto* h = new QHBoxLayout(this);
         h->setContentsMargins(10, 6, 6, 6);
-        auto* from = label(display(r.original));
-        auto* to = label(display(r.replacement));
-        for (auto* l : {from, to}) {
-            l->setMinimumWidth(60);
-            l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-        }
+        auto* from = new ElidedLabel(display(r.original));
+        auto* to = new ElidedLabel(display(r.replacement));
         h->addWidget(from, 1);
         h->addWidget(to, 1);
         auto* trash = new QPushButton;
@@ -120,6 +135,7 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     close->setFixedSize(28, 28);
     titleRow->addWidget(close);
     d->addLayout(titleRow);
+    d->addSpacing(6);
     d->addWidget(label("Original Text", "fieldLabel"));
     original_ = new QLineEdit;
     original_->setPlaceholderText(ReplacementsViewModel::kOriginalPlaceholder);
@@ -165,7 +181,10 @@ void ReplacementsView::placeDrawer() {
 
 void ReplacementsView::rebuildRows() {
     while (auto* item = rows_->takeAt(0)) {
-        if (auto* w = item->widget()) w->deleteLater();
+        if (auto* w = item->widget()) {
+            w->hide();
+            w->deleteLater();
+        }
         delete item;
     }
     shown_ = vm_.replacements();

@@ -20,7 +20,7 @@ namespace {
 QVBoxLayout* sheetLayout(QDialog* dialog, const char* title) {
     dialog->setModal(true);
     dialog->setWindowTitle(title);
-    dialog->setMinimumWidth(420);
+    dialog->setMinimumWidth(460);
     auto* layout = new QVBoxLayout(dialog);
     layout->setContentsMargins(24, 20, 24, 20);
     layout->setSpacing(12);
@@ -79,6 +79,8 @@ ShortcutPickerSheet::ShortcutPickerSheet(ShortcutPickerViewModel& vm, QWidget* p
 ShortcutPickerSheet::~ShortcutPickerSheet() { stopFiltering(); }
 
 void ShortcutPickerSheet::showEvent(QShowEvent* event) {
+    // The theme's title font is known only once polished; size to it.
+    adjustSize();
     QDialog::showEvent(event);
     if (!filtering_) {
         qApp->installEventFilter(this);
@@ -152,6 +154,7 @@ CancelPickerSheet::CancelPickerSheet(CancelPickerViewModel& vm, QWidget* parent)
 CancelPickerSheet::~CancelPickerSheet() { stopFiltering(); }
 
 void CancelPickerSheet::showEvent(QShowEvent* event) {
+    adjustSize();
     QDialog::showEvent(event);
     if (!filtering_) {
         qApp->installEventFilter(this);

@@ -83,6 +83,8 @@ class Harness {
     View& show(VM& vm) {
         auto* view = new View(vm, &window_);
         slot_->addWidget(view);
+        // The pointer rests on the sidebar so that no row shows its hover state by accident.
+        desktop().run("xdotool mousemove 5 595");
         window_.show();
         desktop().pumpUntil([&] { return window_.isVisible() && view->isVisible(); }, 5);
         return *view;
