@@ -77,6 +77,8 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
             return row.entry < 0 ? QVariant() : qs(HistoryViewModel::timeText(group.entries[row.entry].timestamp));
         case copiedRole:
             return row.entry >= 0 && vm_.isCopied(group.entries[row.entry].id);
+        case entryKeyRole:
+            return row.entry < 0 ? QVariant() : QVariant(qulonglong(std::hash<Uuid>{}(group.entries[row.entry].id)));
         default:
             return {};
     }
@@ -113,12 +115,15 @@ QSize HistoryItemDelegate::sizeHint(const QStyleOptionViewItem& option, const QM
     }
     if (index.data(HistoryListModel::isHeaderRole).toBool())
         return {width, kHeaderHeight + (index.row() == 0 ? 0 : kSectionGap)};
-    if (auto it = heights_.find(index.row()); it != heights_.end()) return {width, it->second};
+    const qulonglong key = index.data(HistoryListModel::entryKeyRole).toULongLong();
+    if (auto it = heights_.find(key); it != heights_.end()) return {width, it->second};
     const QFontMetrics fm(option.font);
     const QRect bounds = fm.boundingRect(QRect(0, 0, textWidth(), 100000), Qt::TextWordWrap,
                                          index.data(Qt::DisplayRole).toString());
     const int height = kPad + fm.height() + 4 + bounds.height() + kPad + kRowGap;
-    heights_[index.row()] = height;
+    // Entries that left the history would otherwise stay forever.
+    if (heights_.size() > 2 * static_cast<size_t>(index.model()->rowCount()) + 64) heights_.clear();
+    heights_[key] = height;
     return {width, height};
 }
 
@@ -270,10 +275,7 @@ HistoryView::HistoryView(HistoryViewModel& vm, QWidget* parent) : QWidget(parent
         if (auto* entry = model_->entryAt(row)) vm_.copy(*entry);
     });
     connect(list_->verticalScrollBar(), &QScrollBar::valueChanged, this, [this] { updatePinnedHeader(); });
-    connect(model_, &QAbstractItemModel::modelReset, this, [this] {
-        delegate_->clearCache();
-        refreshState();
-    });
+    connect(model_, &QAbstractItemModel::modelReset, this, [this] { refreshState(); });
     list_->viewport()->installEventFilter(this);
     subscriptions_.push_back(vm_.isLoading.subscribe([this](const auto&) { refreshState(); }));
     refreshState();

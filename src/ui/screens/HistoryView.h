@@ -23,7 +23,7 @@ namespace vocle {
 class HistoryListModel : public QAbstractListModel {
     Q_OBJECT
   public:
-    enum Role { isHeaderRole = Qt::UserRole + 1, timeRole, copiedRole, sectionRole };
+    enum Role { isHeaderRole = Qt::UserRole + 1, timeRole, copiedRole, sectionRole, entryKeyRole };
 
     explicit HistoryListModel(HistoryViewModel& viewModel, QObject* parent = nullptr);
 
@@ -60,7 +60,7 @@ class HistoryItemDelegate : public QStyledItemDelegate {
     bool editorEvent(QEvent* event, QAbstractItemModel* model, const QStyleOptionViewItem& option,
                      const QModelIndex& index) override;
 
-    // Row heights depend on the width; the cache is dropped when it changes.
+    // Heights are kept per entry, so a regroup measures only new entries; a new width drops them all.
     void clearCache() const { heights_.clear(); }
 
   signals:
@@ -73,7 +73,7 @@ class HistoryItemDelegate : public QStyledItemDelegate {
     int textWidth() const;
 
     QListView* view_;
-    mutable std::unordered_map<int, int> heights_;
+    mutable std::unordered_map<qulonglong, int> heights_;
     mutable int cachedWidth_ = -1;
 };
 

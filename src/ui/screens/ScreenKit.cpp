@@ -101,6 +101,11 @@ const QHash<QString, QString>& drawings() {
 }  // namespace
 
 QPixmap symbolPixmap(const QString& name, int size, const QColor& color) {
+    // Rows paint their icons on every frame; rendering the drawing each time would cost a scroll step.
+    static QHash<QString, QPixmap> cache;
+    const qreal ratio = qApp ? qApp->devicePixelRatio() : 1.0;
+    const QString key = QString("%1/%2/%3/%4").arg(name).arg(size).arg(color.rgba()).arg(ratio);
+    if (auto it = cache.constFind(key); it != cache.constEnd()) return *it;
     QString path = drawings().value(name);
     const bool filled = path.startsWith('F');
     if (filled) path.remove(0, 1);
@@ -109,7 +114,6 @@ QPixmap symbolPixmap(const QString& name, int size, const QColor& color) {
         QString("<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 24 24'><path d='%1' fill='%2' stroke='%3' "
                 "stroke-width='1.8' stroke-linecap='round' stroke-linejoin='round'/></svg>")
             .arg(path, filled ? color.name() : "none", filled ? "none" : color.name());
-    const qreal ratio = qApp ? qApp->devicePixelRatio() : 1.0;
     QPixmap pixmap(QSize(size, size) * ratio);
     pixmap.fill(Qt::transparent);
     QSvgRenderer renderer(svg.toUtf8());
@@ -117,6 +121,7 @@ QPixmap symbolPixmap(const QString& name, int size, const QColor& color) {
     p.setRenderHint(QPainter::Antialiasing);
     renderer.render(&p);
     pixmap.setDevicePixelRatio(ratio);
+    cache.insert(key, pixmap);
     return pixmap;
 }
 
