@@ -3,6 +3,7 @@
 #include <QGuiApplication>
 #include <QHash>
 #include <QPainter>
+#include <QPixmapCache>
 #include <QScreen>
 #include <QScrollArea>
 #include <QSvgRenderer>
@@ -102,10 +103,11 @@ const QHash<QString, QString>& drawings() {
 
 QPixmap symbolPixmap(const QString& name, int size, const QColor& color) {
     // Rows paint their icons on every frame; rendering the drawing each time would cost a scroll step.
-    static QHash<QString, QPixmap> cache;
+    // Qt's own cache: it goes away with the application, as pixmaps must.
     const qreal ratio = qApp ? qApp->devicePixelRatio() : 1.0;
-    const QString key = QString("%1/%2/%3/%4").arg(name).arg(size).arg(color.rgba()).arg(ratio);
-    if (auto it = cache.constFind(key); it != cache.constEnd()) return *it;
+    const QString key = QString("vocle-symbol/%1/%2/%3/%4").arg(name).arg(size).arg(color.rgba()).arg(ratio);
+    QPixmap cached;
+    if (QPixmapCache::find(key, &cached)) return cached;
     QString path = drawings().value(name);
     const bool filled = path.startsWith('F');
     if (filled) path.remove(0, 1);
@@ -121,7 +123,7 @@ QPixmap symbolPixmap(const QString& name, int size, const QColor& color) {
     p.setRenderHint(QPainter::Antialiasing);
     renderer.render(&p);
     pixmap.setDevicePixelRatio(ratio);
-    cache.insert(key, pixmap);
+    QPixmapCache::insert(key, pixmap);
     return pixmap;
 }
 

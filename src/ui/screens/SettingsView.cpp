@@ -61,7 +61,14 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
         if (!refreshing_) vm_.setUseSystemDefault(on);
     });
     connect(devices_, &QComboBox::activated, this, [this](int index) {
-        if (!refreshing_) vm_.selectInputDevice(ss(devices_->itemData(index).toString()));
+        if (refreshing_) return;
+        const std::string name = ss(devices_->itemData(index).toString());
+        // The "System default" entry carries no device name.
+        if (name.empty()) {
+            vm_.setUseSystemDefault(true);
+        } else {
+            vm_.selectInputDevice(name);
+        }
     });
 
     auto* sound = section(layout, "Sound Effects");
