@@ -21,8 +21,8 @@ std::string volumeText(double v) {
 }  // namespace
 
 SettingsViewModel::SettingsViewModel(const FileStorageManager& files, Capture& capture, ShortcutControl& shortcuts,
-                                     AutostartEntry& autostart)
-    : files_(files), capture_(capture), shortcuts_(shortcuts), autostart_(autostart) {}
+                                     LocalKeyMonitor& keyMonitor, AutostartEntry& autostart)
+    : files_(files), capture_(capture), shortcuts_(shortcuts), keyMonitor_(keyMonitor), autostart_(autostart) {}
 
 void SettingsViewModel::refreshDevices() {
     std::vector<std::string> names;

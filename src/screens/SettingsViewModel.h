@@ -1,14 +1,17 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "foundation/Signal.h"
 #include "platform/capture.h"
+#include "platform/events.h"
 #include "screens/AutostartEntry.h"
 #include "screens/ShortcutControl.h"
+#include "screens/ShortcutPickerViewModel.h"
 #include "storage/FileStorageManager.h"
 
 namespace vocle {
@@ -18,7 +21,7 @@ namespace vocle {
 class SettingsViewModel {
   public:
     SettingsViewModel(const FileStorageManager& files, Capture& capture, ShortcutControl& shortcuts,
-                      AutostartEntry& autostart);
+                      LocalKeyMonitor& keyMonitor, AutostartEntry& autostart);
     SettingsViewModel(const SettingsViewModel&) = delete;
     SettingsViewModel& operator=(const SettingsViewModel&) = delete;
 
@@ -37,8 +40,13 @@ class SettingsViewModel {
     Observable<std::optional<std::string>> errorMessage;
     Signal<> changed;
 
-    // The registry the shortcut pickers apply their changes to.
-    ShortcutControl& shortcuts() { return shortcuts_; }
+    // The sheets' models, for as long as a sheet is shown.
+    std::unique_ptr<ShortcutPickerViewModel> makeShortcutPicker() {
+        return std::make_unique<ShortcutPickerViewModel>(shortcuts_, keyMonitor_);
+    }
+    std::unique_ptr<CancelPickerViewModel> makeCancelPicker() {
+        return std::make_unique<CancelPickerViewModel>(shortcuts_, keyMonitor_);
+    }
     const std::map<std::string, std::string>& deviceNameToUID() const { return deviceNameToUID_; }
     // The chosen device is stored but no longer among the sources.
     bool inputDeviceDisconnected() const;
@@ -64,6 +72,7 @@ class SettingsViewModel {
     const FileStorageManager& files_;
     Capture& capture_;
     ShortcutControl& shortcuts_;
+    LocalKeyMonitor& keyMonitor_;
     AutostartEntry& autostart_;
     std::map<std::string, std::string> deviceNameToUID_;
 };

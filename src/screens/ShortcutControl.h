@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/events.h"
+
 namespace vocle {
 
 // A key code (macOS virtual key numbering, as stored) and modifier bits (macOS event-flag values).
@@ -13,15 +15,16 @@ struct KeyCombination {
     friend bool operator==(const KeyCombination&, const KeyCombination&) = default;
 };
 
+// Short names for the pickers' rules.
 namespace keys {
-inline constexpr uint64_t kShift = 0x20000;
-inline constexpr uint64_t kControl = 0x40000;
-inline constexpr uint64_t kOption = 0x80000;
-inline constexpr uint64_t kCommand = 0x100000;
-inline constexpr uint64_t kModifierMask = 0x1E0000;
-inline constexpr uint16_t kReturn = 36;
-inline constexpr uint16_t kSpace = 49;
-inline constexpr uint16_t kEscape = 53;
+inline constexpr uint64_t kShift = kModifierShift;
+inline constexpr uint64_t kControl = kModifierControl;
+inline constexpr uint64_t kOption = kModifierOption;
+inline constexpr uint64_t kCommand = kModifierCommand;
+inline constexpr uint64_t kModifierMask = kShortcutModifierMask;
+inline constexpr uint16_t kReturn = keycode::kReturn;
+inline constexpr uint16_t kSpace = keycode::kSpace;
+inline constexpr uint16_t kEscape = keycode::kEscape;
 }  // namespace keys
 
 // What the screens need from the global shortcut registry. The shortcut manager satisfies it through a

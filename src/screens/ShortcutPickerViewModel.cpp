@@ -20,7 +20,8 @@ std::string keyName(const ShortcutControl& shortcuts, uint16_t keyCode) {
 
 }  // namespace
 
-ShortcutPickerViewModel::ShortcutPickerViewModel(ShortcutControl& shortcuts) : shortcuts_(shortcuts) {}
+ShortcutPickerViewModel::ShortcutPickerViewModel(ShortcutControl& shortcuts, LocalKeyMonitor& keyMonitor)
+    : shortcuts_(shortcuts), keyMonitor_(keyMonitor) {}
 
 std::vector<std::string> ShortcutPickerViewModel::previewParts() const {
     const auto& key = capturedKeyCode.get();
@@ -35,6 +36,10 @@ bool ShortcutPickerViewModel::canSave() const {
 
 void ShortcutPickerViewModel::startCapturing() {
     message.set(kCapturingMessage);
+    flagsMonitor_ = keyMonitor_.addLocalMonitor(
+        kFlagsChangedMask, [this](const KeyEvent& e) { return handleFlagsChanged(e.modifierFlags); });
+    eventMonitor_ = keyMonitor_.addLocalMonitor(
+        kKeyDownMask, [this](const KeyEvent& e) { return handleKeyDown(e.keyCode, e.modifierFlags); });
     isCapturing.set(true);
     changed.emit();
 }
@@ -85,12 +90,15 @@ void ShortcutPickerViewModel::apply(KeyCombination shortcut) {
 }
 
 void ShortcutPickerViewModel::close() {
+    eventMonitor_.reset();
+    flagsMonitor_.reset();
     isCapturing.set(false);
     changed.emit();
     dismissed.emit();
 }
 
-CancelPickerViewModel::CancelPickerViewModel(ShortcutControl& shortcuts) : shortcuts_(shortcuts) {}
+CancelPickerViewModel::CancelPickerViewModel(ShortcutControl& shortcuts, LocalKeyMonitor& keyMonitor)
+    : shortcuts_(shortcuts), keyMonitor_(keyMonitor) {}
 
 std::vector<std::string> CancelPickerViewModel::previewParts() const {
     if (!capturedKeyCode.get()) return {};
@@ -98,11 +106,13 @@ std::vector<std::string> CancelPickerViewModel::previewParts() const {
 }
 
 void CancelPickerViewModel::startCapturing() {
+    eventMonitor_ = keyMonitor_.addLocalMonitor(kKeyDownMask, [this](const KeyEvent& e) { return handleKeyDown(e.keyCode); });
     isCapturing.set(true);
     changed.emit();
 }
 
-bool CancelPickerViewModel::handleKeyDown(uint16_t keyCode, uint64_t) {
+// Modifiers are ignored: Command+Q is captured as Q.
+bool CancelPickerViewModel::handleKeyDown(uint16_t keyCode) {
     if (!isCapturing.get()) return false;
     if (keyCode == keys::kReturn) {
         if (capturedKeyCode.get()) apply({*capturedKeyCode.get(), 0});
@@ -130,6 +140,7 @@ void CancelPickerViewModel::apply(KeyCombination shortcut) {
 }
 
 void CancelPickerViewModel::finish() {
+    eventMonitor_.reset();
     isCapturing.set(false);
     changed.emit();
     dismissed.emit();

@@ -6,15 +6,17 @@
 #include <vector>
 
 #include "foundation/Signal.h"
+#include "platform/events.h"
 #include "screens/ShortcutControl.h"
 
 namespace vocle {
 
-// The toggle-shortcut sheet: a non-empty modifier combination plus one key. The view feeds it every
-// key-down and modifier change while `isCapturing` is true and consumes what it is told to.
+// The toggle-shortcut sheet: a non-empty modifier combination plus one key. While capturing it holds two
+// in-application key monitors (modifier changes and key-downs) that consume every key event, so nothing
+// reaches a text field or the sheet's own Esc handling.
 class ShortcutPickerViewModel {
   public:
-    explicit ShortcutPickerViewModel(ShortcutControl& shortcuts);
+    ShortcutPickerViewModel(ShortcutControl& shortcuts, LocalKeyMonitor& keyMonitor);
     ShortcutPickerViewModel(const ShortcutPickerViewModel&) = delete;
     ShortcutPickerViewModel& operator=(const ShortcutPickerViewModel&) = delete;
 
@@ -38,26 +40,28 @@ class ShortcutPickerViewModel {
     bool canSave() const;
 
     void startCapturing();
-    // Both handlers answer whether the event is consumed (always, while capturing).
-    bool handleFlagsChanged(uint64_t flags);
-    bool handleKeyDown(uint16_t keyCode, uint64_t flags);
-
     void restoreDefault();
     void cancel();
     void save();
 
   private:
+    bool handleFlagsChanged(uint64_t flags);
+    bool handleKeyDown(uint16_t keyCode, uint64_t flags);
     void apply(KeyCombination shortcut);
+    // Removes the monitors, then tells the sheet to close.
     void close();
 
     ShortcutControl& shortcuts_;
+    LocalKeyMonitor& keyMonitor_;
+    Subscription eventMonitor_;
+    Subscription flagsMonitor_;
 };
 
 // The cancel-shortcut sheet: one key, modifiers ignored. Escape is capturable here, so only "Close"
 // dismisses without saving.
 class CancelPickerViewModel {
   public:
-    explicit CancelPickerViewModel(ShortcutControl& shortcuts);
+    CancelPickerViewModel(ShortcutControl& shortcuts, LocalKeyMonitor& keyMonitor);
     CancelPickerViewModel(const CancelPickerViewModel&) = delete;
     CancelPickerViewModel& operator=(const CancelPickerViewModel&) = delete;
 
@@ -75,17 +79,19 @@ class CancelPickerViewModel {
     bool canSave() const { return capturedKeyCode.get().has_value(); }
 
     void startCapturing();
-    bool handleKeyDown(uint16_t keyCode, uint64_t flags);
 
     void restoreDefault();
     void close();
     void save();
 
   private:
+    bool handleKeyDown(uint16_t keyCode);
     void apply(KeyCombination shortcut);
     void finish();
 
     ShortcutControl& shortcuts_;
+    LocalKeyMonitor& keyMonitor_;
+    Subscription eventMonitor_;
 };
 
 }  // namespace vocle

@@ -144,8 +144,8 @@ void SettingsView::refresh() {
 
 void SettingsView::openTogglePicker() {
     vm_.setShowingShortcutPicker(true);
-    ShortcutPickerViewModel picker(vm_.shortcuts());
-    ShortcutPickerSheet sheet(picker, this);
+    auto picker = vm_.makeShortcutPicker();
+    ShortcutPickerSheet sheet(*picker, this);
     sheet.exec();
     vm_.setShowingShortcutPicker(false);
     refresh();
@@ -153,8 +153,8 @@ void SettingsView::openTogglePicker() {
 
 void SettingsView::openCancelPicker() {
     vm_.setShowingCancelPicker(true);
-    CancelPickerViewModel picker(vm_.shortcuts());
-    CancelPickerSheet sheet(picker, this);
+    auto picker = vm_.makeCancelPicker();
+    CancelPickerSheet sheet(*picker, this);
     sheet.exec();
     vm_.setShowingCancelPicker(false);
     refresh();

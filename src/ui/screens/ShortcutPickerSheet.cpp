@@ -1,14 +1,11 @@
 #include "ui/screens/ShortcutPickerSheet.h"
 
-#include <QApplication>
 #include <QHBoxLayout>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 #include "ui/screens/KeyCapsView.h"
-#include "ui/screens/KeyCodeMapping.h"
 #include "ui/screens/ScreenKit.h"
 
 namespace vocle {
@@ -42,11 +39,6 @@ KeyCapsView* previewRow(QVBoxLayout* layout) {
     return caps;
 }
 
-bool isKeyEvent(QEvent* event) {
-    return event->type() == QEvent::KeyPress || event->type() == QEvent::KeyRelease ||
-           event->type() == QEvent::ShortcutOverride;
-}
-
 }  // namespace
 
 ShortcutPickerSheet::ShortcutPickerSheet(ShortcutPickerViewModel& vm, QWidget* parent) : QDialog(parent), vm_(vm) {
@@ -69,29 +61,20 @@ ShortcutPickerSheet::ShortcutPickerSheet(ShortcutPickerViewModel& vm, QWidget* p
     connect(cancel, &QPushButton::clicked, this, [this] { vm_.cancel(); });
     connect(save_, &QPushButton::clicked, this, [this] { vm_.save(); });
     subscriptions_.push_back(vm_.changed.subscribe([this] { refresh(); }));
-    subscriptions_.push_back(vm_.dismissed.subscribe([this] {
-        stopFiltering();
-        accept();
-    }));
+    subscriptions_.push_back(vm_.dismissed.subscribe([this] { accept(); }));
     refresh();
 }
 
-ShortcutPickerSheet::~ShortcutPickerSheet() { stopFiltering(); }
+ShortcutPickerSheet::~ShortcutPickerSheet() {
+    subscriptions_.clear();
+    if (vm_.isCapturing.get()) vm_.cancel();
+}
 
 void ShortcutPickerSheet::showEvent(QShowEvent* event) {
     // The theme's title font is known only once polished; size to it.
     adjustSize();
     QDialog::showEvent(event);
-    if (!filtering_) {
-        qApp->installEventFilter(this);
-        filtering_ = true;
-    }
     vm_.startCapturing();
-}
-
-void ShortcutPickerSheet::stopFiltering() {
-    if (filtering_) qApp->removeEventFilter(this);
-    filtering_ = false;
 }
 
 void ShortcutPickerSheet::reject() {
@@ -99,24 +82,8 @@ void ShortcutPickerSheet::reject() {
     if (vm_.isCapturing.get()) {
         vm_.cancel();
     } else {
-        stopFiltering();
         QDialog::reject();
     }
-}
-
-bool ShortcutPickerSheet::eventFilter(QObject* watched, QEvent* event) {
-    if (!vm_.isCapturing.get() || !isKeyEvent(event)) return QDialog::eventFilter(watched, event);
-    if (event->type() == QEvent::ShortcutOverride) {
-        event->accept();
-        return true;
-    }
-    auto* key = static_cast<QKeyEvent*>(event);
-    if (key->isAutoRepeat()) return true;
-    if (modifierOfKey(key->key()) != 0) return vm_.handleFlagsChanged(flagsAfter(*key));
-    if (event->type() != QEvent::KeyPress) return true;
-    auto code = storedKeyCode(*key);
-    if (!code) return true;
-    return vm_.handleKeyDown(*code, storedModifiers(key->modifiers()));
 }
 
 void ShortcutPickerSheet::refresh() {
@@ -144,50 +111,27 @@ CancelPickerSheet::CancelPickerSheet(CancelPickerViewModel& vm, QWidget* parent)
     connect(close, &QPushButton::clicked, this, [this] { vm_.close(); });
     connect(save_, &QPushButton::clicked, this, [this] { vm_.save(); });
     subscriptions_.push_back(vm_.changed.subscribe([this] { refresh(); }));
-    subscriptions_.push_back(vm_.dismissed.subscribe([this] {
-        stopFiltering();
-        accept();
-    }));
+    subscriptions_.push_back(vm_.dismissed.subscribe([this] { accept(); }));
     refresh();
 }
 
-CancelPickerSheet::~CancelPickerSheet() { stopFiltering(); }
+CancelPickerSheet::~CancelPickerSheet() {
+    subscriptions_.clear();
+    if (vm_.isCapturing.get()) vm_.close();
+}
 
 void CancelPickerSheet::showEvent(QShowEvent* event) {
     adjustSize();
     QDialog::showEvent(event);
-    if (!filtering_) {
-        qApp->installEventFilter(this);
-        filtering_ = true;
-    }
     vm_.startCapturing();
-}
-
-void CancelPickerSheet::stopFiltering() {
-    if (filtering_) qApp->removeEventFilter(this);
-    filtering_ = false;
 }
 
 void CancelPickerSheet::reject() {
     if (vm_.isCapturing.get()) {
         vm_.close();
     } else {
-        stopFiltering();
         QDialog::reject();
     }
-}
-
-bool CancelPickerSheet::eventFilter(QObject* watched, QEvent* event) {
-    if (!vm_.isCapturing.get() || !isKeyEvent(event)) return QDialog::eventFilter(watched, event);
-    if (event->type() == QEvent::ShortcutOverride) {
-        event->accept();
-        return true;
-    }
-    auto* key = static_cast<QKeyEvent*>(event);
-    if (event->type() != QEvent::KeyPress || key->isAutoRepeat() || modifierOfKey(key->key()) != 0) return true;
-    auto code = storedKeyCode(*key);
-    if (!code) return true;
-    return vm_.handleKeyDown(*code, storedModifiers(key->modifiers()));
 }
 
 void CancelPickerSheet::refresh() {

@@ -14,8 +14,7 @@ namespace vocle {
 
 class KeyCapsView;
 
-// The modal sheet that records a new toggle shortcut. While it captures, every key event of the
-// application goes to the view model (nothing reaches a text field or the dialog's own Esc handling).
+// The modal sheet that records a new toggle shortcut; the view model's key monitors do the capturing.
 class ShortcutPickerSheet : public QDialog {
     Q_OBJECT
   public:
@@ -25,17 +24,14 @@ class ShortcutPickerSheet : public QDialog {
   protected:
     void showEvent(QShowEvent* event) override;
     void reject() override;
-    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void refresh();
-    void stopFiltering();
 
     ShortcutPickerViewModel& vm_;
     QLabel* message_;
     KeyCapsView* preview_;
     QPushButton* save_;
-    bool filtering_ = false;
     std::vector<Subscription> subscriptions_;
 };
 
@@ -49,17 +45,14 @@ class CancelPickerSheet : public QDialog {
   protected:
     void showEvent(QShowEvent* event) override;
     void reject() override;
-    bool eventFilter(QObject* watched, QEvent* event) override;
 
   private:
     void refresh();
-    void stopFiltering();
 
     CancelPickerViewModel& vm_;
     QLabel* message_;
     KeyCapsView* preview_;
     QPushButton* save_;
-    bool filtering_ = false;
     std::vector<Subscription> subscriptions_;
 };
 

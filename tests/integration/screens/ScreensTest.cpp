@@ -3,6 +3,7 @@
 #include "foundation/VirtualMainQueue.h"
 #include "platform/testing/FakeAccessibility.h"
 #include "platform/testing/FakeCapture.h"
+#include "platform/testing/FakeKeyMonitor.h"
 #include "platform/testing/FakeScreenCapture.h"
 #include "platform/testing/FakeUrlOpener.h"
 #include "screens/HelpViewModel.h"
@@ -28,6 +29,7 @@
 
 #include "integration/screens/HarnessTheme.h"
 #include "integration/screens/ScreensDesktop.h"
+#include "platform/x11/QtLocalKeyMonitor.h"
 #include "ui/screens/HelpView.h"
 #include "ui/screens/HistoryView.h"
 #include "ui/screens/HomeView.h"
@@ -224,7 +226,8 @@ TEST_F(ScreensTest, HomePermissionsSettingsAndHelpRender) {
         g.files.saveSettings(s);
         MapEnvironment env({{"HOME", (g.dir.path() / "home").string()}, {"XDG_CONFIG_HOME", (g.dir.path() / "config").string()}});
         AutostartEntry autostart(env, "/usr/bin/vocle");
-        SettingsViewModel vm(g.files, capture, shortcuts, autostart);
+        FakeLocalKeyMonitor keyMonitor;
+        SettingsViewModel vm(g.files, capture, shortcuts, keyMonitor, autostart);
         Harness h;
         h.show<SettingsView>(vm);
         EXPECT_FALSE(vm.isLoading.get());
@@ -302,8 +305,10 @@ TEST_F(ScreensTest, HistoryRendersEmptyAndKeepsThousandsOfEntriesInOneListView) 
 
 TEST_F(ScreensTest, PickerSheetsCaptureRealKeyPresses) {
     RecordingShortcuts shortcuts;
+    // The application's in-window key monitor, seeing real X key events.
+    x11::QtLocalKeyMonitor keyMonitor;
     {
-        ShortcutPickerViewModel vm(shortcuts);
+        ShortcutPickerViewModel vm(shortcuts, keyMonitor);
         ShortcutPickerSheet sheet(vm, nullptr);
         sheet.move(100, 150);
         sheet.show();
@@ -322,7 +327,7 @@ TEST_F(ScreensTest, PickerSheetsCaptureRealKeyPresses) {
     }
     shortcuts.calls.clear();
     {
-        CancelPickerViewModel vm(shortcuts);
+        CancelPickerViewModel vm(shortcuts, keyMonitor);
         CancelPickerSheet sheet(vm, nullptr);
         sheet.move(100, 150);
         sheet.show();

@@ -6,6 +6,7 @@
 #include "foundation/FileIO.h"
 #include "foundation/Log.h"
 #include "platform/testing/FakeCapture.h"
+#include "platform/testing/FakeKeyMonitor.h"
 #include "platform/testing/FakeUrlOpener.h"
 #include "screens/HelpViewModel.h"
 #include "screens/SettingsViewModel.h"
@@ -35,7 +36,8 @@ class SettingsTest : public ::testing::Test {
     RecordingShortcuts shortcuts;
     MapEnvironment env;
     AutostartEntry autostart{env, "/opt/Vocle Beta/bin/vocle"};
-    SettingsViewModel vm{files, capture, shortcuts, autostart};
+    FakeLocalKeyMonitor keyMonitor;
+    SettingsViewModel vm{files, capture, shortcuts, keyMonitor, autostart};
 };
 
 TEST_F(SettingsTest, LoadingTreatsAMissingOrDefaultNameAsTheSystemDefault) {

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include "platform/testing/FakeKeyMonitor.h"
 #include "screens/ShortcutPickerViewModel.h"
 #include "unit/screens/RecordingShortcuts.h"
 
 using namespace vocle;
+using vocle::testing::FakeLocalKeyMonitor;
 using vocle::testing::RecordingShortcuts;
 
 namespace {
@@ -17,18 +19,23 @@ class ShortcutPickerTest : public ::testing::Test {
         dismissedSub = picker.dismissed.subscribe([this] { ++dismissed; });
         picker.startCapturing();
     }
+    bool keyDown(uint16_t code, uint64_t flags) { return monitor.keyDown(code, flags); }
+    bool flags(uint64_t f) { return monitor.dispatch({KeyEventType::flagsChanged, keycode::kShift, f}); }
+
     RecordingShortcuts shortcuts;
-    ShortcutPickerViewModel picker{shortcuts};
+    FakeLocalKeyMonitor monitor;
+    ShortcutPickerViewModel picker{shortcuts, monitor};
     int dismissed = 0;
     Subscription dismissedSub;
 };
 
 TEST_F(ShortcutPickerTest, ABareKeyIsNeverAcceptedAndReturnThenSavesNothing) {
     EXPECT_EQ(picker.message.get(), "Press a shortcut… (Esc to cancel)");
-    EXPECT_TRUE(picker.handleKeyDown(kA, 0));
+    EXPECT_EQ(monitor.monitorCount(), 2u);
+    EXPECT_TRUE(keyDown(kA, 0));
     EXPECT_FALSE(picker.capturedKeyCode.get().has_value());
     EXPECT_FALSE(picker.canSave());
-    EXPECT_TRUE(picker.handleKeyDown(keys::kReturn, 0));
+    EXPECT_TRUE(keyDown(keys::kReturn, 0));
     picker.save();
     EXPECT_TRUE(shortcuts.calls.empty());
     EXPECT_EQ(dismissed, 0);
@@ -36,28 +43,29 @@ TEST_F(ShortcutPickerTest, ABareKeyIsNeverAcceptedAndReturnThenSavesNothing) {
 }
 
 TEST_F(ShortcutPickerTest, ControlAThenReturnAppliesWithTheFixedSequenceAndCloses) {
-    picker.handleKeyDown(kA, keys::kControl | 0x10000 /* caps lock */);
+    keyDown(kA, keys::kControl | 0x10000 /* caps lock */);
     EXPECT_EQ(picker.previewParts(), (std::vector<std::string>{"⌃", "A"}));
     EXPECT_TRUE(picker.canSave());
-    picker.handleKeyDown(keys::kReturn, 0);
+    keyDown(keys::kReturn, 0);
     EXPECT_EQ(shortcuts.calls, kChangeSequence);
     EXPECT_EQ(shortcuts.toggle, (KeyCombination{kA, keys::kControl}));
     EXPECT_EQ(dismissed, 1);
     EXPECT_FALSE(picker.isCapturing.get());
     // The monitors are gone: later events are not consumed.
-    EXPECT_FALSE(picker.handleKeyDown(kK, keys::kCommand));
+    EXPECT_EQ(monitor.monitorCount(), 0u);
+    EXPECT_FALSE(keyDown(kK, keys::kCommand));
 }
 
 TEST_F(ShortcutPickerTest, HeldModifiersPreviewUntilAKeyIsCapturedThenTheCaptureWins) {
-    picker.handleFlagsChanged(keys::kCommand | keys::kShift);
+    flags(keys::kCommand | keys::kShift);
     EXPECT_EQ(picker.previewParts(), (std::vector<std::string>{"⌘", "⇧"}));
-    picker.handleFlagsChanged(0);
+    flags(0);
     EXPECT_TRUE(picker.previewParts().empty());
 
-    picker.handleKeyDown(kK, keys::kCommand | keys::kOption);
+    keyDown(kK, keys::kCommand | keys::kOption);
     EXPECT_EQ(picker.previewParts(), (std::vector<std::string>{"⌘", "⌥", "K"}));
     // Releasing the modifiers after the capture leaves the preview alone.
-    picker.handleFlagsChanged(0);
+    flags(0);
     EXPECT_EQ(picker.previewParts(), (std::vector<std::string>{"⌘", "⌥", "K"}));
     // Several modifiers are accepted although the hint speaks of one.
     picker.save();
@@ -65,16 +73,16 @@ TEST_F(ShortcutPickerTest, HeldModifiersPreviewUntilAKeyIsCapturedThenTheCapture
 }
 
 TEST_F(ShortcutPickerTest, ALaterPressReplacesTheCapture) {
-    picker.handleKeyDown(kA, keys::kControl);
-    picker.handleKeyDown(kK, keys::kShift);
+    keyDown(kA, keys::kControl);
+    keyDown(kK, keys::kShift);
     picker.save();
     EXPECT_EQ(shortcuts.toggle, (KeyCombination{kK, keys::kShift}));
 }
 
 TEST_F(ShortcutPickerTest, EscapeAndReturnCanNeverBecomeTheToggleKey) {
-    picker.handleKeyDown(keys::kReturn, keys::kOption);
+    keyDown(keys::kReturn, keys::kOption);
     EXPECT_FALSE(picker.capturedKeyCode.get().has_value());
-    picker.handleKeyDown(keys::kEscape, keys::kOption);
+    keyDown(keys::kEscape, keys::kOption);
     EXPECT_EQ(dismissed, 1);
     EXPECT_TRUE(shortcuts.calls.empty());
     EXPECT_EQ(shortcuts.toggle, (KeyCombination{keys::kSpace, keys::kOption}));
@@ -94,15 +102,18 @@ class CancelPickerTest : public ::testing::Test {
         dismissedSub = picker.dismissed.subscribe([this] { ++dismissed; });
         picker.startCapturing();
     }
+    bool keyDown(uint16_t code, uint64_t flags) { return monitor.keyDown(code, flags); }
+
     RecordingShortcuts shortcuts;
-    CancelPickerViewModel picker{shortcuts};
+    FakeLocalKeyMonitor monitor;
+    CancelPickerViewModel picker{shortcuts, monitor};
     int dismissed = 0;
     Subscription dismissedSub;
 };
 
 TEST_F(CancelPickerTest, CommandQIsCapturedAsPlainQ) {
     EXPECT_EQ(picker.message.get(), "Press one key (e.g. Esc, Space, A–Z, 0–9). Press Return to save.");
-    picker.handleKeyDown(kQ, keys::kCommand);
+    keyDown(kQ, keys::kCommand);
     EXPECT_EQ(picker.previewParts(), (std::vector<std::string>{"Q"}));
     picker.save();
     EXPECT_EQ(shortcuts.cancel, (KeyCombination{kQ, 0}));
@@ -111,23 +122,23 @@ TEST_F(CancelPickerTest, CommandQIsCapturedAsPlainQ) {
 
 TEST_F(CancelPickerTest, EscapeIsCapturedNotClosingAndReturnSavesIt) {
     shortcuts.cancel = {kQ, 0};
-    EXPECT_TRUE(picker.handleKeyDown(keys::kEscape, 0));
+    EXPECT_TRUE(keyDown(keys::kEscape, 0));
     EXPECT_EQ(dismissed, 0);
     EXPECT_TRUE(picker.canSave());
-    picker.handleKeyDown(keys::kReturn, 0);
+    keyDown(keys::kReturn, 0);
     EXPECT_EQ(shortcuts.cancel, (KeyCombination{keys::kEscape, 0}));
     EXPECT_EQ(dismissed, 1);
 }
 
 TEST_F(CancelPickerTest, ReturnWithoutACaptureDoesNothingAndCloseLeavesTheShortcut) {
-    picker.handleKeyDown(keys::kReturn, 0);
+    keyDown(keys::kReturn, 0);
     EXPECT_EQ(dismissed, 0);
     EXPECT_FALSE(picker.canSave());
-    picker.handleKeyDown(kA, 0);
+    keyDown(kA, 0);
     picker.close();
     EXPECT_EQ(dismissed, 1);
     EXPECT_TRUE(shortcuts.calls.empty());
-    EXPECT_FALSE(picker.handleKeyDown(kQ, 0));
+    EXPECT_FALSE(keyDown(kQ, 0));
 }
 
 }  // namespace
