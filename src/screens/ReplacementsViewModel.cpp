@@ -12,7 +12,13 @@ ReplacementsViewModel::ReplacementsViewModel(MainQueue& main, Observable<std::ve
     listSubscription_ = replacements_.subscribe([this](const auto&) { changed.emit(); });
 }
 
-ReplacementsViewModel::~ReplacementsViewModel() { autoSaveTask_.cancel(); }
+// Leaving the screen keeps a pending edit.
+ReplacementsViewModel::~ReplacementsViewModel() {
+    if (autoSaveTask_.isActive()) {
+        autoSaveTask_.cancel();
+        commitEdit();
+    }
+}
 
 std::string ReplacementsViewModel::drawerTitle() const {
     return drawerMode.get() == DrawerMode::add ? "Add Replacement" : "Edit Replacement";

@@ -29,7 +29,8 @@ VocabularyViewModel::VocabularyViewModel(MainQueue& main, Observable<std::option
     });
 }
 
-VocabularyViewModel::~VocabularyViewModel() { autoSaveTask_.cancel(); }
+// Leaving the screen keeps what was typed.
+VocabularyViewModel::~VocabularyViewModel() { flush(); }
 
 void VocabularyViewModel::setText(const std::string& text) {
     if (text == vocabularyText.get()) return;

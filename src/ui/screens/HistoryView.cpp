@@ -219,7 +219,7 @@ HistoryView::HistoryView(HistoryViewModel& vm, QWidget* parent) : QWidget(parent
     loading_ = new QWidget;
     auto* l = new QVBoxLayout(loading_);
     l->addStretch();
-    auto* loadingText = label(HistoryViewModel::kLoadingText, "subtitle");
+    auto* loadingText = label(HistoryViewModel::kLoadingText, "secondary");
     loadingText->setAlignment(Qt::AlignCenter);
     l->addWidget(loadingText);
     l->addStretch();
@@ -235,7 +235,7 @@ HistoryView::HistoryView(HistoryViewModel& vm, QWidget* parent) : QWidget(parent
     auto* emptyTitle = label(HistoryViewModel::kEmptyTitle, "emptyTitle");
     emptyTitle->setAlignment(Qt::AlignCenter);
     e->addWidget(emptyTitle);
-    auto* emptyText = label(HistoryViewModel::kEmptyText, "subtitle");
+    auto* emptyText = label(HistoryViewModel::kEmptyText, "secondary");
     emptyText->setAlignment(Qt::AlignCenter);
     e->addWidget(emptyText);
     e->addStretch(2);

@@ -56,7 +56,7 @@ class ChecklistRow : public QFrame {
 HomeView::HomeView(HomeViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm) {
     auto* page = scrollingPage(this);
     header(page, HomeViewModel::kTitle);
-    progressText_ = label("", "subtitle");
+    progressText_ = label("", "secondary");
     page->addWidget(progressText_);
     progress_ = new QProgressBar;
     progress_->setRange(0, HomeViewModel::kTotalSteps);

@@ -93,7 +93,7 @@ class ApplicationChooser : public QDialog {
     QPushButton* select_;
 };
 
-QLabel* fieldLabel(const QString& text) { return label(text, "fieldLabel"); }
+QLabel* fieldLabel(const QString& text) { return label(text, "caption"); }
 
 }  // namespace
 
@@ -154,11 +154,11 @@ ModeDetailView::ModeDetailView(ModeDetailViewModel& vm, QWidget* parent) : QWidg
     applicationName_ = label("", "rowTitle");
     appRow->addWidget(applicationName_, 1);
     auto* edit = new QPushButton;
-    setRole(edit, "iconButton");
+    setRole(edit, "plain");
     edit->setIcon(symbolIcon("pencil"));
     edit->setToolTip("Change application");
     auto* clear = new QPushButton;
-    setRole(clear, "iconButton");
+    setRole(clear, "plain");
     clear->setIcon(symbolIcon("trash"));
     clear->setToolTip("Remove application");
     for (auto* b : {edit, clear}) {

@@ -55,7 +55,7 @@ ModesView::ModesView(ModesViewModel& vm, QWidget* parent) : QWidget(parent), vm_
     auto* top = new QHBoxLayout;
     auto* titles = new QVBoxLayout;
     titles->addWidget(label("Modes", "title"));
-    titles->addWidget(label("Templates for processing transcribed text", "subtitle"));
+    titles->addWidget(label("Templates for processing transcribed text", "secondary"));
     top->addLayout(titles, 1);
     auto* create = button("Create Mode", "primary");
     top->addWidget(create, 0, Qt::AlignTop);

@@ -16,7 +16,7 @@ PermissionsView::PermissionsView(PermissionsViewModel& vm, QWidget* parent) : QW
     layout->setContentsMargins(28, 24, 28, 24);
     layout->setSpacing(12);
     layout->addWidget(label(PermissionsViewModel::kTitle, "title"));
-    layout->addWidget(paragraph(PermissionsViewModel::kText, "subtitle"));
+    layout->addWidget(paragraph(PermissionsViewModel::kText, "secondary"));
     auto* card = new QFrame;
     setRole(card, "card");
     items_ = new QVBoxLayout(card);

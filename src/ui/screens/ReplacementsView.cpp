@@ -50,7 +50,7 @@ class ReplacementRow : public QFrame {
         h->addWidget(from, 1);
         h->addWidget(to, 1);
         auto* trash = new QPushButton;
-        setRole(trash, "iconButton");
+        setRole(trash, "plain");
         trash->setIcon(symbolIcon("trash"));
         trash->setToolTip("Delete");
         trash->setFixedSize(28, 28);
@@ -84,7 +84,7 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     auto* add = button("Add Replacement", "primary");
     top->addWidget(add);
     page->addLayout(top);
-    page->addWidget(paragraph(ReplacementsViewModel::kDescription, "subtitle"));
+    page->addWidget(paragraph(ReplacementsViewModel::kDescription, "secondary"));
     page->addSpacing(6);
     connect(add, &QPushButton::clicked, this, [this] { vm_.openAdd(); });
 
@@ -98,7 +98,7 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     auto* emptyTitle = label(ReplacementsViewModel::kEmptyTitle, "emptyTitle");
     emptyTitle->setAlignment(Qt::AlignCenter);
     e->addWidget(emptyTitle);
-    auto* emptyText = label(ReplacementsViewModel::kEmptyText, "subtitle");
+    auto* emptyText = label(ReplacementsViewModel::kEmptyText, "secondary");
     emptyText->setAlignment(Qt::AlignCenter);
     e->addWidget(emptyText);
     page->addWidget(empty_);
@@ -110,8 +110,8 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     t->setSpacing(0);
     auto* headings = new QHBoxLayout;
     headings->setContentsMargins(10, 2, 40, 6);
-    headings->addWidget(label("Original Text", "columnHeader"), 1);
-    headings->addWidget(label("Replacement Text", "columnHeader"), 1);
+    headings->addWidget(label("Original Text", "caption"), 1);
+    headings->addWidget(label("Replacement Text", "caption"), 1);
     t->addLayout(headings);
     rows_ = new QVBoxLayout;
     rows_->setSpacing(0);
@@ -126,21 +126,21 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     d->setContentsMargins(18, 16, 18, 16);
     d->setSpacing(8);
     auto* titleRow = new QHBoxLayout;
-    drawerTitle_ = label("", "sectionTitle");
+    drawerTitle_ = label("", "headline");
     titleRow->addWidget(drawerTitle_);
     titleRow->addStretch();
     auto* close = new QPushButton;
-    setRole(close, "iconButton");
+    setRole(close, "plain");
     close->setIcon(symbolIcon("xmark"));
     close->setFixedSize(28, 28);
     titleRow->addWidget(close);
     d->addLayout(titleRow);
     d->addSpacing(6);
-    d->addWidget(label("Original Text", "fieldLabel"));
+    d->addWidget(label("Original Text", "caption"));
     original_ = new QLineEdit;
     original_->setPlaceholderText(ReplacementsViewModel::kOriginalPlaceholder);
     d->addWidget(original_);
-    d->addWidget(label("Replacement Text", "fieldLabel"));
+    d->addWidget(label("Replacement Text", "caption"));
     replacement_ = new QLineEdit;
     d->addWidget(replacement_);
     drawerError_ = paragraph("", "error");

@@ -35,7 +35,7 @@ QPushButton* button(const QString& text, const char* role, QWidget* parent) {
 }
 
 QVBoxLayout* section(QVBoxLayout* into, const QString& title) {
-    into->addWidget(label(title, "sectionTitle"));
+    into->addWidget(label(title, "headline"));
     auto* card = new QFrame;
     setRole(card, "card");
     auto* layout = new QVBoxLayout(card);
@@ -64,7 +64,7 @@ QVBoxLayout* scrollingPage(QWidget* view) {
 
 void header(QVBoxLayout* into, const QString& title, const QString& subtitle) {
     into->addWidget(label(title, "title"));
-    if (!subtitle.isEmpty()) into->addWidget(paragraph(subtitle, "subtitle"));
+    if (!subtitle.isEmpty()) into->addWidget(paragraph(subtitle, "secondary"));
     into->addSpacing(6);
 }
 

@@ -13,8 +13,10 @@
 namespace vocle::screens {
 
 // Building blocks shared by the screens. Looks come from the application's theme: widgets only carry a
-// "role" property (title, subtitle, sectionTitle, caption, error, card, keyCap, primary, destructive,
-// link, badge) that its stylesheet selects on, e.g. QLabel[role="title"].
+// "role" property that its stylesheet selects on. The theme's roles: title, headline, secondary, caption,
+// error (labels); primary, destructive, link, plain (buttons); card (frames). Screen-specific ones, which
+// the theme may style: rowTitle, emptyTitle, done, badge, pinnedHeader, checkbox (labels); drawer,
+// dropdownList, listRow, tableRow, checkRow (frames); dropdown (buttons).
 
 inline QString qs(const std::string& s) { return QString::fromStdString(s); }
 inline std::string ss(const QString& s) { return s.toStdString(); }

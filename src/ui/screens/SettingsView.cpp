@@ -31,7 +31,7 @@ QHBoxLayout* row(QVBoxLayout* into, const QString& title) {
 SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm) {
     auto* page = scrollingPage(this);
     header(page, "Settings");
-    loading_ = label(SettingsViewModel::kLoadingText, "subtitle");
+    loading_ = label(SettingsViewModel::kLoadingText, "secondary");
     page->addWidget(loading_);
     content_ = new QWidget;
     auto* layout = new QVBoxLayout(content_);

@@ -43,7 +43,7 @@ KeyCapsView* previewRow(QVBoxLayout* layout) {
 
 ShortcutPickerSheet::ShortcutPickerSheet(ShortcutPickerViewModel& vm, QWidget* parent) : QDialog(parent), vm_(vm) {
     auto* layout = sheetLayout(this, ShortcutPickerViewModel::kTitle);
-    layout->addWidget(paragraph(ShortcutPickerViewModel::kHint, "subtitle"));
+    layout->addWidget(paragraph(ShortcutPickerViewModel::kHint, "secondary"));
     message_ = paragraph("", "caption");
     layout->addWidget(message_);
     preview_ = previewRow(layout);
@@ -94,7 +94,7 @@ void ShortcutPickerSheet::refresh() {
 
 CancelPickerSheet::CancelPickerSheet(CancelPickerViewModel& vm, QWidget* parent) : QDialog(parent), vm_(vm) {
     auto* layout = sheetLayout(this, CancelPickerViewModel::kTitle);
-    message_ = paragraph("", "subtitle");
+    message_ = paragraph("", "secondary");
     layout->addWidget(message_);
     preview_ = previewRow(layout);
     auto* buttons = new QHBoxLayout;

@@ -37,6 +37,7 @@
 #include "ui/screens/ModesView.h"
 #include "ui/screens/PermissionsView.h"
 #include "ui/screens/ReplacementsView.h"
+#include "ui/screens/ScreenHost.h"
 #include "ui/screens/SettingsView.h"
 #include "ui/screens/ShortcutPickerSheet.h"
 #include "ui/screens/VocabularyView.h"
@@ -176,11 +177,21 @@ TEST_F(ScreensTest, TextSettingScreensRenderEmptyAndFilled) {
     }
     Observable<std::optional<std::string>> vocabulary;
     {
-        VocabularyViewModel vvm(g.queue, vocabulary);
-        Harness h;
-        h.show<VocabularyView>(vvm);
+        // As the main window's factory builds a screen: the host owns the view-model.
+        ScreenHost<VocabularyViewModel, VocabularyView> host(std::make_unique<VocabularyViewModel>(g.queue, vocabulary),
+                                                            nullptr);
+        host.setWindowFlag(Qt::FramelessWindowHint);
+        host.setFixedSize(470, 600);
+        host.move(180, 0);
+        host.show();
+        desktop().pumpUntil([&] { return host.isVisible(); }, 5);
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("vocabulary-empty")));
+        host.viewModel().setText("typed");
+        EXPECT_TRUE(host.viewModel().isDirty.get());
     }
+    // The host flushed the pending edit when its view went away.
+    EXPECT_EQ(vocabulary.get(), std::optional<std::string>("typed"));
+    vocabulary.set(std::nullopt);
     vocabulary.set(std::string("Jane Roe, ACME Corp, Kubernetes, SaaS, c'est la vie"));
     {
         VocabularyViewModel vvm(g.queue, vocabulary);

@@ -89,6 +89,16 @@ TEST_F(ReplacementsTest, DeletingFromTheDrawerDropsAPendingAutoSave) {
     EXPECT_FALSE(onboardingDone());
 }
 
+TEST_F(ReplacementsTest, LeavingTheScreenKeepsAPendingEdit) {
+    auto screen = std::make_unique<ReplacementsViewModel>(queue, list, files);
+    screen->openEdit(list.get()[0].id);
+    screen->setDrawerReplacement("<br>");
+    screen.reset();
+    EXPECT_EQ(list.get()[0].replacement, "<br>");
+    queue.advance(2);
+    EXPECT_EQ(queue.pendingCount(), 0u);
+}
+
 class VocabularyTest : public ::testing::Test {
   protected:
     std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>();
@@ -126,6 +136,17 @@ TEST_F(VocabularyTest, RetypingTheSavedTextSavesNothing) {
     EXPECT_EQ(saves, 0);
     EXPECT_FALSE(logs->contains("Vocabulary auto-saved"));
     EXPECT_FALSE(vm.isDirty.get());
+}
+
+TEST_F(VocabularyTest, LeavingTheScreenSavesAPendingEditOnce) {
+    {
+        VocabularyViewModel screen(queue, vocabulary);
+        screen.setText("ACME, Zed");
+    }
+    EXPECT_EQ(vocabulary.get(), std::optional<std::string>("ACME, Zed"));
+    EXPECT_EQ(logs->count("Vocabulary auto-saved at "), 1u);
+    queue.advance(3);
+    EXPECT_EQ(logs->count("Vocabulary auto-saved at "), 1u);
 }
 
 TEST_F(VocabularyTest, AStartUpLoadReachesTheEditorUnlessAnEditIsPending) {
