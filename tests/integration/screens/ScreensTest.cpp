@@ -24,6 +24,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListView>
+#include <QScrollArea>
 #include <QScrollBar>
 #include <QVBoxLayout>
 
@@ -144,8 +145,13 @@ TEST_F(ScreensTest, ModeScreensRender) {
     {
         ModeDetailViewModel vm({g.queue, *g.modeManager, g.files, screenCapture, apps}, mail);
         Harness h;
-        h.show<ModeDetailView>(vm);
+        auto& view = h.show<ModeDetailView>(vm);
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("mode-editor-filled")));
+        auto* scroll = view.findChild<QScrollArea*>();
+        ASSERT_NE(scroll, nullptr);
+        scroll->verticalScrollBar()->setValue(scroll->verticalScrollBar()->maximum());
+        EXPECT_TRUE(nonTrivialPng(desktop().screenshot("mode-editor-bottom")));
+        scroll->verticalScrollBar()->setValue(0);
         vm.toggleDropdown();
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("mode-editor-type-list")));
     }
