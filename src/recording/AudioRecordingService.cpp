@@ -30,7 +30,8 @@ AudioRecordingService::AudioRecordingService(AudioRecordingServiceDependencies d
     : d_(std::move(deps)),
       mic_(d_.mainQueue, d_.capture, d_.routeManager, d_.storage),
       sys_(d_.mainQueue, d_.screenCapture, d_.systemAudio, d_.systemAudioQueue),
-      finisher_(d_.mainQueue, d_.processor, d_.paster, f_, context_, {isProcessing, processedText, errorMessage}) {
+      finisher_(d_.mainQueue, d_.processor, d_.paster, f_, context_,
+                {isProcessing, processedText, errorMessage}) {
     if (!d_.random) d_.random = LevelMeter::defaultRandom();
 }
 
@@ -382,7 +383,9 @@ void AudioRecordingService::stopRecording() {
     drop(abandonedRecordingTimer_);
     drop(activeRecordingTimer_);
 
-    const double elapsed = f_.recordingStartTime ? now(d_.mainQueue) - *f_.recordingStartTime : kShortRecordingLimit;
+    // Without a start time the short rule does not apply.
+    const double elapsed =
+        f_.recordingStartTime ? now(d_.mainQueue) - *f_.recordingStartTime : kShortRecordingLimit;
     if (elapsed < kShortRecordingLimit) {
         log("⏱️ Short recording (", numberText(elapsed), "s < 0.4s) — treating as cancel");
         return cancelRecording();

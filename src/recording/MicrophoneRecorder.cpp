@@ -11,7 +11,8 @@ namespace vocle {
 namespace fs = std::filesystem;
 
 MicrophoneRecorder::MicrophoneRecorder(MainQueue& mainQueue, Capture& capture,
-                                       BluetoothAudioRouteManager& routeManager, const FileStorageManager& storage)
+                                       BluetoothAudioRouteManager& routeManager,
+                                       const FileStorageManager& storage)
     : mainQueue_(mainQueue), capture_(capture), routeManager_(routeManager), storage_(storage) {}
 
 MicrophoneRecorder::~MicrophoneRecorder() = default;
@@ -51,10 +52,12 @@ bool MicrophoneRecorder::start(std::optional<fs::path> target, std::function<voi
     };
     if (wanted) {
         log("🔧 Adding audio input: ", wanted->name, " [UID=", wanted->uid, "]");
-        if (!addInput(*wanted, "✅ Added audio input", "⚠️ Cannot add audio input to session")) return false;
+        if (!addInput(*wanted, "✅ Added audio input", "⚠️ Cannot add audio input to session"))
+            return false;
     } else if (auto fallback = capture_.defaultDevice()) {
         log("🔧 Adding default audio input: ", fallback->name);
-        if (!addInput(*fallback, "✅ Added default audio input", "⚠️ Cannot add default audio input to session"))
+        if (!addInput(*fallback, "✅ Added default audio input",
+                      "⚠️ Cannot add default audio input to session"))
             return false;
     } else {
         // The session still starts without an input, as on any refused input; the user learns why
@@ -80,7 +83,8 @@ bool MicrophoneRecorder::start(std::optional<fs::path> target, std::function<voi
     return true;
 }
 
-void MicrophoneRecorder::startWhenReady(std::shared_ptr<CaptureFileOutput> output, fs::path url, int attemptsLeft) {
+void MicrophoneRecorder::startWhenReady(std::shared_ptr<CaptureFileOutput> output, fs::path url,
+                                        int attemptsLeft) {
     const auto connections = output->connections();
     size_t channels = 0;
     for (const auto& c : connections) channels += c.channelAveragePowerDb.size();
@@ -105,12 +109,14 @@ void MicrophoneRecorder::startWhenReady(std::shared_ptr<CaptureFileOutput> outpu
 
 void MicrophoneRecorder::startFile(const std::shared_ptr<CaptureFileOutput>& output, const fs::path& url,
                                    bool fallback) {
-    if (!fallback) log("⏺️ Starting audio file output to: ", url.string(), " [type: .wav] (channels ready)");
+    if (!fallback)
+        log("⏺️ Starting audio file output to: ", url.string(), " [type: .wav] (channels ready)");
     MainQueue* queue = &mainQueue_;
     output->startRecording(url, [queue, finished = finished_](std::optional<Error> error) mutable {
         queue->post([finished, error]() mutable { finished(error); });
     });
-    log(fallback ? "🔎 audioOutput.isRecording after fallback start: " : "🔎 audioOutput.isRecording after start: ",
+    log(fallback ? "🔎 audioOutput.isRecording after fallback start: "
+                 : "🔎 audioOutput.isRecording after start: ",
         boolText(output->isRecording()));
     mainQueue_.postAfter(0.3, token_.guard([output, fallback] {
         log(fallback ? "🔎 audioOutput.isRecording after 300ms (fallback): "

@@ -53,7 +53,8 @@ class MicrophoneRecorder {
     static constexpr double kOutputStartDelay = 0.12;
 
   private:
-    void startWhenReady(std::shared_ptr<CaptureFileOutput> output, std::filesystem::path url, int attemptsLeft);
+    void startWhenReady(std::shared_ptr<CaptureFileOutput> output, std::filesystem::path url,
+                        int attemptsLeft);
     void startFile(const std::shared_ptr<CaptureFileOutput>& output, const std::filesystem::path& url,
                    bool fallback);
 

@@ -9,9 +9,15 @@ namespace vocle {
 
 namespace fs = std::filesystem;
 
-RecordingFinisher::RecordingFinisher(MainQueue& mainQueue, RecordingProcessor& processor, TranscriptPaster& paster,
-                                     RecordingFlags& flags, const RecordingContext& context, RecordingOutputs outputs)
-    : mainQueue_(mainQueue), processor_(processor), paster_(paster), f_(flags), context_(context), out_(outputs) {}
+RecordingFinisher::RecordingFinisher(MainQueue& mainQueue, RecordingProcessor& processor,
+                                     TranscriptPaster& paster, RecordingFlags& flags,
+                                     const RecordingContext& context, RecordingOutputs outputs)
+    : mainQueue_(mainQueue),
+      processor_(processor),
+      paster_(paster),
+      f_(flags),
+      context_(context),
+      out_(outputs) {}
 
 void RecordingFinisher::endCleanup(bool dropPendingOutput) {
     if (dropPendingOutput) f_.pendingOutputURL.reset();
@@ -19,7 +25,8 @@ void RecordingFinisher::endCleanup(bool dropPendingOutput) {
     f_.isCleanupInProgress = false;
 }
 
-void RecordingFinisher::maybeMixAndProcess(const std::optional<fs::path>& openSystemFile, bool systemStreamPresent) {
+void RecordingFinisher::maybeMixAndProcess(const std::optional<fs::path>& openSystemFile,
+                                           bool systemStreamPresent) {
     if (f_.isCancelled) {
         log("🚫 Cancel flagged — skipping processing and cleaning up");
         return endCleanup(true);
@@ -34,7 +41,8 @@ void RecordingFinisher::maybeMixAndProcess(const std::optional<fs::path>& openSy
         return;
     }
     log("🧮 maybeMixAndProcess() called. Flags: micFinished=", boolText(f_.micFinished),
-        ", scFinished=", boolText(f_.scFinished), ", isSystemCapturePlanned=", boolText(f_.isSystemCapturePlanned));
+        ", scFinished=", boolText(f_.scFinished),
+        ", isSystemCapturePlanned=", boolText(f_.isSystemCapturePlanned));
     const bool scDone = f_.scFinished || (openSystemFile && !systemStreamPresent);
     if (!f_.micFinished || !scDone) {
         log("⏳ Waiting for both sources: micDone=", boolText(f_.micFinished), ", scDone=", boolText(scDone));

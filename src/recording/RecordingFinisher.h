@@ -31,7 +31,8 @@ class RecordingFinisher {
 
     // `openSystemFile` is the system-audio file while its writer holds it open; `systemStreamPresent`
     // whether the stream still exists.
-    void maybeMixAndProcess(const std::optional<std::filesystem::path>& openSystemFile, bool systemStreamPresent);
+    void maybeMixAndProcess(const std::optional<std::filesystem::path>& openSystemFile,
+                            bool systemStreamPresent);
     // The one exit of every abandoned or finished clean-up: processing ends and the next start is allowed.
     void endCleanup(bool dropPendingOutput);
 

@@ -8,14 +8,17 @@ namespace vocle {
 
 SystemAudioRecorder::SystemAudioRecorder(MainQueue& mainQueue, ScreenCapture& screenCapture,
                                          SystemAudioController& systemAudio, DispatchQueue& sampleQueue)
-    : mainQueue_(mainQueue), screenCapture_(screenCapture), systemAudio_(systemAudio), sampleQueue_(sampleQueue) {}
+    : mainQueue_(mainQueue),
+      screenCapture_(screenCapture),
+      systemAudio_(systemAudio),
+      sampleQueue_(sampleQueue) {}
 
 SystemAudioRecorder::~SystemAudioRecorder() = default;
 
 void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks callbacks) {
     MainQueue* queue = &mainQueue_;
-    auto made = token_.guard([this, queue, target = std::move(target), callbacks](
-                                 Result<std::shared_ptr<SystemAudioStream>> result) mutable {
+    auto made = token_.guard([this, queue, target = std::move(target),
+                              callbacks](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
         if (callbacks.isCancelled()) {
             log("🚫 Cancel flagged — dropping the system audio stream that was still being set up");
             return;
@@ -24,10 +27,11 @@ void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks cal
         auto stream = result.value();
         stream_ = stream;
         SystemAudioController* controller = &systemAudio_;
-        sink_ = std::make_shared<SystemAudioSink>(target, [controller] { return controller->isPlayingSoundEffect(); });
+        sink_ = std::make_shared<SystemAudioSink>(
+            target, [controller] { return controller->isPlayingSoundEffect(); });
         auto sink = sink_;
-        if (auto error =
-                stream->addAudioOutput(sampleQueue_, [sink](const AudioSampleBuffer& b) { sink->handle(b); })) {
+        if (auto error = stream->addAudioOutput(sampleQueue_,
+                                                [sink](const AudioSampleBuffer& b) { sink->handle(b); })) {
             return callbacks.failed(*error);
         }
         stream->startCapture([queue, started = callbacks.started](std::optional<Error> error) mutable {

@@ -22,13 +22,13 @@ class SystemAudioRecorder {
   public:
     using Completion = std::function<void(std::optional<Error>)>;
     struct StartCallbacks {
-        std::function<bool()> isCancelled;          // asked once the stream has been made
-        std::function<void(const Error&)> failed;   // making or wiring the stream failed
-        Completion started;                         // the start completion, on the main queue
+        std::function<bool()> isCancelled;         // asked once the stream has been made
+        std::function<void(const Error&)> failed;  // making or wiring the stream failed
+        Completion started;                        // the start completion, on the main queue
     };
 
-    SystemAudioRecorder(MainQueue& mainQueue, ScreenCapture& screenCapture, SystemAudioController& systemAudio,
-                        DispatchQueue& sampleQueue);
+    SystemAudioRecorder(MainQueue& mainQueue, ScreenCapture& screenCapture,
+                        SystemAudioController& systemAudio, DispatchQueue& sampleQueue);
     ~SystemAudioRecorder();
 
     // Samples go to `target`, silenced while a sound effect plays.

@@ -10,7 +10,9 @@ namespace vocle {
 SystemAudioSink::SystemAudioSink(std::filesystem::path target, std::function<bool()> silenced)
     : target_(std::move(target)), silenced_(std::move(silenced)) {}
 
-SystemAudioSink::~SystemAudioSink() { close(); }
+SystemAudioSink::~SystemAudioSink() {
+    close();
+}
 
 void SystemAudioSink::close() {
     std::lock_guard lock(mutex_);

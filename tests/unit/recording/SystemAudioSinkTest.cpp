@@ -57,7 +57,8 @@ TEST_F(SinkFixture, OpensWithTheFirstBlocksFormatAndRefusesAChangeWithoutLosingT
 
     const std::vector<float> mono(100, 0.9f);
     sink.handle(block(mono, 1, 44100));
-    EXPECT_TRUE(logs->contains("SC audio write error: the stream changed its format to 1 channels at 44100 Hz"));
+    EXPECT_TRUE(
+        logs->contains("SC audio write error: the stream changed its format to 1 channels at 44100 Hz"));
     sink.handle(block(stereo, 2, 44100));
     sink.close();
 
