@@ -12,6 +12,8 @@ extern "C" {
 #include <memory>
 #include <string>
 
+#include "media/Ffmpeg.h"
+
 namespace vocle::server {
 
 AudioFormat detectAudioFormat(std::string_view b) {
@@ -60,34 +62,6 @@ int64_t seekTo(void* opaque, int64_t offset, int whence) {
     return target;
 }
 
-std::string avError(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
-
-struct FormatDeleter {
-    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
-};
-struct IoDeleter {
-    void operator()(AVIOContext* c) const {
-        if (c) av_freep(&c->buffer);
-        avio_context_free(&c);
-    }
-};
-struct CodecDeleter {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct SwrDeleter {
-    void operator()(SwrContext* c) const { swr_free(&c); }
-};
-struct FrameDeleter {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct PacketDeleter {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-
 }  // namespace
 
 std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds) {
@@ -98,7 +72,7 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
     MemoryReader reader{bytes};
     constexpr int kBufferSize = 64 * 1024;
     auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
-    std::unique_ptr<AVIOContext, IoDeleter> io(
+    media::IoContextPtr io(
         avio_alloc_context(buffer, kBufferSize, 0, &reader, readPacket, nullptr, seekTo));
     if (!io) {
         av_free(buffer);
@@ -109,11 +83,11 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
     rawFormat->flags |= AVFMT_FLAG_CUSTOM_IO;
     const AVInputFormat* input = av_find_input_format(format == AudioFormat::Wav ? "wav" : "mov");
     if (int rc = avformat_open_input(&rawFormat, nullptr, input, nullptr); rc < 0) {
-        throw CorruptAudio("The audio could not be read: " + avError(rc));
+        throw CorruptAudio("The audio could not be read: " + media::errorText(rc));
     }
-    std::unique_ptr<AVFormatContext, FormatDeleter> formatContext(rawFormat);
+    media::InputFormatPtr formatContext(rawFormat);
     if (int rc = avformat_find_stream_info(formatContext.get(), nullptr); rc < 0) {
-        throw CorruptAudio("The audio could not be read: " + avError(rc));
+        throw CorruptAudio("The audio could not be read: " + media::errorText(rc));
     }
     const int streamIndex = av_find_best_stream(formatContext.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     if (streamIndex < 0) throw CorruptAudio("The file has no audio track");
@@ -125,7 +99,7 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
     }
     const AVCodec* codec = avcodec_find_decoder(codecId);
     if (!codec) throw UnsupportedAudio(std::string("Unsupported audio codec: ") + avcodec_get_name(codecId));
-    std::unique_ptr<AVCodecContext, CodecDeleter> decoder(avcodec_alloc_context3(codec));
+    media::CodecContextPtr decoder(avcodec_alloc_context3(codec));
     if (avcodec_parameters_to_context(decoder.get(), stream->codecpar) < 0 ||
         avcodec_open2(decoder.get(), codec, nullptr) < 0) {
         throw CorruptAudio("The audio decoder could not be opened");
@@ -134,9 +108,9 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
         throw CorruptAudio("The audio has no valid sample rate or channel count");
     }
     // A forged header rate (gigahertz) makes the resampler build filters for minutes.
-    if (decoder->sample_rate > kMaxSourceSampleRate) {
+    if (media::exceedsMaxSampleRate(decoder->sample_rate)) {
         throw CorruptAudio("The audio's sample rate (" + std::to_string(decoder->sample_rate) +
-                           " Hz) is above the " + std::to_string(kMaxSourceSampleRate) + " Hz supported");
+                           " Hz) is above the " + std::to_string(media::kMaxSourceSampleRate) + " Hz supported");
     }
 
     SwrContext* rawSwr = nullptr;
@@ -147,9 +121,9 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
         swr_free(&rawSwr);
         throw CorruptAudio("The audio cannot be converted to 16 kHz mono");
     }
-    std::unique_ptr<SwrContext, SwrDeleter> swr(rawSwr);
-    std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
-    std::unique_ptr<AVPacket, PacketDeleter> packet(av_packet_alloc());
+    media::ResamplerPtr swr(rawSwr);
+    media::FramePtr frame(av_frame_alloc());
+    media::PacketPtr packet(av_packet_alloc());
 
     const size_t maxSamples = static_cast<size_t>(maxSeconds * kSpeechSampleRate);
     std::vector<int16_t> pcm;
@@ -171,7 +145,7 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
         for (;;) {
             const int rc = avcodec_receive_frame(decoder.get(), frame.get());
             if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return;
-            if (rc < 0) throw CorruptAudio("The audio could not be decoded: " + avError(rc));
+            if (rc < 0) throw CorruptAudio("The audio could not be decoded: " + media::errorText(rc));
             convert(const_cast<const uint8_t**>(frame->extended_data), frame->nb_samples);
             av_frame_unref(frame.get());
         }
@@ -181,7 +155,7 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
         if (rc == AVERROR_EOF) break;
         if (rc < 0) {
             // A truncated tail still leaves usable audio; only a file that yields nothing is an error.
-            if (pcm.empty()) throw CorruptAudio("The audio could not be read: " + avError(rc));
+            if (pcm.empty()) throw CorruptAudio("The audio could not be read: " + media::errorText(rc));
             break;
         }
         if (packet->stream_index == streamIndex) {
@@ -189,7 +163,7 @@ std::vector<int16_t> decodeToSpeechPcm(std::string_view bytes, double maxSeconds
             av_packet_unref(packet.get());
             if (sent < 0 && sent != AVERROR(EAGAIN)) {
                 if (sent == AVERROR_INVALIDDATA) continue;  // one damaged packet; keep the rest
-                throw CorruptAudio("The audio could not be decoded: " + avError(sent));
+                throw CorruptAudio("The audio could not be decoded: " + media::errorText(sent));
             }
             drain();
         } else {

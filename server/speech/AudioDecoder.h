@@ -25,8 +25,6 @@ class CorruptAudio : public std::runtime_error {
 };
 
 inline constexpr int kSpeechSampleRate = 16000;
-// The highest source rate accepted (professional audio tops out at 768 kHz).
-inline constexpr int kMaxSourceSampleRate = 768000;
 
 // WAV (any PCM/float layout FFmpeg reads) or AAC in MPEG-4 to 16 kHz mono signed 16-bit samples.
 // Stops with CorruptAudio past `maxSeconds` so a crafted file cannot exhaust memory.

@@ -127,7 +127,7 @@ void AudioFileProcessor::send(const std::shared_ptr<Job>& job, std::string audio
     const uint64_t id = nextUploadId_++;
     auto subscription = backend_.transcribeAudio(
         std::move(audioData), job->mode, job->vocabWords, job->replacements,
-        [this, id, job](BackendResult<std::string> result) {
+        [this, id, job](Result<std::string, BackendError> result) {
             cancellables_.erase(id);  // the call has finished; dropping its subscription cancels nothing
             if (result.ok()) {
                 log("TIMESTAMP: ", job->timestamp(), " - backend request completed, received ",

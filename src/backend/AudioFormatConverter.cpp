@@ -19,6 +19,7 @@ extern "C" {
 
 #include "backend/DecimalText.h"
 #include "foundation/Log.h"
+#include "media/Ffmpeg.h"
 
 namespace vocle {
 
@@ -27,44 +28,6 @@ namespace {
 using Error = AudioFormatConverter::ConversionError;
 
 constexpr int kFallbackSampleRate = 44100;
-constexpr int kMaxSourceSampleRate = 768000;
-
-std::string avError(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
-
-struct FormatInputDeleter {
-    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
-};
-struct FormatOutputDeleter {
-    void operator()(AVFormatContext* c) const {
-        if (c->pb) avio_closep(&c->pb);
-        avformat_free_context(c);
-    }
-};
-struct CodecDeleter {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct PacketDeleter {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-struct FrameDeleter {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
-struct SwrDeleter {
-    void operator()(SwrContext* s) const { swr_free(&s); }
-};
-struct FifoDeleter {
-    void operator()(AVAudioFifo* f) const { av_audio_fifo_free(f); }
-};
-struct AvioDeleter {
-    void operator()(AVIOContext* c) const {
-        av_freep(&c->buffer);
-        avio_context_free(&c);
-    }
-};
 
 // Reads the source through our own I/O so that a header claiming a sample rate of 0 can be read as
 // 44 100 Hz instead of being refused by the demuxer.
@@ -184,7 +147,7 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
     if (!source.isOpen()) throw Error::invalidInputFile();
     constexpr int kIoBufferSize = 64 * 1024;
     auto* ioBuffer = static_cast<unsigned char*>(av_malloc(kIoBufferSize));
-    std::unique_ptr<AVIOContext, AvioDeleter> io(avio_alloc_context(
+    media::IoContextPtr io(avio_alloc_context(
         ioBuffer, kIoBufferSize, 0, &source, &SourceFile::read, nullptr, &SourceFile::seek));
     if (!io) {
         av_free(ioBuffer);
@@ -195,7 +158,7 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
     rawIn->flags |= AVFMT_FLAG_CUSTOM_IO;
     if (avformat_open_input(&rawIn, nullptr, nullptr, nullptr) < 0)
         throw Error::invalidInputFile();  // frees rawIn
-    std::unique_ptr<AVFormatContext, FormatInputDeleter> in(rawIn);
+    media::InputFormatPtr in(rawIn);
     if (avformat_find_stream_info(in.get(), nullptr) < 0) throw Error::invalidInputFile();
 
     {
@@ -208,18 +171,18 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
     AVStream* stream = in->streams[streamIndex];
 
     // A track without a single sample is as good as no track.
-    std::unique_ptr<AVPacket, PacketDeleter> packet(av_packet_alloc());
+    media::PacketPtr packet(av_packet_alloc());
     int readStatus;
     while ((readStatus = av_read_frame(in.get(), packet.get())) >= 0 && packet->stream_index != streamIndex) {
         av_packet_unref(packet.get());
     }
     if (readStatus == AVERROR_EOF) throw Error::conversionFailed("No audio track found in source asset");
-    if (readStatus < 0) throw Error::conversionFailed(avError(readStatus));
+    if (readStatus < 0) throw Error::conversionFailed(media::errorText(readStatus));
 
     const int declaredRate = stream->codecpar->sample_rate;
     // A forged header rate (gigahertz) would keep the resampler building filters for minutes; such a
     // file goes up as it is and the backend answers for it.
-    if (declaredRate > kMaxSourceSampleRate) {
+    if (media::exceedsMaxSampleRate(declaredRate)) {
         throw Error::conversionFailed("Unsupported source sample rate: " + std::to_string(declaredRate) + " Hz");
     }
     const double sampleRate = declaredRate > 0 ? declaredRate : kFallbackSampleRate;
@@ -229,7 +192,7 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
 
     // Reader side: the decoder.
     const AVCodec* decoderCodec = avcodec_find_decoder(stream->codecpar->codec_id);
-    std::unique_ptr<AVCodecContext, CodecDeleter> decoder(avcodec_alloc_context3(decoderCodec));
+    media::CodecContextPtr decoder(avcodec_alloc_context3(decoderCodec));
     if (!decoderCodec || !decoder || avcodec_parameters_to_context(decoder.get(), stream->codecpar) < 0 ||
         avcodec_open2(decoder.get(), decoderCodec, nullptr) < 0) {
         throw Error::conversionFailed("Cannot add audio track to reader");
@@ -246,10 +209,10 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
     // Writer side: mono AAC-LC into an ".m4a" with the index at the front.
     const int outRate = encoderSampleRate(static_cast<int>(sampleRate));
     const AVCodec* encoderCodec = avcodec_find_encoder(AV_CODEC_ID_AAC);
-    std::unique_ptr<AVCodecContext, CodecDeleter> encoder(avcodec_alloc_context3(encoderCodec));
+    media::CodecContextPtr encoder(avcodec_alloc_context3(encoderCodec));
     AVFormatContext* rawOut = nullptr;
     avformat_alloc_output_context2(&rawOut, nullptr, "ipod", outputURL.c_str());
-    std::unique_ptr<AVFormatContext, FormatOutputDeleter> out(rawOut);
+    media::OutputFormatPtr out(rawOut);
     AVStream* outStream = out ? avformat_new_stream(out.get(), nullptr) : nullptr;
     if (!encoderCodec || !encoder || !outStream)
         throw Error::conversionFailed("Cannot add audio input to writer");
@@ -267,32 +230,32 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
     outStream->time_base = encoder->time_base;
 
     if (int rc = avio_open(&out->pb, outputURL.c_str(), AVIO_FLAG_WRITE); rc < 0) {
-        throw Error::conversionFailed(avError(rc));
+        throw Error::conversionFailed(media::errorText(rc));
     }
     AVDictionary* muxOptions = nullptr;
     av_dict_set(&muxOptions, "movflags", "+faststart", 0);
     const int headerStatus = avformat_write_header(out.get(), &muxOptions);
     av_dict_free(&muxOptions);
-    if (headerStatus < 0) throw Error::conversionFailed(avError(headerStatus));
+    if (headerStatus < 0) throw Error::conversionFailed(media::errorText(headerStatus));
 
     // Mix down to mono float planar at the encoder's rate.
     SwrContext* rawSwr = nullptr;
     swr_alloc_set_opts2(&rawSwr, &encoder->ch_layout, AV_SAMPLE_FMT_FLTP, outRate, &inLayout,
                         decoder->sample_fmt, decoder->sample_rate, 0, nullptr);
-    std::unique_ptr<SwrContext, SwrDeleter> swr(rawSwr);
+    media::ResamplerPtr swr(rawSwr);
     av_channel_layout_uninit(&inLayout);
     if (!swr || swr_init(swr.get()) < 0) throw Error::conversionFailed("Cannot add audio track to reader");
 
     const int frameSize = encoder->frame_size > 0 ? encoder->frame_size : 1024;
-    std::unique_ptr<AVAudioFifo, FifoDeleter> fifo(av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, 1, frameSize * 4));
-    std::unique_ptr<AVFrame, FrameDeleter> decoded(av_frame_alloc());
-    std::unique_ptr<AVFrame, FrameDeleter> chunk(av_frame_alloc());
-    std::unique_ptr<AVPacket, PacketDeleter> encodedPacket(av_packet_alloc());
+    media::AudioFifoPtr fifo(av_audio_fifo_alloc(AV_SAMPLE_FMT_FLTP, 1, frameSize * 4));
+    media::FramePtr decoded(av_frame_alloc());
+    media::FramePtr chunk(av_frame_alloc());
+    media::PacketPtr encodedPacket(av_packet_alloc());
     int64_t nextPts = 0;
     std::vector<float> converted;
 
     auto appendFailed = [](int rc) {
-        return Error::conversionFailed(rc < 0 ? avError(rc) : std::string("Failed to append audio sample"));
+        return Error::conversionFailed(rc < 0 ? media::errorText(rc) : std::string("Failed to append audio sample"));
     };
     auto drainEncoder = [&] {
         int rc;
@@ -347,7 +310,7 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
         av_packet_unref(packet.get());
         readStatus = av_read_frame(in.get(), packet.get());
     } while (readStatus >= 0);
-    if (readStatus != AVERROR_EOF) throw Error::conversionFailed(avError(readStatus));
+    if (readStatus != AVERROR_EOF) throw Error::conversionFailed(media::errorText(readStatus));
 
     avcodec_send_packet(decoder.get(), nullptr);
     drainDecoder();
@@ -356,7 +319,7 @@ bool AudioFormatConverter::convertToMP3(const std::filesystem::path& inputURL,
         encodeFrom(std::min(frameSize, av_audio_fifo_size(fifo.get())));
     if (int rc = avcodec_send_frame(encoder.get(), nullptr); rc < 0) throw appendFailed(rc);
     drainEncoder();
-    if (int rc = av_write_trailer(out.get()); rc < 0) throw Error::conversionFailed(avError(rc));
+    if (int rc = av_write_trailer(out.get()); rc < 0) throw Error::conversionFailed(media::errorText(rc));
     avio_closep(&out->pb);
 
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();

@@ -2,7 +2,6 @@
 
 #include <string>
 #include <utility>
-#include <variant>
 
 #include "foundation/Error.h"
 
@@ -50,20 +49,8 @@ struct BackendError {
 
 const char* kindName(BackendError::Kind kind);
 
-// A value or a BackendError.
+// The former name of a backend operation's result, kept for code written against it.
 template <class T>
-class BackendResult {
-  public:
-    BackendResult(T value) : v_(std::in_place_index<0>, std::move(value)) {}
-    BackendResult(BackendError error) : v_(std::in_place_index<1>, std::move(error)) {}
-
-    bool ok() const { return v_.index() == 0; }
-    const T& value() const { return std::get<0>(v_); }
-    T& value() { return std::get<0>(v_); }
-    const BackendError& error() const { return std::get<1>(v_); }
-
-  private:
-    std::variant<T, BackendError> v_;
-};
+using BackendResult = Result<T, BackendError>;
 
 }  // namespace vocle

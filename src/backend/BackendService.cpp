@@ -291,7 +291,7 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
     log("Base URL: ", baseURL_);
     log("Access token: ", accessToken_.empty() ? "empty" : "provided");
 
-    auto report = [completion = std::move(completion)](BackendResult<TranscribeResponse> result) {
+    auto report = [completion = std::move(completion)](Result<TranscribeResponse, BackendError> result) {
         if (result.ok()) {
             log("Received transcription response");
             completion(std::move(result.value().transcript));
@@ -372,7 +372,7 @@ Subscription BackendService::backupSettings(const SettingsDoc& settings,
 }
 
 Subscription BackendService::sendSupportMessage(const std::string& message, Completion<bool> completion) {
-    auto report = [completion = std::move(completion)](BackendResult<SuccessResponse> result) {
+    auto report = [completion = std::move(completion)](Result<SuccessResponse, BackendError> result) {
         if (result.ok()) {
             completion(result.value().success);
         } else {

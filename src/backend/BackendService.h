@@ -49,7 +49,7 @@ struct VerifyOTPResult {
 class BackendService {
   public:
     template <class T>
-    using Completion = std::function<void(BackendResult<T>)>;
+    using Completion = std::function<void(Result<T, BackendError>)>;
 
     static constexpr int kMaxAttempts = 4;
     static constexpr double kRetryBudgetSeconds = 120.0;

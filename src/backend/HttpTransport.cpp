@@ -87,13 +87,14 @@ bool HttpTransport::isValidURL(const std::string& url) {
 HttpTransport::HttpTransport() {
     globalInitOnce();
     multi_ = curl_multi_init();
-    worker_ = std::thread([this] { loop(); });
 }
 
 HttpTransport::~HttpTransport() {
     stopping_ = true;
-    curl_multi_wakeup(static_cast<CURLM*>(multi_));
-    worker_.join();
+    if (worker_.joinable()) {
+        curl_multi_wakeup(static_cast<CURLM*>(multi_));
+        worker_.join();
+    }
     for (auto& [id, t] : running_) curl_multi_remove_handle(static_cast<CURLM*>(multi_), t->easy);
     running_.clear();
     pending_.clear();
@@ -110,6 +111,8 @@ uint64_t HttpTransport::send(HttpRequest request, Callback callback) {
         id = nextId_++;
         t->id = id;
         pending_.push_back(std::move(t));
+        // The worker starts with the first transfer: a client that never sends runs no thread.
+        if (!worker_.joinable()) worker_ = std::thread([this] { loop(); });
     }
     curl_multi_wakeup(static_cast<CURLM*>(multi_));
     return id;

@@ -245,12 +245,12 @@ void AppState::initializeApp() {
     log("AppState: Step A - Fetching mode types from backend...");
     const uint64_t run = nextInitializationRun_++;
     initializationRuns_.emplace(
-        run, d_.backend.fetchSettings(token_.guard([this, run](BackendResult<SettingsEnvelope> result) {
+        run, d_.backend.fetchSettings(token_.guard([this, run](Result<SettingsEnvelope, BackendError> result) {
             continueAfterTemplates(run, result);
         })));
 }
 
-void AppState::continueAfterTemplates(uint64_t run, const BackendResult<SettingsEnvelope>& result) {
+void AppState::continueAfterTemplates(uint64_t run, const Result<SettingsEnvelope, BackendError>& result) {
     // The finished request is released on the next turn; it is still delivering now.
     d_.mainQueue.post(token_.guard([this, run] { initializationRuns_.erase(run); }));
     if (!result.ok()) {

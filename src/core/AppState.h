@@ -103,7 +103,7 @@ private:
     void updateSignInState();
     void startInitializationAfterSignIn();
     void startInitialization();
-    void continueAfterTemplates(uint64_t run, const BackendResult<SettingsEnvelope>& result);
+    void continueAfterTemplates(uint64_t run, const Result<SettingsEnvelope, BackendError>& result);
     void finishInitialization();
     void initializationFailed(const std::string& debugDescription,
                               const std::string& userMessage, bool authenticationFailed);

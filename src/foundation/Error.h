@@ -14,20 +14,21 @@ struct Error {
     std::string description;
 };
 
-// A value or an error; completions carry one of these exactly once.
-template <class T>
+// A value or an error; completions carry one of these exactly once. Backend operations use their own
+// error type (`Result<T, BackendError>`).
+template <class T, class E = Error>
 class Result {
 public:
-    Result(T value) : v_(std::move(value)) {}
-    Result(Error error) : v_(std::move(error)) {}
+    Result(T value) : v_(std::in_place_index<0>, std::move(value)) {}
+    Result(E error) : v_(std::in_place_index<1>, std::move(error)) {}
 
     bool ok() const { return v_.index() == 0; }
     const T& value() const { return std::get<0>(v_); }
     T& value() { return std::get<0>(v_); }
-    const Error& error() const { return std::get<1>(v_); }
+    const E& error() const { return std::get<1>(v_); }
 
 private:
-    std::variant<T, Error> v_;
+    std::variant<T, E> v_;
 };
 
 }  // namespace vocle

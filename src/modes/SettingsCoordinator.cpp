@@ -17,12 +17,12 @@ void SettingsCoordinator::upload(SettingsDoc doc) {
     const uint64_t id = nextUpload_++;
     auto subscription = backend_.backupSettings(
         doc, std::nullopt,
-        token_.guard([this, id](BackendResult<BackupResponse> result) { finished(id, result); }));
+        token_.guard([this, id](Result<BackupResponse, BackendError> result) { finished(id, result); }));
     // A backend that answers synchronously has already finished this upload.
     if (!finishedEarly_.erase(id)) cancellables_.emplace(id, std::move(subscription));
 }
 
-void SettingsCoordinator::finished(uint64_t id, const BackendResult<BackupResponse>& result) {
+void SettingsCoordinator::finished(uint64_t id, const Result<BackupResponse, BackendError>& result) {
     if (result.ok()) {
         log("SettingsCoordinator: Cloud backup successful, version ", result.value().settingsVersion);
     } else {

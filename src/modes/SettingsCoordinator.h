@@ -35,7 +35,7 @@ class SettingsCoordinator {
 
   private:
     void upload(SettingsDoc doc);
-    void finished(uint64_t id, const BackendResult<BackupResponse>& result);
+    void finished(uint64_t id, const Result<BackupResponse, BackendError>& result);
 
     MainQueue& main_;
     BackendService& backend_;

@@ -12,6 +12,8 @@ extern "C" {
 #include <memory>
 #include <vector>
 
+#include "media/Ffmpeg.h"
+
 namespace vocle {
 
 namespace {
@@ -33,11 +35,6 @@ struct SndfileCloser {
 };
 using SndfilePtr = std::unique_ptr<SNDFILE, SndfileCloser>;
 
-struct SwrFree {
-    void operator()(SwrContext* s) const { swr_free(&s); }
-};
-using SwrPtr = std::unique_ptr<SwrContext, SwrFree>;
-
 // One input, read block by block and converted to the output rate and channel count. After its end
 // it yields silence.
 class Source {
@@ -45,8 +42,8 @@ class Source {
     std::optional<Error> open(const std::filesystem::path& path) {
         file_.reset(sf_open(path.c_str(), SFM_READ, &info_));
         if (!file_) return fileError(nullptr, path);
-        // Rates past 768 kHz are forged headers; the resampler would spend minutes on them.
-        if (info_.channels <= 0 || info_.samplerate <= 0 || info_.samplerate > 768000) return invalidFormats();
+        if (info_.channels <= 0 || info_.samplerate <= 0 || media::exceedsMaxSampleRate(info_.samplerate))
+            return invalidFormats();
         return std::nullopt;
     }
     int rate() const { return info_.samplerate; }
@@ -139,7 +136,7 @@ class Source {
 
     SF_INFO info_{};
     SndfilePtr file_;
-    SwrPtr swr_;
+    media::ResamplerPtr swr_;
     int outChannels_ = 1;
     std::vector<float> in_;
     std::vector<float> fifo_;

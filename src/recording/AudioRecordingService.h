@@ -17,7 +17,12 @@
 #include "platform/alerts.h"
 #include "platform/capture.h"
 #include "platform/screen_capture.h"
+#include "recording/LevelMeter.h"
+#include "recording/MicrophoneRecorder.h"
+#include "recording/RecordingFinisher.h"
+#include "recording/RecordingFlags.h"
 #include "recording/RecordingProcessor.h"
+#include "recording/SystemAudioRecorder.h"
 #include "recording/TranscriptPaster.h"
 #include "storage/FileStorageManager.h"
 
@@ -45,9 +50,10 @@ struct AudioRecordingServiceDependencies {
     std::function<double()> random = {};
 };
 
-// The recording engine: microphone (and optionally system audio) to WAV files, level metering, the
-// speech threshold and timeouts, coordinated stop and cancel, mixing and the hand-off to the upload
-// pipeline. Its life cycle lives in boolean flags, not in one state enum. Main queue only.
+// The recording engine: starts microphone (and optionally system audio) capture, meters the level,
+// applies the speech threshold and timeouts, and coordinates stop and cancel. Capture, metering
+// arithmetic and the mix-and-hand-off are its collaborators'; the life cycle lives here, in boolean
+// flags, not in one state enum. Main queue only.
 class AudioRecordingService {
   public:
     explicit AudioRecordingService(AudioRecordingServiceDependencies deps);
@@ -73,25 +79,10 @@ class AudioRecordingService {
     void audioRecorderEncodeErrorDidOccur(const Error& error);
 
     // The private life-cycle flags, read-only for diagnostics and tests.
-    struct Flags {
-        std::optional<std::filesystem::path> audioFileURL;
-        std::optional<std::filesystem::path> micFileURL;
-        std::optional<std::filesystem::path> systemFileURL;
-        std::optional<std::filesystem::path> micRecordingURLOverride;
-        std::optional<std::filesystem::path> pendingOutputURL;
-        bool isSystemCapturePlanned = false;
-        bool micFinished = false;
-        bool scFinished = false;
-        bool didKickOffMicStart = false;
-        bool isCancelled = false;
-        bool isCleanupInProgress = false;
-        std::optional<double> recordingStartTime;
-        float maxObservedDBFS = -60.0f;
-        bool hasExceededSpeechThreshold = false;
-    };
+    using Flags = RecordingFlags;
     const Flags& flags() const { return f_; }
-    bool hasCaptureSession() const { return captureSession_ != nullptr; }
-    bool hasSystemAudioStream() const { return scStream_ != nullptr; }
+    bool hasCaptureSession() const { return mic_.hasSession(); }
+    bool hasSystemAudioStream() const { return sys_.hasStream(); }
     bool isLevelTimerRunning() const { return levelTimer_.isActive(); }
     bool isAbandonedTimerArmed() const { return abandonedRecordingTimer_.isActive(); }
     bool isActiveTimerArmed() const { return activeRecordingTimer_.isActive(); }
@@ -103,37 +94,29 @@ class AudioRecordingService {
     static constexpr double kActiveTimeout = 600.0;
     static constexpr double kShortRecordingLimit = 0.4;
     static constexpr double kRouteRestoreDelay = 0.6;
-    static constexpr const char* kNoMicrophoneMessage =
-        "No microphone found. Connect one or choose another input device in Settings.";
+    static constexpr const char* kNoMicrophoneMessage = MicrophoneRecorder::kNoMicrophoneMessage;
 
   private:
-    struct SystemAudioSink;
-
     void continueWithRecording();
     void resetCaptureState();
     void playStartSoundByModeRule();
-    std::filesystem::path temporaryFile(const std::string& name) const;
-    void removeStaleFile(const std::filesystem::path& path);
+    // A path in the temporary directory, with any file left there from an earlier run removed.
+    std::filesystem::path freshTemporaryFile(const std::string& name) const;
 
     void startMicrophoneCapture();
     void startMicrophoneUnlessCancelled();
-    void startFileOutputWhenReady(std::shared_ptr<CaptureFileOutput> output, std::filesystem::path url,
-                                  int attemptsLeft, double interval);
-    void startFileOutput(const std::shared_ptr<CaptureFileOutput>& output, const std::filesystem::path& url,
-                         bool fallback);
     void micFileDidFinish(std::optional<Error> error);
 
     void startSystemAudioCapture();
     void onSystemAudioStarted();
     void onSystemAudioStartFailed(const Error& error);
-    void fallBackToMicrophoneOnly();
-    void dropLateSystemStream();
+    void abortSystemAudioStart();
+    void fallBackToMicrophoneOnlySoon();
 
     void startLevelTimer();
     void stopLevelTimer();
     void updateAudioLevels();
-    void applyLevels(std::optional<float> mic, std::optional<float> sys, float peak, float level,
-                     float normalized);
+    void applyLevels(const LevelReading& reading);
     void scheduleAbandonedRecordingTimeout();
     void scheduleActiveRecordingTimeout();
     void showRecordingLimitAlert();
@@ -142,23 +125,14 @@ class AudioRecordingService {
     void stopSystemStream(StreamStop kind);
     void scheduleRouteRestore();
     void maybeMixAndProcess();
-    void finalizeWithSingle(std::optional<std::filesystem::path> url);
-    std::optional<Error> mixAudioFiles(const std::filesystem::path& mic, const std::filesystem::path& system,
-                                       const std::filesystem::path& output);
-    void processRecording(const std::filesystem::path& url);
 
     AudioRecordingServiceDependencies d_;
     Flags f_;
+    RecordingContext context_;
 
-    std::optional<Mode> selectedMode_;
-    std::string vocabWords_;
-    std::vector<Replacement> textReplacements_;
-
-    std::shared_ptr<CaptureSession> captureSession_;
-    std::shared_ptr<CaptureFileOutput> audioOutput_;
-    std::shared_ptr<SystemAudioStream> scStream_;
-    // Written by the sample handler on the system-audio queue, released on the main queue.
-    std::shared_ptr<SystemAudioSink> scSink_;
+    MicrophoneRecorder mic_;
+    SystemAudioRecorder sys_;
+    RecordingFinisher finisher_;
     bool audioRecorder_ = false;  // the recorder slot; no start path fills it
 
     TimerHandle levelTimer_;

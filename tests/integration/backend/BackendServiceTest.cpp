@@ -38,13 +38,13 @@ class BackendServiceTest : public ::testing::Test {
         return *service_;
     }
     template <class T>
-    BackendResult<T> await(std::optional<BackendResult<T>>& slot) {
+    Result<T, BackendError> await(std::optional<Result<T, BackendError>>& slot) {
         EXPECT_TRUE(queue.pumpUntil([&] { return slot.has_value(); }));
         if (!slot) return BackendError::unknown();
         return *slot;
     }
-    BackendResult<SettingsEnvelope> fetch() {
-        std::optional<BackendResult<SettingsEnvelope>> result;
+    Result<SettingsEnvelope, BackendError> fetch() {
+        std::optional<Result<SettingsEnvelope, BackendError>> result;
         auto sub = service().fetchSettings([&](auto r) { result = std::move(r); });
         return await(result);
     }
@@ -73,7 +73,7 @@ TEST_F(BackendServiceTest, SendsTheCommonHeadersWithBothTokensInOneAuthorization
     ASSERT_TRUE(fetch().ok());
 
     service().setAccessToken("");
-    std::optional<BackendResult<bool>> sent;
+    std::optional<Result<bool, BackendError>> sent;
     auto sub = service().sendSupportMessage("hi", [&](auto r) { sent = std::move(r); });
     ASSERT_TRUE(await(sent).ok());
 
@@ -114,8 +114,8 @@ TEST_F(BackendServiceTest, CallsRunConcurrentlyOnTheOneWorker) {
         reply(res, 200, kEnvelope);
     });
     signIn();
-    std::optional<BackendResult<SettingsEnvelope>> first;
-    std::optional<BackendResult<SettingsEnvelope>> later;
+    std::optional<Result<SettingsEnvelope, BackendError>> first;
+    std::optional<Result<SettingsEnvelope, BackendError>> later;
     auto s1 = service().fetchSettings([&](auto r) { first = std::move(r); });
     while (calls.load() == 0) std::this_thread::yield();  // the first call has reached the server
     auto s2 = service().fetchSettings([&](auto r) { later = std::move(r); });
@@ -287,7 +287,7 @@ TEST_F(BackendServiceTest, NoAttemptStartsOnceTheBudgetIsSpent) {
         reply(res, 503, "down", "text/plain");
     });
     signIn();
-    std::optional<BackendResult<SettingsEnvelope>> result;
+    std::optional<Result<SettingsEnvelope, BackendError>> result;
     auto sub = service().fetchSettings([&](auto r) { result = std::move(r); });
     arrived.get_future().wait();
     queue.virtualQueue.advance(121.0);  // the first attempt "takes" 121 s
@@ -309,9 +309,9 @@ TEST_F(BackendServiceTest, WithoutATokenNothingReachesTheNetwork) {
     server.on("POST", "/transcribe", [](const RecordedRequest&, httplib::Response& res) {
         reply(res, 200, R"({"transcript": "x"})");
     });
-    std::optional<BackendResult<std::string>> transcript;
-    std::optional<BackendResult<SettingsEnvelope>> envelope;
-    std::optional<BackendResult<BackupResponse>> backup;
+    std::optional<Result<std::string, BackendError>> transcript;
+    std::optional<Result<SettingsEnvelope, BackendError>> envelope;
+    std::optional<Result<BackupResponse, BackendError>> backup;
     auto s1 =
         service().transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [&](auto r) { transcript = r; });
     auto s2 = service().fetchSettings([&](auto r) { envelope = r; });
@@ -329,8 +329,8 @@ TEST_F(BackendServiceTest, WithoutATokenNothingReachesTheNetwork) {
 
 TEST_F(BackendServiceTest, AnOriginThatDoesNotFormAURLFailsBeforeAnyAttempt) {
     signIn();
-    std::optional<BackendResult<std::string>> transcript;
-    std::optional<BackendResult<bool>> support;
+    std::optional<Result<std::string, BackendError>> transcript;
+    std::optional<Result<bool, BackendError>> support;
     auto s1 = service("not a url").transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [&](auto r) {
         transcript = r;
     });
@@ -345,7 +345,7 @@ TEST_F(BackendServiceTest, ADeadServerIsANetworkErrorAfterFourAttempts) {
     const std::string origin = server.origin();
     server.stop();  // nothing listens on the port any more
     signIn();
-    std::optional<BackendResult<SettingsEnvelope>> result;
+    std::optional<Result<SettingsEnvelope, BackendError>> result;
     auto sub = service(origin).fetchSettings([&](auto r) { result = std::move(r); });
     auto outcome = await(result);
     ASSERT_FALSE(outcome.ok());
@@ -396,7 +396,7 @@ TEST_F(BackendServiceTest, TranscriptionSendsTheAudioModeVocabularyAndReplacemen
     std::vector<Replacement> replacements{Replacement::make("period", "."),
                                           Replacement::make("new line", "\n")};
 
-    std::optional<BackendResult<std::string>> result;
+    std::optional<Result<std::string, BackendError>> result;
     auto sub = service().transcribeAudio(audio, mode, "Kubernetes, Vocle", replacements,
                                          [&](auto r) { result = r; });
     auto outcome = await(result);
@@ -433,7 +433,7 @@ TEST_F(BackendServiceTest, EveryRetryOfATranscriptionResendsTheSameBody) {
         reply(res, 200, R"({"transcript": ""})");
     });
     signIn();
-    std::optional<BackendResult<std::string>> result;
+    std::optional<Result<std::string, BackendError>> result;
     auto sub = service().transcribeAudio(std::string(300000, 'a'), Mode::fresh("Default"), "", {},
                                          [&](auto r) { result = r; });
     auto outcome = await(result);
@@ -455,8 +455,8 @@ TEST_F(BackendServiceTest, BackupSendsTheDocumentAndTheVersionOnlyWhenGiven) {
     SettingsDoc doc;
     doc.vocabWords = "Vocle";
     doc.textReplacements = std::vector<SettingsReplacement>{{"a", "b"}};
-    std::optional<BackendResult<BackupResponse>> first;
-    std::optional<BackendResult<BackupResponse>> second;
+    std::optional<Result<BackupResponse, BackendError>> first;
+    std::optional<Result<BackupResponse, BackendError>> second;
     auto s1 = service().backupSettings(doc, std::nullopt, [&](auto r) { first = r; });
     ASSERT_TRUE(await(first).ok());
     auto s2 = service().backupSettings(doc, 11, [&](auto r) { second = r; });
@@ -506,9 +506,9 @@ TEST_F(BackendServiceTest, SupportMessagesAreTrimmedCheckedAndMayReportFalse) {
         reply(res, 201, R"({"ok": true})");
     });
     SupportService support(service());
-    std::optional<BackendResult<bool>> empty;
-    std::optional<BackendResult<bool>> sent;
-    std::optional<BackendResult<bool>> undecodable;
+    std::optional<Result<bool, BackendError>> empty;
+    std::optional<Result<bool, BackendError>> sent;
+    std::optional<Result<bool, BackendError>> undecodable;
     auto s1 = support.sendMessage(" \n\t \n", [&](auto r) { empty = r; });
     EXPECT_EQ(await(empty).error(), BackendError::server(400, "Message cannot be empty"));
     EXPECT_EQ(empty->error().errorDescription(), kGeneric);

@@ -97,3 +97,19 @@ TEST(AudioMixer, UnreadableInputsAndOutputsAreFileErrors) {
 }
 
 }  // namespace
+
+TEST(AudioMixer, ASourceClaimingMoreThan768kHzIsRefusedBeforeAnyResampling) {
+    TempDir dir;
+    writeWav(dir / "mic.wav", 48000, 1, sine(4800, 1, 48000, 440, 0.5f));
+    writeWav(dir / "edge.wav", 768000, 1, sine(7680, 1, 768000, 440, 0.5f));
+    writeWav(dir / "forged.wav", 768001, 1, sine(100, 1, 768001, 440, 0.5f));
+
+    const auto refused = AudioMixer::mix(dir / "mic.wav", dir / "forged.wav", dir / "out.wav");
+    ASSERT_TRUE(refused.has_value());
+    EXPECT_EQ(refused->domain, AudioMixer::kErrorDomain);
+    EXPECT_EQ(refused->code, AudioMixer::kInvalidFormats);
+    EXPECT_EQ(refused->description, "Invalid source formats");
+
+    ASSERT_FALSE(AudioMixer::mix(dir / "mic.wav", dir / "edge.wav", dir / "out.wav").has_value());
+    EXPECT_EQ(readWav(dir / "out.wav").rate, 768000);
+}

@@ -144,6 +144,14 @@ struct EngineHarness {
     void speak(float db) {
         for (auto& o : capture.outputs) o->channelPowerDb = {db};
     }
+    // Whether the engine drops a start because the previous recording is still being cleaned up, as the
+    // user sees it. When it does not, a new recording has started.
+    bool refusesStart() {
+        const char* refused = "⏳ Cleanup from previous recording still in progress. Delaying start.";
+        const size_t before = logs->count(refused);
+        start(mode());
+        return logs->count(refused) > before;
+    }
 };
 
 }  // namespace vocle::testing

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+#include "core/Mode.h"
+#include "core/Replacement.h"
+
+namespace vocle {
+
+// The life cycle of one recording, as flags the engine and its finisher set and read.
+struct RecordingFlags {
+    std::optional<std::filesystem::path> audioFileURL;
+    std::optional<std::filesystem::path> micFileURL;
+    std::optional<std::filesystem::path> systemFileURL;
+    std::optional<std::filesystem::path> micRecordingURLOverride;
+    std::optional<std::filesystem::path> pendingOutputURL;
+    bool isSystemCapturePlanned = false;
+    bool micFinished = false;
+    bool scFinished = false;
+    bool didKickOffMicStart = false;
+    bool isCancelled = false;
+    bool isCleanupInProgress = false;
+    std::optional<double> recordingStartTime;
+    float maxObservedDBFS = -60.0f;
+    bool hasExceededSpeechThreshold = false;
+};
+
+// What the next recording is processed with.
+struct RecordingContext {
+    std::optional<Mode> mode;
+    std::string vocabulary;
+    std::vector<Replacement> replacements;
+};
+
+}  // namespace vocle
