@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "foundation/Log.h"
+#include "http/ListenSocket.h"
 
 namespace vocle::server {
 
@@ -50,6 +51,7 @@ HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::mak
     // Headers and body go out in separate writes; without this, Nagle plus the peer's delayed ACK adds
     // about 40 ms to every keep-alive response.
     server_->set_tcp_nodelay(true);
+    server_->set_socket_options(ListenSocket::applyOptions);
     server_->set_read_timeout(60, 0);
     server_->set_write_timeout(60, 0);
     server_->set_pre_routing_handler([](const httplib::Request&, httplib::Response&) {
@@ -125,32 +127,9 @@ void HttpServer::widenListenBacklog(int port) {
     }
 }
 
-// The library binds with SO_REUSEPORT, which would let a second vocle-server share the port and take
-// half of the requests; a plain bind first tells that the port is taken.
-static bool portInUse(const std::string& host, int port) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_PASSIVE;
-    addrinfo* result = nullptr;
-    if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &result) != 0 || !result)
-        return false;
-    bool inUse = false;
-    const int fd = socket(result->ai_family, result->ai_socktype, result->ai_protocol);
-    if (fd >= 0) {
-        const int yes = 1;
-        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-        inUse = ::bind(fd, result->ai_addr, result->ai_addrlen) != 0 && errno == EADDRINUSE;
-        close(fd);
-    }
-    freeaddrinfo(result);
-    return inUse;
-}
-
 int HttpServer::bind(const std::string& host, int port) {
-    if (port != 0 && portInUse(host, port)) {
-        throw std::runtime_error("Cannot listen on " + host + ":" + std::to_string(port) +
-                                 ": the port is in use");
-    }
+    if (port != 0 && ListenSocket::hasLiveListener(host, port))
+        throw std::runtime_error(ListenSocket::portInUseMessage(host, port));
     int bound = -1;
     if (port == 0) {
         bound = server_->bind_to_any_port(host);
