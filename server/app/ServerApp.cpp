@@ -55,7 +55,15 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
         std::make_unique<TranscriptionService>(*engine_, templates_, chat_.get(), config_.maxAudioSeconds);
     api_ = std::make_unique<ApiHandlers>(*otp_, *tokens_, *settings_, templates_, *support_, *transcription_,
                                          config_.maxSupportMessageChars);
-    http_ = std::make_unique<HttpServer>(*api_, config_.maxBodyBytes);
+    HttpLimits limits;
+    limits.maxBodyBytes = config_.maxBodyBytes;
+    limits.workers = config_.httpWorkers;
+    limits.headerTimeoutSeconds = config_.headerTimeoutSeconds;
+    limits.idleTimeoutSeconds = config_.idleTimeoutSeconds;
+    limits.bodyTimeoutSeconds = config_.bodyTimeoutSeconds;
+    limits.maxConnections = config_.maxConnections;
+    limits.maxConnectionsPerClient = config_.maxConnectionsPerClient;
+    http_ = std::make_unique<HttpServer>(*api_, limits);
 }
 
 ServerApp::~ServerApp() {

@@ -94,6 +94,30 @@ const std::map<std::string, Setter>& setters() {
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxSupportMessageChars = static_cast<size_t>(parseNumber(k, v, 1));
          }},
+        {"http_workers",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.httpWorkers = static_cast<int>(parseNumber(k, v, 1));
+         }},
+        {"header_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.headerTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"idle_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.idleTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"body_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.bodyTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"max_connections",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxConnections = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
+        {"max_connections_per_client",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxConnectionsPerClient = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
     };
     return table;
 }
@@ -132,7 +156,13 @@ std::string usageText() {
            "  refresh_token_ttl_seconds  default 2592000 (30 days)\n"
            "  max_body_bytes             default 62914560 (60 MB)\n"
            "  max_audio_seconds          default 900\n"
-           "  max_support_message_chars  default 20000\n";
+           "  max_support_message_chars  default 20000\n"
+           "  http_workers               requests handled at once (default 64)\n"
+           "  header_timeout_seconds     time to send a request head (default 10)\n"
+           "  idle_timeout_seconds       keep-alive pause between requests (default 5)\n"
+           "  body_timeout_seconds       longest pause in a body or while taking an answer (default 60)\n"
+           "  max_connections            open connections in all (default 4096)\n"
+           "  max_connections_per_client open connections per client address (default 64)\n";
 }
 
 void applyConfigValue(ServerConfig& config, const std::string& key, const std::string& value) {

@@ -51,6 +51,14 @@ struct ServerConfig {
     double maxAudioSeconds = 900;
     size_t maxSupportMessageChars = 20000;
 
+    // HTTP front: workers run complete requests; the loop reading them enforces the rest.
+    int httpWorkers = 64;
+    double headerTimeoutSeconds = 10;
+    double idleTimeoutSeconds = 5;
+    double bodyTimeoutSeconds = 60;
+    size_t maxConnections = 4096;
+    size_t maxConnectionsPerClient = 64;
+
     std::filesystem::path outboxDir() const { return dataDir / "outbox"; }
     std::filesystem::path databaseFile() const { return dataDir / "vocle-server.sqlite3"; }
 };
