@@ -45,7 +45,7 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
             ChatSettings{config_.chatUrl, config_.chatApiKey, config_.chatModel});
     }
     tokens_ = std::make_unique<TokenService>(*database_, clock_, config_.accessTokenTtlSeconds,
-                                             config_.refreshTokenTtlSeconds);
+                                             config_.refreshTokenTtlSeconds, config_.tokenGraceSeconds);
     if (const int purged = tokens_->purgeExpired(); purged > 0)
         log("vocle-server: removed ", purged, " expired tokens");
     otp_ = std::make_unique<OtpService>(*database_, *tokens_, *mailer_, clock_, config_.mailFrom);

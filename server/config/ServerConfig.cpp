@@ -84,6 +84,10 @@ const std::map<std::string, Setter>& setters() {
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.refreshTokenTtlSeconds = parseNumber(k, v, 1);
          }},
+        {"token_grace_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.tokenGraceSeconds = parseNumber(k, v, 0);
+         }},
         {"max_body_bytes",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxBodyBytes = static_cast<size_t>(parseNumber(k, v, 1024));
@@ -154,6 +158,7 @@ std::string usageText() {
            "  mail_from, smtp_url, smtp_user, smtp_password\n"
            "  access_token_ttl_seconds   default 3600\n"
            "  refresh_token_ttl_seconds  default 2592000 (30 days)\n"
+           "  token_grace_seconds        a spent pair is renewed again this long after its rotation (default 30)\n"
            "  max_body_bytes             default 62914560 (60 MB)\n"
            "  max_audio_seconds          default 900\n"
            "  max_support_message_chars  default 20000\n"

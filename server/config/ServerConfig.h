@@ -47,6 +47,8 @@ struct ServerConfig {
 
     double accessTokenTtlSeconds = 3600;
     double refreshTokenTtlSeconds = 30 * 24 * 3600;
+    // Requests carrying the same spent pair this soon after its rotation receive the same new pair.
+    double tokenGraceSeconds = 30;
     size_t maxBodyBytes = 60ull * 1024 * 1024;
     double maxAudioSeconds = 900;
     size_t maxSupportMessageChars = 20000;

@@ -57,6 +57,16 @@ const std::vector<std::string>& migrations() {
             created_at REAL NOT NULL
         );
         )sql",
+        // Rotation chains: every token of one sign-in shares a family; a rotated refresh token keeps when
+        // it was rotated and the salt its successors were derived with, for the grace window and for
+        // reuse detection. Pairs issued before this step each become a family of their own.
+        R"sql(
+        ALTER TABLE tokens ADD COLUMN family TEXT;
+        ALTER TABLE tokens ADD COLUMN rotated_at REAL;
+        ALTER TABLE tokens ADD COLUMN successor_salt TEXT;
+        UPDATE tokens SET family = user_id || ':' || created_at;
+        CREATE INDEX tokens_family ON tokens(family);
+        )sql",
     };
     return steps;
 }
