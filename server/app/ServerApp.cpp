@@ -32,7 +32,14 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
         throw ConfigError("Cannot create data folder " + config_.dataDir.string() + ": " + error);
     }
     ::chmod(config_.dataDir.c_str(), 0700);
-    database_ = std::make_unique<Database>(config_.databaseFile());
+    if (config_.databaseUrl.empty()) {
+        database_ = std::make_unique<Database>(config_.databaseFile());
+    } else {
+        if (!Database::isPostgres(config_.databaseUrl))
+            throw ConfigError("database_url must be a PostgreSQL connection string (postgresql://...)");
+        database_ = Database::open(config_.databaseUrl);
+        log("vocle-server: using the PostgreSQL database");
+    }
     if (config_.mailDelivery == "smtp") {
         mailer_ = std::make_unique<SmtpMailer>(
             SmtpSettings{config_.smtpUrl, config_.smtpUser, config_.smtpPassword}, clock_);

@@ -39,6 +39,7 @@ const std::map<std::string, Setter>& setters() {
              c.listenPort = static_cast<int>(port);
          }},
         {"data_dir", [](ServerConfig& c, const std::string&, const std::string& v) { c.dataDir = v; }},
+        {"database_url", [](ServerConfig& c, const std::string&, const std::string& v) { c.databaseUrl = v; }},
         {"speech_engine",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              if (v != "pocketsphinx" && v != "openai" && v != "command") {
@@ -148,6 +149,8 @@ std::string usageText() {
            "\n"
            "Settings (config file key, or environment variable VOCLE_SERVER_<KEY in upper case>):\n"
            "  listen, data_dir\n"
+           "  database_url               PostgreSQL connection string (postgresql://USER@HOST/DB or\n"
+           "                             \"host=... dbname=...\"); default: SQLite in the data folder\n"
            "  speech_engine              pocketsphinx (default), openai or command\n"
            "  model_dir                  pocketsphinx en-us model folder\n"
            "  speech_workers             transcriptions run at once (default 2)\n"

@@ -22,6 +22,8 @@ struct ServerConfig {
     std::string listenHost = "127.0.0.1";
     int listenPort = 8765;
     std::filesystem::path dataDir;
+    // Empty: SQLite in dataDir. Otherwise a PostgreSQL connection string (postgresql://... or key=value).
+    std::string databaseUrl;
 
     // Speech: "pocketsphinx" | "openai" | "command".
     std::string speechEngine = "pocketsphinx";
