@@ -151,6 +151,9 @@ HttpServer::HttpServer(ApiHandlers& api, const HttpLimits& limits)
     : limits_(limits),
       dispatcher_(std::make_unique<Dispatcher>()),
       table_(limits.maxConnections, limits.maxConnectionsPerClient) {
+    // Made here, not in run(), so that stop() from another thread never meets a closed descriptor.
+    wakeFd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (wakeFd_ < 0) throw std::runtime_error("Cannot create the event loop's wake-up descriptor");
     Dispatcher& server = *dispatcher_;
     server.set_payload_max_length(limits_.maxBodyBytes);
     server.set_pre_routing_handler([](const httplib::Request&, httplib::Response&) {
@@ -208,6 +211,7 @@ HttpServer::HttpServer(ApiHandlers& api, const HttpLimits& limits)
 HttpServer::~HttpServer() {
     stop();
     if (listenFd_ >= 0) ::close(listenFd_);
+    ::close(wakeFd_);
 }
 
 int HttpServer::bind(const std::string& host, int port) {
@@ -227,7 +231,6 @@ void HttpServer::stop() {
 }
 
 void HttpServer::wake() {
-    if (wakeFd_ < 0) return;
     const uint64_t one = 1;
     [[maybe_unused]] const auto n = ::write(wakeFd_, &one, sizeof one);
 }
@@ -235,8 +238,7 @@ void HttpServer::wake() {
 void HttpServer::run() {
     if (listenFd_ < 0) throw std::runtime_error("HttpServer::run before bind");
     epollFd_ = epoll_create1(EPOLL_CLOEXEC);
-    wakeFd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (epollFd_ < 0 || wakeFd_ < 0) throw std::runtime_error("Cannot create the event loop");
+    if (epollFd_ < 0) throw std::runtime_error("Cannot create the event loop");
     epoll_event e{};
     e.events = EPOLLIN;
     e.data.u64 = kListenId;
@@ -262,8 +264,7 @@ void HttpServer::run() {
     done_.clear();
     while (!connections_.empty()) close(connections_.begin()->first);
     ::close(epollFd_);
-    ::close(wakeFd_);
-    epollFd_ = wakeFd_ = -1;
+    epollFd_ = -1;
 }
 
 void HttpServer::loop() {
