@@ -32,7 +32,14 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
         throw ConfigError("Cannot create data folder " + config_.dataDir.string() + ": " + error);
     }
     ::chmod(config_.dataDir.c_str(), 0700);
-    database_ = std::make_unique<Database>(config_.databaseFile());
+    if (config_.databaseUrl.empty()) {
+        database_ = std::make_unique<Database>(config_.databaseFile());
+    } else {
+        if (!Database::isPostgres(config_.databaseUrl))
+            throw ConfigError("database_url must be a PostgreSQL connection string (postgresql://...)");
+        database_ = Database::open(config_.databaseUrl);
+        log("vocle-server: using the PostgreSQL database");
+    }
     if (config_.mailDelivery == "smtp") {
         mailer_ = std::make_unique<SmtpMailer>(
             SmtpSettings{config_.smtpUrl, config_.smtpUser, config_.smtpPassword}, clock_);
@@ -45,7 +52,7 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
             ChatSettings{config_.chatUrl, config_.chatApiKey, config_.chatModel});
     }
     tokens_ = std::make_unique<TokenService>(*database_, clock_, config_.accessTokenTtlSeconds,
-                                             config_.refreshTokenTtlSeconds);
+                                             config_.refreshTokenTtlSeconds, config_.tokenGraceSeconds);
     if (const int purged = tokens_->purgeExpired(); purged > 0)
         log("vocle-server: removed ", purged, " expired tokens");
     otp_ = std::make_unique<OtpService>(*database_, *tokens_, *mailer_, clock_, config_.mailFrom);
@@ -55,7 +62,15 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
         std::make_unique<TranscriptionService>(*engine_, templates_, chat_.get(), config_.maxAudioSeconds);
     api_ = std::make_unique<ApiHandlers>(*otp_, *tokens_, *settings_, templates_, *support_, *transcription_,
                                          config_.maxSupportMessageChars);
-    http_ = std::make_unique<HttpServer>(*api_, config_.maxBodyBytes);
+    HttpLimits limits;
+    limits.maxBodyBytes = config_.maxBodyBytes;
+    limits.workers = config_.httpWorkers;
+    limits.headerTimeoutSeconds = config_.headerTimeoutSeconds;
+    limits.idleTimeoutSeconds = config_.idleTimeoutSeconds;
+    limits.bodyTimeoutSeconds = config_.bodyTimeoutSeconds;
+    limits.maxConnections = config_.maxConnections;
+    limits.maxConnectionsPerClient = config_.maxConnectionsPerClient;
+    http_ = std::make_unique<HttpServer>(*api_, limits);
 }
 
 ServerApp::~ServerApp() {

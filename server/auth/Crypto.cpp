@@ -1,5 +1,6 @@
 #include "auth/Crypto.h"
 
+#include <openssl/hmac.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
@@ -32,9 +33,9 @@ std::string randomBytes(size_t count) {
     return out;
 }
 
-std::string randomToken() {
+namespace {
+std::string base64Url(std::string_view raw) {
     static const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
-    const std::string raw = randomBytes(32);
     std::string out;
     uint32_t buffer = 0;
     int bits = 0;
@@ -48,6 +49,21 @@ std::string randomToken() {
     }
     if (bits > 0) out.push_back(alphabet[(buffer << (6 - bits)) & 63]);
     return out;
+}
+}  // namespace
+
+std::string randomToken() {
+    return base64Url(randomBytes(32));
+}
+
+std::string derivedToken(std::string_view key, std::string_view label) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (!HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
+              reinterpret_cast<const unsigned char*>(label.data()), label.size(), digest, &length)) {
+        throw std::runtime_error("HMAC-SHA256 failed");
+    }
+    return base64Url(std::string_view(reinterpret_cast<const char*>(digest), length));
 }
 
 std::string randomDigits(int digits) {

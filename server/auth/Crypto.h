@@ -14,6 +14,9 @@ std::string randomBytes(size_t count);
 // 256 random bits as unpadded base64url: safe inside a header value and after ";refresh=".
 std::string randomToken();
 
+// HMAC-SHA256 of `label` under `key`, as unpadded base64url: a token only the key's holder can compute.
+std::string derivedToken(std::string_view key, std::string_view label);
+
 // `digits` decimal digits, uniformly distributed (leading zeros kept).
 std::string randomDigits(int digits);
 

@@ -39,6 +39,7 @@ const std::map<std::string, Setter>& setters() {
              c.listenPort = static_cast<int>(port);
          }},
         {"data_dir", [](ServerConfig& c, const std::string&, const std::string& v) { c.dataDir = v; }},
+        {"database_url", [](ServerConfig& c, const std::string&, const std::string& v) { c.databaseUrl = v; }},
         {"speech_engine",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              if (v != "pocketsphinx" && v != "openai" && v != "command") {
@@ -84,6 +85,10 @@ const std::map<std::string, Setter>& setters() {
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.refreshTokenTtlSeconds = parseNumber(k, v, 1);
          }},
+        {"token_grace_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.tokenGraceSeconds = parseNumber(k, v, 0);
+         }},
         {"max_body_bytes",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxBodyBytes = static_cast<size_t>(parseNumber(k, v, 1024));
@@ -93,6 +98,30 @@ const std::map<std::string, Setter>& setters() {
         {"max_support_message_chars",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxSupportMessageChars = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
+        {"http_workers",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.httpWorkers = static_cast<int>(parseNumber(k, v, 1));
+         }},
+        {"header_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.headerTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"idle_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.idleTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"body_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.bodyTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"max_connections",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxConnections = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
+        {"max_connections_per_client",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxConnectionsPerClient = static_cast<size_t>(parseNumber(k, v, 1));
          }},
     };
     return table;
@@ -120,6 +149,8 @@ std::string usageText() {
            "\n"
            "Settings (config file key, or environment variable VOCLE_SERVER_<KEY in upper case>):\n"
            "  listen, data_dir\n"
+           "  database_url               PostgreSQL connection string (postgresql://USER@HOST/DB or\n"
+           "                             \"host=... dbname=...\"); default: SQLite in the data folder\n"
            "  speech_engine              pocketsphinx (default), openai or command\n"
            "  model_dir                  pocketsphinx en-us model folder\n"
            "  speech_workers             transcriptions run at once (default 2)\n"
@@ -130,9 +161,16 @@ std::string usageText() {
            "  mail_from, smtp_url, smtp_user, smtp_password\n"
            "  access_token_ttl_seconds   default 3600\n"
            "  refresh_token_ttl_seconds  default 2592000 (30 days)\n"
+           "  token_grace_seconds        a spent pair is renewed again this long after its rotation (default 30)\n"
            "  max_body_bytes             default 62914560 (60 MB)\n"
            "  max_audio_seconds          default 900\n"
-           "  max_support_message_chars  default 20000\n";
+           "  max_support_message_chars  default 20000\n"
+           "  http_workers               requests handled at once (default 64)\n"
+           "  header_timeout_seconds     time to send a request head (default 10)\n"
+           "  idle_timeout_seconds       keep-alive pause between requests (default 5)\n"
+           "  body_timeout_seconds       longest pause in a body or while taking an answer (default 60)\n"
+           "  max_connections            open connections in all (default 4096)\n"
+           "  max_connections_per_client open connections per client address (default 64)\n";
 }
 
 void applyConfigValue(ServerConfig& config, const std::string& key, const std::string& value) {

@@ -22,6 +22,8 @@ struct ServerConfig {
     std::string listenHost = "127.0.0.1";
     int listenPort = 8765;
     std::filesystem::path dataDir;
+    // Empty: SQLite in dataDir. Otherwise a PostgreSQL connection string (postgresql://... or key=value).
+    std::string databaseUrl;
 
     // Speech: "pocketsphinx" | "openai" | "command".
     std::string speechEngine = "pocketsphinx";
@@ -47,9 +49,19 @@ struct ServerConfig {
 
     double accessTokenTtlSeconds = 3600;
     double refreshTokenTtlSeconds = 30 * 24 * 3600;
+    // Requests carrying the same spent pair this soon after its rotation receive the same new pair.
+    double tokenGraceSeconds = 30;
     size_t maxBodyBytes = 60ull * 1024 * 1024;
     double maxAudioSeconds = 900;
     size_t maxSupportMessageChars = 20000;
+
+    // HTTP front: workers run complete requests; the loop reading them enforces the rest.
+    int httpWorkers = 64;
+    double headerTimeoutSeconds = 10;
+    double idleTimeoutSeconds = 5;
+    double bodyTimeoutSeconds = 60;
+    size_t maxConnections = 4096;
+    size_t maxConnectionsPerClient = 64;
 
     std::filesystem::path outboxDir() const { return dataDir / "outbox"; }
     std::filesystem::path databaseFile() const { return dataDir / "vocle-server.sqlite3"; }

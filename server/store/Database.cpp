@@ -1,84 +1,10 @@
 #include "store/Database.h"
 
 #include "foundation/Log.h"
+#include "store/PostgresStore.h"
+#include "store/SqliteStore.h"
 
 namespace vocle::server {
-
-namespace {
-
-// Each entry moves the schema one version up; never edit an entry once released, append a new one.
-const std::vector<std::string>& migrations() {
-    static const std::vector<std::string> steps = {
-        R"sql(
-        CREATE TABLE users (
-            id TEXT PRIMARY KEY,
-            email TEXT NOT NULL UNIQUE,
-            created_at REAL NOT NULL
-        );
-        CREATE TABLE otp_codes (
-            id INTEGER PRIMARY KEY AUTOINCREMENT,
-            email TEXT NOT NULL,
-            code_hash TEXT NOT NULL,
-            salt TEXT NOT NULL,
-            created_at REAL NOT NULL,
-            expires_at REAL NOT NULL,
-            attempts INTEGER NOT NULL DEFAULT 0,
-            state TEXT NOT NULL DEFAULT 'active'
-        );
-        CREATE INDEX otp_codes_email ON otp_codes(email, created_at);
-        CREATE TABLE tokens (
-            hash TEXT PRIMARY KEY,
-            user_id TEXT NOT NULL REFERENCES users(id),
-            kind TEXT NOT NULL,
-            created_at REAL NOT NULL,
-            expires_at REAL NOT NULL,
-            revoked INTEGER NOT NULL DEFAULT 0
-        );
-        CREATE INDEX tokens_user ON tokens(user_id);
-        CREATE TABLE settings (
-            user_id TEXT PRIMARY KEY REFERENCES users(id),
-            version INTEGER NOT NULL,
-            document TEXT NOT NULL,
-            updated_at REAL NOT NULL
-        );
-        CREATE TABLE settings_history (
-            user_id TEXT NOT NULL REFERENCES users(id),
-            version INTEGER NOT NULL,
-            document TEXT NOT NULL,
-            created_at REAL NOT NULL,
-            PRIMARY KEY (user_id, version)
-        );
-        CREATE TABLE support_messages (
-            id INTEGER PRIMARY KEY AUTOINCREMENT,
-            user_id TEXT REFERENCES users(id),
-            message TEXT NOT NULL,
-            device_id TEXT,
-            app_version TEXT,
-            created_at REAL NOT NULL
-        );
-        )sql",
-    };
-    return steps;
-}
-
-void bindAll(sqlite3_stmt* stmt, const std::vector<SqlValue>& params) {
-    for (size_t i = 0; i < params.size(); ++i) {
-        const int index = static_cast<int>(i + 1);
-        const SqlValue& v = params[i];
-        if (std::holds_alternative<std::nullptr_t>(v)) {
-            sqlite3_bind_null(stmt, index);
-        } else if (auto* n = std::get_if<int64_t>(&v)) {
-            sqlite3_bind_int64(stmt, index, *n);
-        } else if (auto* d = std::get_if<double>(&v)) {
-            sqlite3_bind_double(stmt, index, *d);
-        } else {
-            const auto& s = std::get<std::string>(v);
-            sqlite3_bind_text(stmt, index, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
-        }
-    }
-}
-
-}  // namespace
 
 int64_t SqlRow::integer(size_t i) const {
     const SqlValue& v = values.at(i);
@@ -100,115 +26,61 @@ std::string SqlRow::text(size_t i) const {
     return {};
 }
 
-std::vector<SqlRow> SqlConnection::query(const std::string& sql, const std::vector<SqlValue>& params) {
-    sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-        throw DatabaseError(std::string("SQL prepare failed: ") + sqlite3_errmsg(db_));
-    }
-    bindAll(stmt, params);
-    std::vector<SqlRow> rows;
-    for (;;) {
-        const int rc = sqlite3_step(stmt);
-        if (rc == SQLITE_DONE) break;
-        if (rc != SQLITE_ROW) {
-            std::string message = sqlite3_errmsg(db_);
-            sqlite3_finalize(stmt);
-            throw DatabaseError("SQL step failed: " + message);
-        }
-        SqlRow row;
-        const int columns = sqlite3_column_count(stmt);
-        for (int c = 0; c < columns; ++c) {
-            switch (sqlite3_column_type(stmt, c)) {
-                case SQLITE_INTEGER:
-                    row.values.emplace_back(static_cast<int64_t>(sqlite3_column_int64(stmt, c)));
-                    break;
-                case SQLITE_FLOAT:
-                    row.values.emplace_back(sqlite3_column_double(stmt, c));
-                    break;
-                case SQLITE_NULL:
-                    row.values.emplace_back(nullptr);
-                    break;
-                default: {
-                    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, c));
-                    row.values.emplace_back(
-                        std::string(text, static_cast<size_t>(sqlite3_column_bytes(stmt, c))));
-                }
-            }
-        }
-        rows.push_back(std::move(row));
-    }
-    sqlite3_finalize(stmt);
-    return rows;
-}
-
 std::optional<SqlRow> SqlConnection::queryOne(const std::string& sql, const std::vector<SqlValue>& params) {
     auto rows = query(sql, params);
     if (rows.empty()) return std::nullopt;
     return std::move(rows.front());
 }
 
-void SqlConnection::exec(const std::string& sql, const std::vector<SqlValue>& params) {
-    if (params.empty()) {
-        char* error = nullptr;
-        if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
-            std::string message = error ? error : "unknown error";
-            sqlite3_free(error);
-            throw DatabaseError("SQL failed: " + message);
-        }
-        return;
-    }
-    query(sql, params);
+bool Database::isPostgres(const std::string& location) {
+    return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0 ||
+           (location.find('=') != std::string::npos && location.find('/') == std::string::npos) ||
+           location.find("dbname=") != std::string::npos || location.find("host=") != std::string::npos;
 }
 
-int SqlConnection::changes() const {
-    return sqlite3_changes(db_);
+std::unique_ptr<Database> Database::open(const std::string& location) {
+    if (isPostgres(location))
+        return std::unique_ptr<Database>(new Database(std::make_unique<PostgresStore>(location), "postgresql"));
+    return std::make_unique<Database>(std::filesystem::path(location));
 }
 
-Database::Database(const std::filesystem::path& file) {
-    if (sqlite3_open_v2(file.c_str(), &db_,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-                        nullptr) != SQLITE_OK) {
-        std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
-        sqlite3_close(db_);
-        db_ = nullptr;
-        throw DatabaseError("Cannot open database " + file.string() + ": " + message);
-    }
-    sqlite3_busy_timeout(db_, 5000);
-    SqlConnection connection(db_);
-    connection.exec("PRAGMA journal_mode=WAL");
-    connection.exec("PRAGMA synchronous=NORMAL");
-    connection.exec("PRAGMA foreign_keys=ON");
+Database::Database(const std::filesystem::path& file) : Database(std::make_unique<SqliteStore>(file), "sqlite") {}
+
+Database::Database(std::unique_ptr<SqlStore> store, std::string kind) : store_(std::move(store)), kind_(std::move(kind)) {
+    if (store_->migrations().size() != static_cast<size_t>(latestSchemaVersion()))
+        throw DatabaseError("The " + kind_ + " schema is out of step with the others");
     migrate();
 }
 
-Database::~Database() {
-    if (db_) sqlite3_close(db_);
-}
+Database::~Database() = default;
 
 int Database::latestSchemaVersion() {
-    return static_cast<int>(migrations().size());
+    return static_cast<int>(SqliteStore::migrationCount());
 }
 
 int Database::schemaVersion() {
-    std::lock_guard lock(mutex_);
-    SqlConnection connection(db_);
-    return static_cast<int>(connection.queryOne("PRAGMA user_version")->integer(0));
+    return transaction([this](SqlConnection&) { return store_->schemaVersion(); });
 }
 
+// Each step is its own transaction and re-reads the version inside it, so instances starting together
+// on one database apply every step exactly once.
 void Database::migrate() {
-    const int current = schemaVersion();
     const int latest = latestSchemaVersion();
-    if (current > latest) {
-        throw DatabaseError("The database schema (version " + std::to_string(current) +
-                            ") is newer than this vocle-server understands (version " +
-                            std::to_string(latest) + ")");
-    }
-    for (int version = current; version < latest; ++version) {
-        transaction([&](SqlConnection& c) {
-            c.exec(migrations()[static_cast<size_t>(version)]);
-            c.exec("PRAGMA user_version = " + std::to_string(version + 1));
+    for (;;) {
+        const int applied = transaction([&](SqlConnection& c) {
+            const int current = store_->schemaVersion();
+            if (current > latest) {
+                throw DatabaseError("The database schema (version " + std::to_string(current) +
+                                    ") is newer than this vocle-server understands (version " +
+                                    std::to_string(latest) + ")");
+            }
+            if (current == latest) return 0;
+            c.exec(store_->migrations()[static_cast<size_t>(current)]);
+            store_->setSchemaVersion(current + 1);
+            return current + 1;
         });
-        log("vocle-server: database schema migrated to version ", version + 1);
+        if (applied == 0) return;
+        log("vocle-server: database schema migrated to version ", applied);
     }
 }
 

@@ -1,10 +1,9 @@
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -29,46 +28,64 @@ struct SqlRow {
     bool isNull(size_t i) const { return std::holds_alternative<std::nullptr_t>(values.at(i)); }
 };
 
-// The one open connection; only reachable while the database lock is held.
+// The one open connection; only reachable while the database lock is held. Statements use `?`
+// placeholders and the SQL both stores accept.
 class SqlConnection {
   public:
-    explicit SqlConnection(sqlite3* db) : db_(db) {}
-    void exec(const std::string& sql, const std::vector<SqlValue>& params = {});
-    std::vector<SqlRow> query(const std::string& sql, const std::vector<SqlValue>& params = {});
+    virtual ~SqlConnection() = default;
+    virtual void exec(const std::string& sql, const std::vector<SqlValue>& params = {}) = 0;
+    virtual std::vector<SqlRow> query(const std::string& sql, const std::vector<SqlValue>& params = {}) = 0;
     std::optional<SqlRow> queryOne(const std::string& sql, const std::vector<SqlValue>& params = {});
-    int changes() const;
-
-  private:
-    sqlite3* db_;
+    // Rows changed by the last statement.
+    virtual int changes() const = 0;
 };
 
-// SQLite file in WAL mode; the schema is created and migrated when it opens. Calls are serialised on
-// one connection, which keeps multi-statement operations atomic without per-call locking.
+// What differs between the stores: opening a transaction that excludes every other writer (in this
+// process and in any other on the same database), the schema version, the schema's dialect.
+class SqlStore : public SqlConnection {
+  public:
+    virtual void begin() = 0;
+    virtual void commit() = 0;
+    virtual void rollback() = 0;
+    virtual int schemaVersion() = 0;                  // inside a transaction
+    virtual void setSchemaVersion(int version) = 0;   // inside a transaction
+    virtual const std::vector<std::string>& migrations() const = 0;
+};
+
+// The server's database: SQLite (a file, the default) or PostgreSQL (a libpq connection string). The
+// schema is created and migrated when it opens. Calls are serialised on one connection; each
+// transaction also excludes other processes, which keeps multi-statement operations atomic across
+// instances without per-call locking.
 class Database {
   public:
+    // SQLite file in WAL mode.
     explicit Database(const std::filesystem::path& file);
+    // "postgresql://..." / "postgres://..." URIs and "key=value" strings are PostgreSQL, anything else a
+    // SQLite file path.
+    static std::unique_ptr<Database> open(const std::string& location);
+    static bool isPostgres(const std::string& location);
     ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
-    // Runs `work` inside BEGIN IMMEDIATE ... COMMIT; an exception rolls back and propagates.
+    // Runs `work` inside one exclusive transaction; an exception rolls back and propagates.
     template <class Work>
     auto transaction(Work&& work) -> decltype(work(std::declval<SqlConnection&>())) {
         std::lock_guard lock(mutex_);
-        SqlConnection connection(db_);
-        connection.exec("BEGIN IMMEDIATE");
+        SqlConnection& connection = *store_;
+        store_->begin();
         try {
             if constexpr (std::is_void_v<decltype(work(connection))>) {
                 work(connection);
-                connection.exec("COMMIT");
+                store_->commit();
             } else {
                 auto result = work(connection);
-                connection.exec("COMMIT");
+                store_->commit();
                 return result;
             }
         } catch (...) {
             try {
-                connection.exec("ROLLBACK");
+                store_->rollback();
             } catch (...) {
             }
             throw;
@@ -77,12 +94,16 @@ class Database {
 
     int schemaVersion();
     static int latestSchemaVersion();
+    // "sqlite" or "postgresql".
+    std::string kind() const { return kind_; }
 
   private:
+    Database(std::unique_ptr<SqlStore> store, std::string kind);
     void migrate();
 
     std::mutex mutex_;
-    sqlite3* db_ = nullptr;
+    std::unique_ptr<SqlStore> store_;
+    std::string kind_;
 };
 
 }  // namespace vocle::server

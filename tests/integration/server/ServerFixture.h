@@ -10,6 +10,7 @@
 #include <string>
 
 #include "app/ServerApp.h"
+#include "integration/server/PostgresCluster.h"
 #include "foundation/Json.h"
 #include "speech/PocketsphinxEngine.h"
 #include "support/TempDir.h"
@@ -33,7 +34,8 @@ struct Session {
     std::string authorization() const { return "Bearer " + access + ";refresh=" + refresh; }
 };
 
-// A real vocle-server on a free loopback port with its own data folder and a settable clock.
+// A real vocle-server on a free loopback port with its own data folder (and, with VOCLE_TEST_STORE=postgres,
+// its own PostgreSQL database) and a settable clock.
 // Tests that never transcribe pass `withoutSpeech` so that they do not load the model.
 class TestServer {
   public:
@@ -43,6 +45,7 @@ class TestServer {
         config.listenPort = 0;
         config.dataDir = dir.path() / "data";
         config.modelDir = VOCLE_POCKETSPHINX_MODEL_DIR;
+        if (testsUsePostgres()) config.databaseUrl = PostgresCluster::instance().createDatabase();
         if (tweak) tweak(config);
         if (!engine && config.speechEngine == "pocketsphinx") engine = sharedPocketsphinx();
         app = std::make_unique<server::ServerApp>(config, clock, engine);

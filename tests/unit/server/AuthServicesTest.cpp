@@ -152,11 +152,12 @@ TEST_F(AuthServicesTest, ExpiredAccessIsRenewedOnlyWithItsValidRefreshToken) {
     auto rotated = tokens.authenticate(both);
     ASSERT_TRUE(rotated && rotated->rotated);
     EXPECT_EQ(rotated->userId, session.user.id);
-    EXPECT_FALSE(tokens.authenticate(both));  // the old refresh token is spent
     const BearerCredentials next{rotated->rotated->accessToken, rotated->rotated->refreshToken};
     EXPECT_TRUE(tokens.authenticate(next));
 
-    EXPECT_EQ(tokens.purgeExpired(), 1);  // the spent refresh token; expired access tokens wait for theirs
+    // The spent refresh token stays until it expires, to recognise a replay; expired access tokens wait
+    // for their refresh tokens.
+    EXPECT_EQ(tokens.purgeExpired(), 0);
     EXPECT_TRUE(tokens.authenticate(next));
 
     clock.advance(30 * 86400);  // both expired now
@@ -177,6 +178,82 @@ TEST_F(AuthServicesTest, RefreshTokenOfAnotherUserDoesNotRenew) {
     EXPECT_FALSE(tokens.authenticate({a.tokens.accessToken, b.tokens.refreshToken}));
     EXPECT_FALSE(tokens.authenticate({"unknown", a.tokens.refreshToken}));
     EXPECT_TRUE(tokens.authenticate({a.tokens.accessToken, a.tokens.refreshToken}));
+}
+
+TEST_F(AuthServicesTest, RequestsRacingARotationShareOneNewPairAcrossInstances) {
+    otp.sendCode("a@example.com");
+    const auto session = otp.verify("a@example.com", latestCode());
+    const BearerCredentials spent{session.tokens.accessToken, session.tokens.refreshToken};
+    otp.sendCode("b@example.com");
+    const auto b = otp.verify("b@example.com", latestCode("b@example.com"));
+    // A second server on the same database file.
+    Database sharedFile{dir / "db.sqlite3"};
+    TokenService otherInstance{sharedFile, clock, 3600, 30 * 86400, 30};
+
+    clock.advance(3600);
+    const auto first = tokens.authenticate(spent);
+    ASSERT_TRUE(first && first->rotated);
+    const auto second = otherInstance.authenticate(spent);
+    clock.advance(30);  // the last moment of the grace window
+    const auto third = tokens.authenticate(spent);
+    for (const auto* outcome : {&second, &third}) {
+        ASSERT_TRUE(*outcome && (*outcome)->rotated);
+        EXPECT_EQ((*outcome)->userId, session.user.id);
+        EXPECT_EQ((*outcome)->rotated->accessToken, first->rotated->accessToken);
+        EXPECT_EQ((*outcome)->rotated->refreshToken, first->rotated->refreshToken);
+    }
+    EXPECT_EQ(db.transaction([&](SqlConnection& c) {
+        return c.queryOne("SELECT COUNT(*) FROM tokens WHERE kind = 'refresh' AND revoked = 0 AND user_id = ?",
+                          {session.user.id})
+            ->integer(0);
+    }),
+              1);  // one live chain, not one per request
+    auto renewed = otherInstance.authenticate({first->rotated->accessToken, first->rotated->refreshToken});
+    ASSERT_TRUE(renewed);
+    EXPECT_FALSE(renewed->rotated);
+    // The grace is for the same sign-in only: another user's expired access token does not get the pair.
+    EXPECT_FALSE(tokens.authenticate({b.tokens.accessToken, session.tokens.refreshToken}));
+}
+
+TEST_F(AuthServicesTest, ASpentRefreshTokenAfterTheGraceWindowEndsItsWholeChain) {
+    otp.sendCode("a@example.com");
+    const auto laptop = otp.verify("a@example.com", latestCode());
+    clock.advance(31);
+    otp.sendCode("a@example.com");
+    const auto desktop = otp.verify("a@example.com", latestCode());
+
+    clock.advance(3600);
+    const BearerCredentials spent{laptop.tokens.accessToken, laptop.tokens.refreshToken};
+    const auto once = tokens.authenticate(spent);
+    ASSERT_TRUE(once && once->rotated);
+    clock.advance(3600);  // the chain moves on once more, as a client in daily use does
+    const auto twice = tokens.authenticate({once->rotated->accessToken, once->rotated->refreshToken});
+    ASSERT_TRUE(twice && twice->rotated);
+    const BearerCredentials current{twice->rotated->accessToken, twice->rotated->refreshToken};
+    ASSERT_TRUE(tokens.authenticate(current));
+
+    // The first refresh token comes back an hour after it was spent: a copy is in other hands.
+    EXPECT_FALSE(tokens.authenticate(spent));
+    EXPECT_FALSE(tokens.authenticate(current));
+    EXPECT_FALSE(tokens.authenticate({current.accessToken, ""}));
+    // Only that sign-in ends; the other device renews as usual.
+    const auto other = tokens.authenticate({desktop.tokens.accessToken, desktop.tokens.refreshToken});
+    ASSERT_TRUE(other && other->rotated);
+}
+
+TEST_F(AuthServicesTest, TheGraceWindowIsConfigurable) {
+    TokenService strict{db, clock, 3600, 30 * 86400, 5};
+    otp.sendCode("a@example.com");
+    const auto session = otp.verify("a@example.com", latestCode());
+    const BearerCredentials spent{session.tokens.accessToken, session.tokens.refreshToken};
+    clock.advance(3600);
+    const auto first = strict.authenticate(spent);
+    ASSERT_TRUE(first && first->rotated);
+    clock.advance(5);
+    EXPECT_TRUE(strict.authenticate(spent));
+    clock.advance(0.5);
+    EXPECT_FALSE(strict.authenticate(spent));
+    EXPECT_FALSE(strict.authenticate({first->rotated->accessToken, first->rotated->refreshToken}));
 }
 
 TEST(SettingsStoreTest, EachBackupRaisesTheVersionAndConflictsAreRefused) {
