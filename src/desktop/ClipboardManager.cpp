@@ -1,0 +1,110 @@
+#include "desktop/ClipboardManager.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+#include "foundation/Log.h"
+
+namespace vocle {
+
+namespace {
+
+// Code points: continuation bytes do not start a character.
+size_t characterCount(const std::string& text) {
+    return static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+std::string lowercase(std::string s) {
+    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return s;
+}
+
+}  // namespace
+
+ClipboardManager::ClipboardManager(MainQueue& mainQueue, Pasteboard& pasteboard, SyntheticKeys& keys,
+                                   HistoryService& history, NotificationCenter& notifications,
+                                   std::string transcriptionCompletedNotification)
+    : transcriptionCompletedNotification(std::move(transcriptionCompletedNotification)),
+      mainQueue_(mainQueue),
+      pasteboard_(pasteboard),
+      keys_(keys),
+      history_(history),
+      notifications_(notifications) {}
+
+bool ClipboardManager::isTerminalClass(const std::string& windowClass) {
+    // WM_CLASS class names (and a few instance names) of terminal emulators, which take Ctrl+V as a
+    // control character and paste with Ctrl+Shift+V.
+    static const std::array<const char*, 36> terminals = {
+        "xterm", "uxterm", "urxvt", "rxvt", "gnome-terminal", "gnome-terminal-server", "org.gnome.terminal",
+        "kgx", "org.gnome.console", "konsole", "org.kde.konsole", "kitty", "alacritty", "tilix",
+        "com.gexperts.tilix", "xfce4-terminal", "terminator", "wezterm", "org.wezfurlong.wezterm", "foot",
+        "footclient", "st", "st-256color", "sakura", "lxterminal", "mate-terminal", "qterminal", "terminology",
+        "guake", "tilda", "yakuake", "deepin-terminal", "cool-retro-term", "ghostty", "com.mitchellh.ghostty",
+        "eterm",
+    };
+    const std::string name = lowercase(windowClass);
+    return std::find(terminals.begin(), terminals.end(), name) != terminals.end();
+}
+
+void ClipboardManager::copyAndPaste(const std::string& text) {
+    pending_.push_back(text);
+    // A transcript that arrives while an earlier one waits to be pasted must not replace the clipboard
+    // under it.
+    if (!busy_) startNext();
+}
+
+void ClipboardManager::startNext() {
+    if (pending_.empty()) {
+        busy_ = false;
+        return;
+    }
+    busy_ = true;
+    const std::string& text = pending_.front();
+    log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()), " - copying ", characterCount(text),
+        " chars to clipboard");
+    pasteboard_.clearContents();
+    pasteboard_.setString(text);
+    log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()), " - clipboard copy completed, starting paste");
+    waitForModifiers(mainQueue_.clock().now() + kModifierReleaseTimeout);
+}
+
+void ClipboardManager::waitForModifiers(double deadline) {
+    const uint64_t held = keys_.heldModifiers();
+    if (held != 0) {
+        if (mainQueue_.clock().now() < deadline) {
+            pollTimer_ = mainQueue_.postAfter(kModifierPollInterval,
+                                              owner_.guard([this, deadline] { waitForModifiers(deadline); }));
+            return;
+        }
+        log("⚠️ Modifiers still held (", held, "); releasing them before pasting");
+        keys_.releaseHeldModifiers();
+    }
+    simulatePaste();
+    finish(pending_.front());
+}
+
+void ClipboardManager::simulatePaste() {
+    const auto windowClass = keys_.focusedWindowClass();
+    const bool terminal = windowClass && isTerminalClass(*windowClass);
+    keys_.postKey(keycode::kControl, true);
+    if (terminal) keys_.postKey(keycode::kShift, true);
+    keys_.postKey(keycode::kV, true);
+    keys_.postKey(keycode::kV, false);
+    if (terminal) keys_.postKey(keycode::kShift, false);
+    keys_.postKey(keycode::kControl, false);
+}
+
+void ClipboardManager::finish(const std::string& textRef) {
+    const std::string text = textRef;
+    pending_.pop_front();
+    log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()), " - paste simulation completed");
+    // Keeps file work out of the moment of pasting.
+    mainQueue_.postAfter(kHistoryDelay, owner_.guard([this, text] { history_.addTranscription(text); }));
+    notifications_.post(transcriptionCompletedNotification, this, UserInfo{{"text", text}});
+    log("Transcription complete: ", text);
+    startNext();
+}
+
+}  // namespace vocle

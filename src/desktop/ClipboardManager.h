@@ -1,0 +1,56 @@
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "foundation/MainQueue.h"
+#include "foundation/NotificationCenter.h"
+#include "foundation/OwnerToken.h"
+#include "platform/events.h"
+#include "recording/TranscriptPaster.h"
+#include "storage/HistoryService.h"
+
+namespace vocle {
+
+// Delivers a transcript: the clipboard gets the text (and keeps it), the focused window gets the paste
+// chord, the history gets the entry 0.6 s later and "TranscriptionCompleted" is posted. Main thread only.
+//
+// The chord waits until the user has let go of the modifiers (the stop shortcut's Option is often still
+// held when the transcript arrives), checking every kModifierPollInterval; after kModifierReleaseTimeout it
+// releases them itself and pastes anyway. Terminals paste with Ctrl+Shift+V, everything else with Ctrl+V.
+// Transcripts that arrive while one is waiting are delivered after it, in order.
+class ClipboardManager final : public TranscriptPaster {
+  public:
+    static constexpr double kHistoryDelay = 0.6;
+    static constexpr double kModifierPollInterval = 0.02;
+    static constexpr double kModifierReleaseTimeout = 1.0;
+
+    ClipboardManager(MainQueue& mainQueue, Pasteboard& pasteboard, SyntheticKeys& keys,
+                     HistoryService& history, NotificationCenter& notifications,
+                     std::string transcriptionCompletedNotification = "TranscriptionCompleted");
+
+    const std::string transcriptionCompletedNotification;
+
+    void copyAndPaste(const std::string& text) override;
+
+    // True when windows of this WM_CLASS paste with Ctrl+Shift+V. Case-insensitive.
+    static bool isTerminalClass(const std::string& windowClass);
+
+  private:
+    void startNext();
+    void waitForModifiers(double deadline);
+    void simulatePaste();
+    void finish(const std::string& text);
+
+    MainQueue& mainQueue_;
+    Pasteboard& pasteboard_;
+    SyntheticKeys& keys_;
+    HistoryService& history_;
+    NotificationCenter& notifications_;
+    std::deque<std::string> pending_;
+    bool busy_ = false;
+    TimerHandle pollTimer_;
+    OwnerToken owner_;
+};
+
+}  // namespace vocle

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "desktop/Shortcut.h"
+#include "foundation/MainQueue.h"
+#include "foundation/OwnerToken.h"
+#include "foundation/Signal.h"
+#include "platform/events.h"
+#include "storage/FileStorageManager.h"
+
+namespace vocle {
+
+// The toggle and cancel shortcuts: kept in the settings file, detected by a system hot key, a global key
+// monitor (other applications) and a local one (our own windows), and turned into handler calls on the
+// main queue. Main thread only.
+class ShortcutManager {
+  public:
+    struct HotKeyId {
+        uint32_t signature = 0;
+        uint32_t id = 0;
+    };
+    static constexpr uint32_t kHotKeySignature = 0x4448544B;  // 'DHTK'
+
+    // Loads the stored shortcuts and registers them.
+    ShortcutManager(MainQueue& mainQueue, const FileStorageManager& storage, HotKeys& hotKeys,
+                    KeyMonitor& keyMonitor, LocalKeyMonitor& localKeyMonitor);
+    ~ShortcutManager();
+    ShortcutManager(const ShortcutManager&) = delete;
+    ShortcutManager& operator=(const ShortcutManager&) = delete;
+
+    std::function<void()> toggleRecordingHandler = [] {};
+    std::function<void()> cancelRecordingHandler = [] {};
+    // While true no path triggers anything and every key passes through.
+    bool isSuspended = false;
+
+    const HotKeyId hotKeyID{kHotKeySignature, 1};
+    const HotKeyId cancelHotKeyID{kHotKeySignature, 2};
+    // Kept with the manager for compatibility; the shortcuts live in the settings file.
+    const std::string defaultsKeyToggle = "vocle.toggleShortcut";
+    const std::string defaultsKeyCancel = "vocle.cancelShortcut";
+
+    // Replace, then saveShortcuts(), unregisterShortcuts(), registerShortcuts().
+    Shortcut currentShortcut = Shortcut::defaultToggle();
+    Shortcut cancelShortcut = Shortcut::defaultCancel();
+
+    void loadShortcuts();
+    void saveShortcuts();
+    void unregisterShortcuts();
+    void registerShortcuts();
+
+    // What is registered now (for the screens and tests).
+    bool hasGlobalMonitor() const { return eventMonitor_.isActive(); }
+    bool hasLocalMonitor() const { return localEventMonitor_.isActive(); }
+    std::optional<HotKeyHandle> toggleHotKeyRef() const { return toggleHotKeyRef_; }
+    std::optional<HotKeyHandle> cancelHotKeyRef() const { return cancelHotKeyRef_; }
+
+    // Key-cap labels: "⌘" "⇧" "⌥" "⌃" (in this order) for the modifiers present, then the key name.
+    static std::vector<std::string> displayParts(uint16_t keyCode, uint64_t modifiers);
+    // "Return", "Tab", "Space", "Delete", "Esc", a letter or digit, else "Key".
+    static std::string keyName(uint16_t keyCode);
+
+  private:
+    void handleHotKey(uint32_t id);
+    void handleGlobalKey(const KeyEvent& event);
+    bool handleLocalKey(const KeyEvent& event);
+
+    MainQueue& mainQueue_;
+    const FileStorageManager& storage_;
+    HotKeys& hotKeys_;
+    KeyMonitor& keyMonitor_;
+    LocalKeyMonitor& localKeyMonitor_;
+
+    Subscription eventMonitor_;
+    Subscription localEventMonitor_;
+    std::optional<HotKeyHandle> toggleHotKeyRef_;
+    std::optional<HotKeyHandle> cancelHotKeyRef_;
+    bool carbonEventHandler_ = false;
+    OwnerToken owner_;
+};
+
+}  // namespace vocle
