@@ -36,5 +36,6 @@ void addStorageCommands(std::vector<CliCommand>& commands);
 void addSessionCommands(std::vector<CliCommand>& commands);
 void addBackendCommands(std::vector<CliCommand>& commands);
 void addAudioCommands(std::vector<CliCommand>& commands);
+void addControlCommands(std::vector<CliCommand>& commands);
 
 }  // namespace vocle::cli

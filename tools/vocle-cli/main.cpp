@@ -12,6 +12,7 @@ std::vector<CliCommand> allCommands() {
     addSessionCommands(commands);
     addBackendCommands(commands);
     addAudioCommands(commands);
+    addControlCommands(commands);
     return commands;
 }
 
