@@ -7,7 +7,7 @@
 
 #include "desktop/IndicatorPanel.h"
 
-namespace vocle {
+namespace vocle::testing {
 
 // A window system with scriptable screens; the panels it makes record what was asked of them.
 class FakeIndicatorPanel final : public IndicatorPanel {
@@ -54,4 +54,4 @@ public:
     std::vector<FakeIndicatorPanel*> created;  // owned by the manager
 };
 
-}  // namespace vocle
+}  // namespace vocle::testing
