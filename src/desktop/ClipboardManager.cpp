@@ -73,8 +73,10 @@ void ClipboardManager::startNext() {
 void ClipboardManager::waitForModifiers(double deadline) {
     const uint64_t held = keys_.heldModifiers();
     if (held != 0) {
-        if (mainQueue_.clock().now() < deadline) {
-            pollTimer_ = mainQueue_.postAfter(kModifierPollInterval,
+        const double left = deadline - mainQueue_.clock().now();
+        // Sums of poll intervals fall short of the deadline by rounding; the last poll lands on it.
+        if (left > 1e-6) {
+            pollTimer_ = mainQueue_.postAfter(std::min(kModifierPollInterval, left),
                                               owner_.guard([this, deadline] { waitForModifiers(deadline); }));
             return;
         }

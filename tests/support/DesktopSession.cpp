@@ -1,0 +1,329 @@
+#include "support/DesktopSession.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+extern char** environ;
+
+namespace vocle::testing {
+
+namespace {
+
+double monotonicNow() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+std::optional<std::string> getEnv(const char* name) {
+    const char* v = ::getenv(name);
+    return v ? std::optional<std::string>(v) : std::nullopt;
+}
+
+void restoreEnv(const char* name, const std::optional<std::string>& value) {
+    if (value)
+        ::setenv(name, value->c_str(), 1);
+    else
+        ::unsetenv(name);
+}
+
+// The current environment with `extra` ("NAME=value") entries replacing or adding variables.
+std::vector<std::string> environmentWith(const std::vector<std::string>& extra) {
+    std::map<std::string, std::string> vars;
+    for (char** e = environ; *e; ++e) {
+        std::string entry(*e);
+        vars[entry.substr(0, entry.find('='))] = entry;
+    }
+    for (const auto& entry : extra) vars[entry.substr(0, entry.find('='))] = entry;
+    std::vector<std::string> out;
+    for (auto& [name, entry] : vars) out.push_back(entry);
+    return out;
+}
+
+std::vector<char*> cStrings(std::vector<std::string>& strings) {
+    std::vector<char*> out;
+    for (auto& s : strings) out.push_back(s.data());
+    out.push_back(nullptr);
+    return out;
+}
+
+struct SpawnSpec {
+    std::vector<std::string> argv;
+    std::vector<std::string> env;
+    std::optional<std::filesystem::path> output;  // stdout and stderr, appended
+    std::optional<int> stdoutFd;                  // or stdout into this descriptor
+    std::optional<std::pair<int, int>> extraFd;   // (source, target) kept open in the child
+};
+
+pid_t spawnProcess(SpawnSpec spec) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    if (spec.output) {
+        const std::string path = spec.output->string();
+        posix_spawn_file_actions_addopen(&actions, 1, path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        posix_spawn_file_actions_adddup2(&actions, 1, 2);
+    } else if (spec.stdoutFd) {
+        posix_spawn_file_actions_adddup2(&actions, *spec.stdoutFd, 1);
+    }
+    if (spec.extraFd) posix_spawn_file_actions_adddup2(&actions, spec.extraFd->first, spec.extraFd->second);
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    // Own process group: a terminal's ^C or a signal to the test runner's group does not reach it first.
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attr, 0);
+    auto argv = cStrings(spec.argv);
+    auto envp = cStrings(spec.env);
+    pid_t pid = 0;
+    const int rc = ::posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attr);
+    if (rc != 0) throw std::runtime_error("cannot start " + spec.argv[0] + ": " + std::strerror(rc));
+    return pid;
+}
+
+// Reaps `pid` if it has exited; true when it is gone.
+bool reaped(pid_t pid) {
+    int status = 0;
+    const pid_t r = ::waitpid(pid, &status, WNOHANG);
+    return r == pid || (r < 0 && errno == ECHILD);
+}
+
+void terminate(pid_t pid, double grace = 3.0) {
+    if (pid <= 0) return;
+    ::kill(pid, SIGTERM);
+    if (pollUntil([&] { return reaped(pid); }, grace)) return;
+    ::kill(pid, SIGKILL);
+    pollUntil([&] { return reaped(pid); }, grace);
+}
+
+// Reads from `fd` until `complete(text)` holds, EOF, or the deadline.
+std::string readUntil(int fd, double deadline, const std::function<bool(const std::string&)>& complete) {
+    std::string text;
+    char buffer[512];
+    while (!complete(text)) {
+        const double left = deadline - monotonicNow();
+        if (left <= 0) break;
+        pollfd p{fd, POLLIN, 0};
+        if (::poll(&p, 1, static_cast<int>(left * 1000) + 1) <= 0) continue;
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n <= 0) break;
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    return text;
+}
+
+}  // namespace
+
+bool pollUntil(const std::function<bool()>& done, double timeout, const std::function<void()>& pump,
+               double interval) {
+    const double deadline = monotonicNow() + timeout;
+    while (true) {
+        if (pump) pump();
+        if (done()) return true;
+        if (monotonicNow() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::duration<double>(interval));
+    }
+}
+
+DesktopSession::DesktopSession() : DesktopSession(Options{}) {}
+
+DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
+    std::string pattern = (std::filesystem::temp_directory_path() / "vocle-desktop-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) throw std::runtime_error("DesktopSession: mkdtemp failed");
+    workDir_ = pattern;
+    previousDisplay_ = getEnv("DISPLAY");
+    previousBus_ = getEnv("DBUS_SESSION_BUS_ADDRESS");
+    try {
+        startXvfb();
+        ::setenv("DISPLAY", display_.c_str(), 1);
+        if (options_.sessionBus) {
+            startBus();
+            ::setenv("DBUS_SESSION_BUS_ADDRESS", busAddress_.c_str(), 1);
+        }
+        if (options_.windowManager) startWindowManager();
+    } catch (...) {
+        teardown();
+        throw;
+    }
+}
+
+DesktopSession::~DesktopSession() { teardown(); }
+
+DesktopSession& DesktopSession::shared() {
+    static std::unique_ptr<DesktopSession> session;
+    static std::string failure;
+    if (!session && failure.empty()) {
+        try {
+            session = std::make_unique<DesktopSession>();
+        } catch (const std::exception& e) {
+            failure = e.what();
+        }
+    }
+    if (!session) throw std::runtime_error(failure);
+    return *session;
+}
+
+void DesktopSession::startXvfb() {
+    const double deadline = monotonicNow() + options_.startTimeout;
+    std::vector<std::string> argv = {"Xvfb"};
+    int fds[2] = {-1, -1};
+    if (options_.display) {
+        display_ = ":" + std::to_string(*options_.display);
+        argv.push_back(display_);
+    } else {
+        if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("DesktopSession: pipe failed");
+        argv.insert(argv.end(), {"-displayfd", "9"});
+    }
+    argv.insert(argv.end(), {"-screen", "0", options_.screen, "-nolisten", "tcp", "-noreset"});
+    SpawnSpec spec{argv, environmentWith({}), workDir_ / "Xvfb.log", {}, {}};
+    if (fds[1] >= 0) spec.extraFd = std::make_pair(fds[1], 9);
+    try {
+        xvfb_ = spawnProcess(spec);
+    } catch (...) {
+        if (fds[0] >= 0) ::close(fds[0]), ::close(fds[1]);
+        throw;
+    }
+    if (fds[0] >= 0) {
+        ::close(fds[1]);
+        const std::string number =
+            readUntil(fds[0], deadline, [](const std::string& t) { return t.find('\n') != std::string::npos; });
+        ::close(fds[0]);
+        if (number.empty() || number.find('\n') == std::string::npos)
+            throw std::runtime_error("DesktopSession: Xvfb did not report a display (see " +
+                                     (workDir_ / "Xvfb.log").string() + ")");
+        display_ = ":" + number.substr(0, number.find('\n'));
+    }
+    const bool up = pollUntil(
+        [&] {
+            if (reaped(xvfb_)) return true;
+            Display* d = XOpenDisplay(display_.c_str());
+            if (!d) return false;
+            XCloseDisplay(d);
+            return true;
+        },
+        std::max(0.0, deadline - monotonicNow()), {}, 0.05);
+    if (!up || reaped(xvfb_)) {
+        xvfb_ = reaped(xvfb_) ? 0 : xvfb_;
+        throw std::runtime_error("DesktopSession: Xvfb " + display_ + " did not start (see " +
+                                 (workDir_ / "Xvfb.log").string() + ")");
+    }
+}
+
+void DesktopSession::startBus() {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("DesktopSession: pipe failed");
+    pid_t launcher = 0;
+    try {
+        launcher = spawnProcess({{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
+                                 environmentWith({}), {}, fds[1], {}});
+    } catch (...) {
+        ::close(fds[0]), ::close(fds[1]);
+        throw;
+    }
+    ::close(fds[1]);
+    const std::string out = readUntil(fds[0], monotonicNow() + options_.startTimeout, [](const std::string& t) {
+        return std::count(t.begin(), t.end(), '\n') >= 2;
+    });
+    ::close(fds[0]);
+    pollUntil([&] { return reaped(launcher); }, 5.0);
+    const auto firstBreak = out.find('\n');
+    if (firstBreak == std::string::npos || out.find('\n', firstBreak + 1) == std::string::npos)
+        throw std::runtime_error("DesktopSession: dbus-daemon printed no address: '" + out + "'");
+    busAddress_ = out.substr(0, firstBreak);
+    bus_ = static_cast<pid_t>(std::stol(out.substr(firstBreak + 1)));
+}
+
+void DesktopSession::startWindowManager() {
+    windowManager_ = spawn({"openbox", "--sm-disable"});
+    Display* d = XOpenDisplay(display_.c_str());
+    if (!d) throw std::runtime_error("DesktopSession: cannot open " + display_);
+    const Atom check = XInternAtom(d, "_NET_SUPPORTING_WM_CHECK", False);
+    const bool ready = pollUntil(
+        [&] {
+            Atom type;
+            int format;
+            unsigned long count, after;
+            unsigned char* data = nullptr;
+            const int rc = XGetWindowProperty(d, DefaultRootWindow(d), check, 0, 1, False, XA_WINDOW, &type,
+                                              &format, &count, &after, &data);
+            const bool present = rc == Success && data && count == 1;
+            if (data) XFree(data);
+            return present || !isRunning(windowManager_);
+        },
+        options_.startTimeout, {}, 0.05);
+    XCloseDisplay(d);
+    if (!ready || !isRunning(windowManager_))
+        throw std::runtime_error("DesktopSession: openbox did not take over " + display_ + " (see " +
+                                 (workDir_ / "openbox.log").string() + ")");
+}
+
+pid_t DesktopSession::spawn(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv) {
+    std::string name = std::filesystem::path(argv.at(0)).filename().string();
+    const pid_t pid = spawnProcess({argv, environmentWith(extraEnv), workDir_ / (name + ".log"), {}, {}});
+    children_.push_back(pid);
+    return pid;
+}
+
+bool DesktopSession::isRunning(pid_t pid) { return pid > 0 && !reaped(pid); }
+
+void DesktopSession::stop(pid_t pid) {
+    terminate(pid);
+    std::erase(children_, pid);
+}
+
+std::optional<std::string> DesktopSession::run(const std::vector<std::string>& argv, double timeout) {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) return std::nullopt;
+    pid_t pid = 0;
+    try {
+        pid = spawnProcess({argv, environmentWith({}), {}, fds[1], {}});
+    } catch (...) {
+        ::close(fds[0]), ::close(fds[1]);
+        return std::nullopt;
+    }
+    ::close(fds[1]);
+    const std::string out = readUntil(fds[0], monotonicNow() + timeout, [](const std::string&) { return false; });
+    ::close(fds[0]);
+    int status = 0;
+    if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, 1.0)) {
+        terminate(pid);
+        return std::nullopt;
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
+    return out;
+}
+
+void DesktopSession::teardown() {
+    for (auto it = children_.rbegin(); it != children_.rend(); ++it) terminate(*it);
+    children_.clear();
+    windowManager_ = 0;
+    if (bus_ > 0) {
+        // Forked by its launcher, so not our child: signal it and wait for the pid to disappear.
+        ::kill(bus_, SIGTERM);
+        pollUntil([&] { return ::kill(bus_, 0) != 0; }, 3.0);
+        bus_ = 0;
+    }
+    terminate(xvfb_);
+    xvfb_ = 0;
+    restoreEnv("DISPLAY", previousDisplay_);
+    restoreEnv("DBUS_SESSION_BUS_ADDRESS", previousBus_);
+    std::error_code ec;
+    if (!workDir_.empty()) std::filesystem::remove_all(workDir_, ec);
+}
+
+}  // namespace vocle::testing

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vocle::testing {
+
+// A private X desktop for integration tests: Xvfb, the openbox window manager and a session D-Bus
+// daemon, started with bounded waits and torn down in reverse order. While it lives, DISPLAY and
+// DBUS_SESSION_BUS_ADDRESS of this process point at it (the previous values come back afterwards).
+// Anything that cannot start throws std::runtime_error naming what and why: a missing X server is a
+// failure, never a skip.
+class DesktopSession {
+  public:
+    struct Options {
+        // A fixed display number (e.g. 11); none lets Xvfb pick a free one (-displayfd).
+        std::optional<int> display;
+        std::string screen = "1280x800x24";
+        bool windowManager = true;
+        bool sessionBus = true;
+        double startTimeout = 15.0;
+    };
+
+    DesktopSession();
+    explicit DesktopSession(Options options);
+    ~DesktopSession();
+    DesktopSession(const DesktopSession&) = delete;
+    DesktopSession& operator=(const DesktopSession&) = delete;
+
+    // One session per test process, started on first use and stopped at exit. Throws (every call) when
+    // it could not start.
+    static DesktopSession& shared();
+
+    const std::string& display() const { return display_; }  // ":N"
+    const std::string& busAddress() const { return busAddress_; }
+    // Scratch folder removed with the session; child process output goes there.
+    const std::filesystem::path& workDir() const { return workDir_; }
+
+    // Starts a program in the session's environment (plus `extraEnv` "NAME=value" entries); its output
+    // goes to workDir()/<name>.log. Killed at teardown unless stopped before.
+    pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {});
+    // SIGTERM, then SIGKILL after a grace period; reaps the child.
+    void stop(pid_t pid);
+    bool isRunning(pid_t pid);
+
+    // Output of a short command run in the session's environment (stdout only), or none when it failed.
+    std::optional<std::string> run(const std::vector<std::string>& argv, double timeout = 10.0);
+
+  private:
+    void startXvfb();
+    void startWindowManager();
+    void startBus();
+    void teardown();
+
+    Options options_;
+    std::string display_;
+    std::string busAddress_;
+    std::filesystem::path workDir_;
+    pid_t xvfb_ = 0;
+    pid_t windowManager_ = 0;
+    pid_t bus_ = 0;
+    std::vector<pid_t> children_;
+    std::optional<std::string> previousDisplay_;
+    std::optional<std::string> previousBus_;
+};
+
+// Polls `done` every `interval` seconds (running `pump` in between) until it holds or `timeout` passes.
+bool pollUntil(const std::function<bool()>& done, double timeout, const std::function<void()>& pump = {},
+               double interval = 0.01);
+
+}  // namespace vocle::testing
