@@ -48,19 +48,19 @@ inline const char* controlMethodName(ControlMethod method) {
 }
 
 struct ControlCallResult {
-    enum class Status {
+    enum class Outcome {
         ok,
         noInstance,    // nobody owns kControlBusName
         noBus,         // no session bus to talk to
         failed,        // the call reached the instance but did not succeed (error, time-out)
     };
-    Status status = Status::failed;
+    Outcome outcome = Outcome::failed;
     // With ControlMethod::state: the answer. Otherwise empty.
     std::string value;
     // With a failure: what went wrong, for the log or the user.
     std::string message;
 
-    bool ok() const { return status == Status::ok; }
+    bool ok() const { return outcome == Outcome::ok; }
 };
 
 class ControlBus {

@@ -107,7 +107,7 @@ ControlBus::PublishResult QtDBusControlBus::publish(ControlHandlers handlers) {
 ControlCallResult QtDBusControlBus::callRunningInstance(ControlMethod method) {
     QDBusConnection& bus = connection_->bus;
     if (!bus.isConnected()) {
-        return {ControlCallResult::Status::noBus, {}, bus.lastError().message().toStdString()};
+        return {ControlCallResult::Outcome::noBus, {}, bus.lastError().message().toStdString()};
     }
     QDBusMessage call = QDBusMessage::createMethodCall(
         QString::fromLatin1(kControlBusName), QString::fromLatin1(kControlObjectPath),
@@ -117,15 +117,15 @@ ControlCallResult QtDBusControlBus::callRunningInstance(ControlMethod method) {
         const QDBusError::ErrorType type = QDBusError(reply).type();
         const bool nobody = type == QDBusError::ServiceUnknown ||
                             reply.errorName() == QLatin1String("org.freedesktop.DBus.Error.NameHasNoOwner");
-        return {nobody ? ControlCallResult::Status::noInstance : ControlCallResult::Status::failed, {},
+        return {nobody ? ControlCallResult::Outcome::noInstance : ControlCallResult::Outcome::failed, {},
                 reply.errorMessage().toStdString()};
     }
     if (reply.type() != QDBusMessage::ReplyMessage) {
-        return {ControlCallResult::Status::failed, {}, "no reply"};
+        return {ControlCallResult::Outcome::failed, {}, "no reply"};
     }
-    ControlCallResult result{ControlCallResult::Status::ok, {}, {}};
+    ControlCallResult result{ControlCallResult::Outcome::ok, {}, {}};
     if (method == ControlMethod::state) {
-        if (reply.arguments().isEmpty()) return {ControlCallResult::Status::failed, {}, "empty reply"};
+        if (reply.arguments().isEmpty()) return {ControlCallResult::Outcome::failed, {}, "empty reply"};
         result.value = reply.arguments().front().toString().toStdString();
     }
     return result;
