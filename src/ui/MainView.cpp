@@ -144,7 +144,9 @@ void MainView::buildSidebar() {
         row->setContentsMargins(kItemHorizontalPadding, kItemVerticalPadding, kItemHorizontalPadding,
                                 kItemVerticalPadding);
         row->setCursor(Qt::PointingHandCursor);
-        sidebarGroup_->addButton(row, entry.value);
+        // Button-group ids cannot be -1 (Home's value), so rows are found by value in our own map.
+        sidebarGroup_->addButton(row);
+        sidebarButtons_[entry.value] = row;
         const int value = entry.value;
         connect(row, &QToolButton::clicked, this, [this, value] { app_.appState().selectedTab.set(value); });
         layout->addWidget(row);
@@ -153,7 +155,8 @@ void MainView::buildSidebar() {
 }
 
 QToolButton* MainView::sidebarButton(int value) const {
-    return qobject_cast<QToolButton*>(sidebarGroup_->button(value));
+    auto it = sidebarButtons_.find(value);
+    return it == sidebarButtons_.end() ? nullptr : it->second;
 }
 
 void MainView::toggleSidebar() {

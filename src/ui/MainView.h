@@ -3,6 +3,7 @@
 #include <QMainWindow>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -88,6 +89,7 @@ private:
     QVBoxLayout* detailLayout_ = nullptr;
     QWidget* detailWidget_ = nullptr;
     QButtonGroup* sidebarGroup_ = nullptr;
+    std::map<int, QToolButton*> sidebarButtons_;
     QAction* cancelAction_ = nullptr;
     QAction* sidebarAction_ = nullptr;
     bool sidebarVisible_ = true;
