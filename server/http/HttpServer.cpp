@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "foundation/Log.h"
+#include "http/StaticRoutes.h"
 
 namespace vocle::server {
 
@@ -69,6 +70,7 @@ HttpServer::HttpServer(ApiHandlers& api, size_t maxBodyBytes) : server_(std::mak
         res.set_content(toCompactJson(response.body), "application/json");
         requestUser = response.userId;
     };
+    StaticRoutes::fromEnvironment(ProcessEnvironment()).registerOn(*server_);
     for (const char* pattern : {"/.*", ".*"}) {
         server_->Get(pattern, handler);
         server_->Post(pattern, handler);
