@@ -255,6 +255,13 @@ QWidget* MainView::placeholder(const DetailScreen& screen, QWidget* parent) {
 
 void MainView::updateOverlays() {
     AppState& state = app_.appState();
+    const char* overlay = state.requiresSignIn.get()   ? "sign-in"
+                          : state.isInitializing.get() ? (state.initializationError.get() ? "failure" : "loading")
+                                                       : "none";
+    if (overlay != shownOverlay_) {
+        shownOverlay_ = overlay;
+        log("MainView overlay: ", overlay);
+    }
     if (state.requiresSignIn.get()) {
         if (!signInModel_) {
             signInModel_ = std::make_unique<SignInViewModel>(app_.graph().mainQueue(), *app_.graph().backend,

@@ -99,6 +99,7 @@ private:
     SignInOverlay* signIn_ = nullptr;
     LoadingOverlay* loading_ = nullptr;
     QDialog* permissionsSheet_ = nullptr;
+    std::string shownOverlay_;
     std::vector<Subscription> subscriptions_;
 };
 
