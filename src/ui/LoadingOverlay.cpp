@@ -41,7 +41,7 @@ LoadingOverlay::LoadingOverlay(std::function<void()> onRetry, QWidget* parent)
     Theme::setRole(text_, "secondary");
     text_->setAlignment(Qt::AlignCenter);
     text_->setWordWrap(true);
-    text_->setMaximumWidth(420);
+    text_->setFixedWidth(420);
     layout->addWidget(text_, 0, Qt::AlignCenter);
 
     retry_ = new QPushButton("Try Again", this);
