@@ -9,6 +9,10 @@
 
 #include "foundation/Log.h"
 
+// Last: Xlib's macros (None, Status) collide with names in the headers above.
+#include <X11/Xlib.h>
+
+
 namespace vocle::ui {
 
 RecordingPanel::RecordingPanel(const ScreenRect& rect, FloatingRecordingView& view)
@@ -36,13 +40,22 @@ RecordingPanel::RecordingPanel(const ScreenRect& rect, FloatingRecordingView& vi
 
 RecordingPanel::~RecordingPanel() = default;
 
+bool RecordingPanel::hasCompositor() {
+    // A compositing manager owns the _NET_WM_CM_S<screen> selection (EWMH).
+    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    Display* display = x11 ? x11->display() : nullptr;
+    if (!display) return false;
+    const std::string name = "_NET_WM_CM_S" + std::to_string(DefaultScreen(display));
+    const Atom selection = XInternAtom(display, name.c_str(), False);
+    return XGetSelectionOwner(display, selection) != 0;
+}
+
 void RecordingPanel::applyShape() {
     // Without a compositor the transparent corners would show black; clip the window to its shape.
-    const bool composited = [] {
-        auto* screen = QGuiApplication::primaryScreen();
-        return screen && QGuiApplication::platformName() == "xcb" && qEnvironmentVariableIsSet("VOCLE_ASSUME_COMPOSITOR");
-    }();
-    if (composited) return;
+    if (hasCompositor()) {
+        clearMask();
+        return;
+    }
     QPainterPath path;
     path.addRoundedRect(QRectF(0, 0, width(), height()), FloatingRecordingView::kCornerRadius,
                         FloatingRecordingView::kCornerRadius);

@@ -37,6 +37,8 @@ protected:
 
 private:
     void applyShape();
+    // Whether a compositing manager runs; without one, translucent corners would show black.
+    static bool hasCompositor();
 
     RecordingContainerView* container_ = nullptr;
     int level_ = 3;
