@@ -28,8 +28,9 @@ QApplication& qtApp() {
         static int argc = 1;
         static char name[] = "unit_ui_tests";
         static char* argv[] = {name, nullptr};
-        static QApplication app(argc, argv);
-        ui::Theme::apply(app);
+        // Never destroyed: tearing Qt down in exit handlers crashes in the input-device registry.
+        auto* app = new QApplication(argc, argv);
+        ui::Theme::apply(*app);
     }
     return *qobject_cast<QApplication*>(QApplication::instance());
 }
