@@ -1,12 +1,6 @@
 // The desktop application: Qt's event loop as the main queue, the X11/PulseAudio/Qt platform services,
 // the client graph, and the widgets bound to it.
 
-#include <QApplication>
-#include <QScreen>
-
-#include <iostream>
-#include <memory>
-
 #include "app/ScreenFactory.h"
 #include "app/UpdateAnnouncer.h"
 #include "application/ClientGraph.h"
@@ -35,6 +29,12 @@
 #include "ui/QtIndicatorPanels.h"
 #include "ui/Theme.h"
 #include "ui/TrayIcon.h"
+
+#include <iostream>
+#include <memory>
+
+// Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
+#include <QApplication>
 
 #ifndef VOCLE_VERSION
 #define VOCLE_VERSION "0.0.0"

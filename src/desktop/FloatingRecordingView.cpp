@@ -30,6 +30,8 @@ FloatingRecordingView::~FloatingRecordingView() {
     animationTimer_.cancel();
 }
 
+void FloatingRecordingView::publish(SpringAnimation animation) { changed.emit(animation); }
+
 double FloatingRecordingView::barHeight(int i) const {
     if (audioMultiplier_ <= kFloorMultiplier) return 4;
     return std::max(4.0, simulatedLevels_[static_cast<size_t>(i)] * 25 * audioMultiplier_);

@@ -66,7 +66,7 @@ private:
     void startAnimation();
     void stopAnimation();
     void setNoiseFloor(bool below);
-    void publish(SpringAnimation animation) { changed.emit(animation); }
+    void publish(SpringAnimation animation);
 
     MainQueue& mainQueue_;
     NotificationCenter& notifications_;

@@ -1,6 +1,8 @@
 #pragma once
 
-#include <QMainWindow>
+#include "application/DictationApp.h"
+#include "backend/SignInViewModel.h"
+#include "core/Mode.h"
 
 #include <functional>
 #include <map>
@@ -9,9 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "application/DictationApp.h"
-#include "backend/SignInViewModel.h"
-#include "core/Mode.h"
+#include <QMainWindow>
 
 class QAction;
 class QButtonGroup;

@@ -1,9 +1,8 @@
 #include "ui/QtIndicatorPanels.h"
+#include "ui/RecordingPanel.h"
 
 #include <QGuiApplication>
 #include <QScreen>
-
-#include "ui/RecordingPanel.h"
 
 namespace vocle::ui {
 

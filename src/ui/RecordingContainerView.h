@@ -1,13 +1,13 @@
 #pragma once
 
-#include <QElapsedTimer>
-#include <QTimer>
-#include <QWidget>
+#include "desktop/FloatingRecordingView.h"
+#include "foundation/Signal.h"
 
 #include <array>
 
-#include "desktop/FloatingRecordingView.h"
-#include "foundation/Signal.h"
+#include <QElapsedTimer>
+#include <QTimer>
+#include <QWidget>
 
 namespace vocle::ui {
 

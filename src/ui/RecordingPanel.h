@@ -1,11 +1,11 @@
 #pragma once
 
+#include "desktop/IndicatorPanel.h"
+#include "ui/RecordingContainerView.h"
+
 #include <QPointer>
 #include <QPropertyAnimation>
 #include <QWidget>
-
-#include "desktop/IndicatorPanel.h"
-#include "ui/RecordingContainerView.h"
 
 namespace vocle::ui {
 

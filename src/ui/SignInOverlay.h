@@ -1,13 +1,13 @@
 #pragma once
 
-#include <QWidget>
+#include "backend/SignInViewModel.h"
 
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "backend/SignInViewModel.h"
+#include <QWidget>
 
 class QLabel;
 class QLineEdit;

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QMenu>
-#include <QObject>
-#include <QSystemTrayIcon>
+#include "desktop/StatusItemController.h"
 
 #include <memory>
 
-#include "desktop/StatusItemController.h"
+#include <QMenu>
+#include <QObject>
+#include <QSystemTrayIcon>
 
 namespace vocle::ui {
 

@@ -1,20 +1,22 @@
 #include <gtest/gtest.h>
 
-#include <QAction>
-#include <QElapsedTimer>
-#include <QApplication>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QTest>
-#include <QToolButton>
-
+// Our headers before Qt's: Qt's keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
 #include "core/AppConstants.h"
 #include "ui/LoadingOverlay.h"
 #include "ui/MainView.h"
 #include "ui/SignInOverlay.h"
 #include "ui/Theme.h"
+#include "ui/TrayIcon.h"
 #include "unit/desktop/DesktopRig.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QToolButton>
 
 using namespace vocle;
 using namespace vocle::testing;
@@ -169,8 +171,6 @@ TEST(MainView, DictationMenuCancelIsEnabledOnlyWhileRecording) {
 }
 
 }  // namespace
-
-#include "ui/TrayIcon.h"
 
 namespace {
 
