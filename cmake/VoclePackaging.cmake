@@ -37,6 +37,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION sound)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_STRIP_FILES ON)
 # Loaded at run time rather than linked: the speech model, the Qt platform and SVG plugins, the a11y bus.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "pocketsphinx-en-us, qt6-qpa-plugins, libqt6svg6, at-spi2-core, xdg-utils")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pulseaudio | pipewire-pulse")

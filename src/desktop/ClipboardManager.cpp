@@ -12,12 +12,13 @@ namespace {
 
 // Code points: continuation bytes do not start a character.
 size_t characterCount(const std::string& text) {
-    return static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return static_cast<size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 std::string lowercase(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(s.begin(), s.end(), s.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return s;
 }
 
@@ -37,11 +38,41 @@ bool ClipboardManager::isTerminalClass(const std::string& windowClass) {
     // WM_CLASS class names (and a few instance names) of terminal emulators, which take Ctrl+V as a
     // control character and paste with Ctrl+Shift+V.
     static const std::array<const char*, 36> terminals = {
-        "xterm", "uxterm", "urxvt", "rxvt", "gnome-terminal", "gnome-terminal-server", "org.gnome.terminal",
-        "kgx", "org.gnome.console", "konsole", "org.kde.konsole", "kitty", "alacritty", "tilix",
-        "com.gexperts.tilix", "xfce4-terminal", "terminator", "wezterm", "org.wezfurlong.wezterm", "foot",
-        "footclient", "st", "st-256color", "sakura", "lxterminal", "mate-terminal", "qterminal", "terminology",
-        "guake", "tilda", "yakuake", "deepin-terminal", "cool-retro-term", "ghostty", "com.mitchellh.ghostty",
+        "xterm",
+        "uxterm",
+        "urxvt",
+        "rxvt",
+        "gnome-terminal",
+        "gnome-terminal-server",
+        "org.gnome.terminal",
+        "kgx",
+        "org.gnome.console",
+        "konsole",
+        "org.kde.konsole",
+        "kitty",
+        "alacritty",
+        "tilix",
+        "com.gexperts.tilix",
+        "xfce4-terminal",
+        "terminator",
+        "wezterm",
+        "org.wezfurlong.wezterm",
+        "foot",
+        "footclient",
+        "st",
+        "st-256color",
+        "sakura",
+        "lxterminal",
+        "mate-terminal",
+        "qterminal",
+        "terminology",
+        "guake",
+        "tilda",
+        "yakuake",
+        "deepin-terminal",
+        "cool-retro-term",
+        "ghostty",
+        "com.mitchellh.ghostty",
         "eterm",
     };
     const std::string name = lowercase(windowClass);
@@ -66,7 +97,8 @@ void ClipboardManager::startNext() {
         " chars to clipboard");
     pasteboard_.clearContents();
     pasteboard_.setString(text);
-    log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()), " - clipboard copy completed, starting paste");
+    log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()),
+        " - clipboard copy completed, starting paste");
     waitForModifiers(mainQueue_.clock().now() + kModifierReleaseTimeout);
 }
 

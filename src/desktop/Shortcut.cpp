@@ -11,9 +11,13 @@ Shortcut Shortcut::fromJson(const Json& json) {
     return {static_cast<uint16_t>(code), static_cast<uint64_t>(mods)};
 }
 
-Json Shortcut::toJson() const { return Json{{"keyCode", keyCode}, {"modifiersRaw", modifiers}}; }
+Json Shortcut::toJson() const {
+    return Json{{"keyCode", keyCode}, {"modifiersRaw", modifiers}};
+}
 
-std::string Shortcut::encode() const { return toCompactJson(toJson()); }
+std::string Shortcut::encode() const {
+    return toCompactJson(toJson());
+}
 
 std::optional<Shortcut> Shortcut::decode(const std::string& bytes) {
     try {

@@ -17,7 +17,9 @@ ShortcutManager::ShortcutManager(MainQueue& mainQueue, const FileStorageManager&
     registerShortcuts();
 }
 
-ShortcutManager::~ShortcutManager() { unregisterShortcuts(); }
+ShortcutManager::~ShortcutManager() {
+    unregisterShortcuts();
+}
 
 void ShortcutManager::loadShortcuts() {
     const AppSettings settings = storage_.loadSettings();
@@ -38,14 +40,17 @@ void ShortcutManager::saveShortcuts() {
 }
 
 void ShortcutManager::registerShortcuts() {
-    log("Registering shortcuts: keyCode=", currentShortcut.keyCode, ", modifiers=", currentShortcut.modifiers);
+    log("Registering shortcuts: keyCode=", currentShortcut.keyCode,
+        ", modifiers=", currentShortcut.modifiers);
 
-    const int handlerStatus = hotKeys_.installHandler(owner_.guard([this](uint32_t id) { handleHotKey(id); }));
+    const int handlerStatus =
+        hotKeys_.installHandler(owner_.guard([this](uint32_t id) { handleHotKey(id); }));
     if (handlerStatus != kHotKeyOk) {
         log("Failed to install Carbon event handler: ", handlerStatus);
     } else {
         carbonEventHandler_ = true;
-        const auto toggle = hotKeys_.registerHotKey(currentShortcut.keyCode, currentShortcut.modifiers, hotKeyID.id);
+        const auto toggle =
+            hotKeys_.registerHotKey(currentShortcut.keyCode, currentShortcut.modifiers, hotKeyID.id);
         if (toggle.status == kHotKeyOk && toggle.handle) {
             toggleHotKeyRef_ = toggle.handle;
             logLine("Carbon HotKey registered successfully for toggle");
@@ -66,7 +71,8 @@ void ShortcutManager::registerShortcuts() {
         }
     }
 
-    eventMonitor_ = keyMonitor_.addGlobalMonitor(owner_.guard([this](const KeyEvent& e) { handleGlobalKey(e); }));
+    eventMonitor_ =
+        keyMonitor_.addGlobalMonitor(owner_.guard([this](const KeyEvent& e) { handleGlobalKey(e); }));
     localEventMonitor_ = localKeyMonitor_.addLocalMonitor(
         kKeyDownMask | kFlagsChangedMask, [this](const KeyEvent& e) { return handleLocalKey(e); });
 
@@ -109,8 +115,8 @@ void ShortcutManager::handleGlobalKey(const KeyEvent& event) {
 bool ShortcutManager::handleLocalKey(const KeyEvent& event) {
     if (isSuspended || event.type != KeyEventType::keyDown) return false;
     const uint64_t flags = event.modifierFlags & kShortcutModifierMask;
-    log("Local event - KeyCode: ", event.keyCode, ", Modifiers: ", flags, ", Expected: ", currentShortcut.keyCode,
-        ", ", currentShortcut.modifiers);
+    log("Local event - KeyCode: ", event.keyCode, ", Modifiers: ", flags,
+        ", Expected: ", currentShortcut.keyCode, ", ", currentShortcut.modifiers);
     if (currentShortcut.matches(event.keyCode, flags)) {
         logLine("🔥 SHORTCUT MATCHED! Consuming event to prevent space insertion");
         log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()), " - USER SHORTCUT TRIGGERED");
@@ -127,13 +133,12 @@ bool ShortcutManager::handleLocalKey(const KeyEvent& event) {
 
 std::string ShortcutManager::keyName(uint16_t keyCode) {
     static const std::map<uint16_t, const char*> names = {
-        {36, "Return"}, {48, "Tab"}, {49, "Space"}, {51, "Delete"}, {53, "Esc"},
-        {0, "A"},  {1, "S"},  {2, "D"},  {3, "F"},  {4, "H"},  {5, "G"},  {6, "Z"},  {7, "X"},
-        {8, "C"},  {9, "V"},  {11, "B"}, {12, "Q"}, {13, "W"}, {14, "E"}, {15, "R"}, {16, "Y"},
-        {17, "T"}, {31, "O"}, {32, "U"}, {34, "I"}, {35, "P"}, {37, "L"}, {38, "J"}, {40, "K"},
-        {41, ";"}, {45, "N"}, {46, "M"},
-        {18, "1"}, {19, "2"}, {20, "3"}, {21, "4"}, {23, "5"}, {22, "6"}, {26, "7"}, {28, "8"},
-        {25, "9"}, {29, "0"},
+        {36, "Return"}, {48, "Tab"}, {49, "Space"}, {51, "Delete"}, {53, "Esc"}, {0, "A"},  {1, "S"},
+        {2, "D"},       {3, "F"},    {4, "H"},      {5, "G"},       {6, "Z"},    {7, "X"},  {8, "C"},
+        {9, "V"},       {11, "B"},   {12, "Q"},     {13, "W"},      {14, "E"},   {15, "R"}, {16, "Y"},
+        {17, "T"},      {31, "O"},   {32, "U"},     {34, "I"},      {35, "P"},   {37, "L"}, {38, "J"},
+        {40, "K"},      {41, ";"},   {45, "N"},     {46, "M"},      {18, "1"},   {19, "2"}, {20, "3"},
+        {21, "4"},      {23, "5"},   {22, "6"},     {26, "7"},      {28, "8"},   {25, "9"}, {29, "0"},
     };
     const auto it = names.find(keyCode);
     return it == names.end() ? "Key" : it->second;

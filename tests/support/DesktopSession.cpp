@@ -13,8 +13,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -162,7 +164,9 @@ DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
     }
 }
 
-DesktopSession::~DesktopSession() { teardown(); }
+DesktopSession::~DesktopSession() {
+    teardown();
+}
 
 DesktopSession& DesktopSession::shared() {
     static std::unique_ptr<DesktopSession> session;
@@ -200,8 +204,8 @@ void DesktopSession::startXvfb() {
     }
     if (fds[0] >= 0) {
         ::close(fds[1]);
-        const std::string number =
-            readUntil(fds[0], deadline, [](const std::string& t) { return t.find('\n') != std::string::npos; });
+        const std::string number = readUntil(
+            fds[0], deadline, [](const std::string& t) { return t.find('\n') != std::string::npos; });
         ::close(fds[0]);
         if (number.empty() || number.find('\n') == std::string::npos)
             throw std::runtime_error("DesktopSession: Xvfb did not report a display (see " +
@@ -230,15 +234,18 @@ void DesktopSession::startBus() {
     pid_t launcher = 0;
     try {
         launcher = spawnProcess({{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
-                                 environmentWith({}), {}, fds[1], {}});
+                                 environmentWith({}),
+                                 {},
+                                 fds[1],
+                                 {}});
     } catch (...) {
         ::close(fds[0]), ::close(fds[1]);
         throw;
     }
     ::close(fds[1]);
-    const std::string out = readUntil(fds[0], monotonicNow() + options_.startTimeout, [](const std::string& t) {
-        return std::count(t.begin(), t.end(), '\n') >= 2;
-    });
+    const std::string out =
+        readUntil(fds[0], monotonicNow() + options_.startTimeout,
+                  [](const std::string& t) { return std::count(t.begin(), t.end(), '\n') >= 2; });
     ::close(fds[0]);
     pollUntil([&] { return reaped(launcher); }, 5.0);
     const auto firstBreak = out.find('\n');
@@ -249,7 +256,22 @@ void DesktopSession::startBus() {
 }
 
 void DesktopSession::startWindowManager() {
-    windowManager_ = spawn({"openbox", "--sm-disable"});
+    std::vector<std::string> argv = {"openbox", "--sm-disable"};
+    if (!options_.windowManagerKeyBindings) {
+        std::ifstream in("/etc/xdg/openbox/rc.xml");
+        std::stringstream text;
+        text << in.rdbuf();
+        std::string config = text.str();
+        const auto open = config.find("<keyboard>");
+        const auto close = config.find("</keyboard>");
+        if (open == std::string::npos || close == std::string::npos || close < open)
+            throw std::runtime_error("DesktopSession: no <keyboard> section in /etc/xdg/openbox/rc.xml");
+        config.replace(open, close - open, "<keyboard>");
+        const auto path = workDir_ / "openbox-rc.xml";
+        std::ofstream(path) << config;
+        argv.insert(argv.end(), {"--config-file", path.string()});
+    }
+    windowManager_ = spawn(argv);
     Display* d = XOpenDisplay(display_.c_str());
     if (!d) throw std::runtime_error("DesktopSession: cannot open " + display_);
     const Atom check = XInternAtom(d, "_NET_SUPPORTING_WM_CHECK", False);
@@ -279,7 +301,9 @@ pid_t DesktopSession::spawn(const std::vector<std::string>& argv, const std::vec
     return pid;
 }
 
-bool DesktopSession::isRunning(pid_t pid) { return pid > 0 && !reaped(pid); }
+bool DesktopSession::isRunning(pid_t pid) {
+    return pid > 0 && !reaped(pid);
+}
 
 void DesktopSession::stop(pid_t pid) {
     terminate(pid);
@@ -297,7 +321,8 @@ std::optional<std::string> DesktopSession::run(const std::vector<std::string>& a
         return std::nullopt;
     }
     ::close(fds[1]);
-    const std::string out = readUntil(fds[0], monotonicNow() + timeout, [](const std::string&) { return false; });
+    const std::string out =
+        readUntil(fds[0], monotonicNow() + timeout, [](const std::string&) { return false; });
     ::close(fds[0]);
     int status = 0;
     if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, 1.0)) {

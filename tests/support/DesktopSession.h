@@ -22,6 +22,9 @@ class DesktopSession {
         std::optional<int> display;
         std::string screen = "1280x800x24";
         bool windowManager = true;
+        // Openbox's stock key bindings grab Alt+Space, Alt+Tab and more on the root window, which would
+        // take the application's own shortcuts. Off by default: openbox runs with its mouse bindings only.
+        bool windowManagerKeyBindings = false;
         bool sessionBus = true;
         double startTimeout = 15.0;
     };

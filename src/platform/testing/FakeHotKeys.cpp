@@ -10,7 +10,9 @@ int FakeHotKeys::installHandler(Handler handler) {
     return kHotKeyOk;
 }
 
-void FakeHotKeys::removeHandler() { handler_ = nullptr; }
+void FakeHotKeys::removeHandler() {
+    handler_ = nullptr;
+}
 
 HotKeyRegistration FakeHotKeys::registerHotKey(uint16_t keyCode, uint64_t modifiers, uint32_t id) {
     ++registerCalls;
@@ -27,7 +29,8 @@ void FakeHotKeys::unregisterHotKey(HotKeyHandle handle) {
 }
 
 std::optional<FakeHotKeys::Registered> FakeHotKeys::registrationFor(uint32_t id) const {
-    const auto it = std::find_if(registrations_.begin(), registrations_.end(), [&](auto& r) { return r.id == id; });
+    const auto it =
+        std::find_if(registrations_.begin(), registrations_.end(), [&](auto& r) { return r.id == id; });
     if (it == registrations_.end()) return std::nullopt;
     return *it;
 }

@@ -35,7 +35,7 @@ Subscription FakeLocalKeyMonitor::addLocalMonitor(uint32_t mask, Handler handler
 }
 
 bool FakeLocalKeyMonitor::dispatch(const KeyEvent& event) {
-    const uint32_t bit = event.type == KeyEventType::keyDown       ? kKeyDownMask
+    const uint32_t bit = event.type == KeyEventType::keyDown        ? kKeyDownMask
                          : event.type == KeyEventType::flagsChanged ? kFlagsChangedMask
                                                                     : 0;
     std::vector<Entry> snapshot;

@@ -32,7 +32,9 @@ class FakeLocalKeyMonitor final : public LocalKeyMonitor {
 
     // Returns true when a monitor consumed the event (the widget would not see it).
     bool dispatch(const KeyEvent& event);
-    bool keyDown(uint16_t keyCode, uint64_t flags) { return dispatch({KeyEventType::keyDown, keyCode, flags}); }
+    bool keyDown(uint16_t keyCode, uint64_t flags) {
+        return dispatch({KeyEventType::keyDown, keyCode, flags});
+    }
     size_t monitorCount() const { return entries_->size(); }
 
   private:

@@ -47,7 +47,7 @@ std::optional<KeyEvent> QtLocalKeyMonitor::translate(const QKeyEvent& event) {
 }
 
 bool QtLocalKeyMonitor::offer(const KeyEvent& event) {
-    const uint32_t bit = event.type == KeyEventType::keyDown       ? kKeyDownMask
+    const uint32_t bit = event.type == KeyEventType::keyDown        ? kKeyDownMask
                          : event.type == KeyEventType::flagsChanged ? kFlagsChangedMask
                                                                     : 0;
     if (!bit) return false;

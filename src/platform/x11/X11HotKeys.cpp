@@ -61,7 +61,9 @@ int X11HotKeys::installHandler(Handler handler) {
     return kHotKeyOk;
 }
 
-void X11HotKeys::removeHandler() { handler_.reset(); }
+void X11HotKeys::removeHandler() {
+    handler_.reset();
+}
 
 std::vector<unsigned> X11HotKeys::lockVariants() const {
     const unsigned locks[] = {LockMask, layout_.numLock, layout_.scrollLock};
@@ -87,8 +89,9 @@ HotKeyRegistration X11HotKeys::registerHotKey(uint16_t keyCode, uint64_t modifie
     return connection_->withLock([&](Display* d) -> HotKeyRegistration {
         const KeyCode code = XKeysymToKeycode(d, *keysym);
         if (!code) return {std::nullopt, kHotKeyUnknownKey};
-        const Grab grab{nextHandle_, code, xModifiersForMacFlags(modifiers & kShortcutModifierMask, layout_), id,
-                        keyCode, modifiers & kShortcutModifierMask};
+        const Grab grab{
+            nextHandle_, code,    xModifiersForMacFlags(modifiers & kShortcutModifierMask, layout_),
+            id,          keyCode, modifiers & kShortcutModifierMask};
         int status = 0;
         {
             XErrorTrap trap(d);
@@ -110,7 +113,8 @@ HotKeyRegistration X11HotKeys::registerHotKey(uint16_t keyCode, uint64_t modifie
 void X11HotKeys::unregisterHotKey(HotKeyHandle handle) {
     if (!connection_ || !connection_->display()) return;
     connection_->withLock([&](Display* d) {
-        const auto it = std::find_if(grabs_.begin(), grabs_.end(), [&](const Grab& g) { return g.handle == handle; });
+        const auto it =
+            std::find_if(grabs_.begin(), grabs_.end(), [&](const Grab& g) { return g.handle == handle; });
         if (it == grabs_.end()) return 0;
         {
             XErrorTrap trap(d);

@@ -35,8 +35,8 @@ int handleError(Display* display, XErrorEvent* error) {
             return 0;
         }
         if (s.adopted.count(display)) {
-            log("X error ", static_cast<int>(error->error_code), " on request ", static_cast<int>(error->request_code),
-                ".", static_cast<int>(error->minor_code));
+            log("X error ", static_cast<int>(error->error_code), " on request ",
+                static_cast<int>(error->request_code), ".", static_cast<int>(error->minor_code));
             return 0;
         }
         previous = s.previous;

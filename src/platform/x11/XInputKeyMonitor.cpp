@@ -1,9 +1,12 @@
 #include "platform/x11/XInputKeyMonitor.h"
 
 #include <X11/XKBlib.h>
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/extensions/XInput2.h>
 #include <X11/keysym.h>
+
+#include <unistd.h>
 
 #include <vector>
 
@@ -11,12 +14,17 @@
 
 namespace vocle::x11 {
 
-XInputKeyMonitor::XInputKeyMonitor(MainQueue& mainQueue, std::shared_ptr<const GrabbedCombinations> ownHotKeys)
+XInputKeyMonitor::XInputKeyMonitor(MainQueue& mainQueue,
+                                   std::shared_ptr<const GrabbedCombinations> ownHotKeys)
     : mainQueue_(mainQueue), ownHotKeys_(std::move(ownHotKeys)) {}
 
-XInputKeyMonitor::~XInputKeyMonitor() { connection_.reset(); }
+XInputKeyMonitor::~XInputKeyMonitor() {
+    connection_.reset();
+}
 
-bool XInputKeyMonitor::isAvailable() { return connect(); }
+bool XInputKeyMonitor::isAvailable() {
+    return connect();
+}
 
 bool XInputKeyMonitor::connect() {
     if (connectTried_) return available_;
@@ -100,10 +108,44 @@ void XInputKeyMonitor::onEvent(XEvent& event) {
     for (const auto& [held, bit] : heldModifierKeys_) flags |= bit;
     const auto macCode = macKeyCodeForKeysym(sym);
     if (!macCode) return;
-    const KeyEvent keyEvent{modifierBit || sym == XK_Caps_Lock ? KeyEventType::flagsChanged : KeyEventType::keyDown,
-                            *macCode, flags};
-    if (keyEvent.type == KeyEventType::keyDown && ownHotKeys_ && ownHotKeys_->contains(*macCode, flags)) return;
+    const KeyEvent keyEvent{
+        modifierBit || sym == XK_Caps_Lock ? KeyEventType::flagsChanged : KeyEventType::keyDown, *macCode,
+        flags};
+    if (keyEvent.type == KeyEventType::keyDown && ownHotKeys_ && ownHotKeys_->contains(*macCode, flags))
+        return;
+    // Keys typed into our own windows belong to the local monitor; raw events would report them twice.
+    if (ownWindowHasFocus(d)) return;
     deliver(keyEvent);
+}
+
+bool XInputKeyMonitor::ownWindowHasFocus(Display* d) {
+    Window focus = 0;
+    int revert = 0;
+    XGetInputFocus(d, &focus, &revert);
+    const Atom pidAtom = XInternAtom(d, "_NET_WM_PID", False);
+    // The focus can be on a child of the top-level that carries the pid.
+    for (int depth = 0; focus && focus != PointerRoot && focus != DefaultRootWindow(d) && depth < 8;
+         ++depth) {
+        Atom type;
+        int format;
+        unsigned long count = 0, after = 0;
+        unsigned char* data = nullptr;
+        if (XGetWindowProperty(d, focus, pidAtom, 0, 1, False, XA_CARDINAL, &type, &format, &count, &after,
+                               &data) == Success &&
+            data && count == 1) {
+            const auto pid = static_cast<pid_t>(*reinterpret_cast<unsigned long*>(data));
+            XFree(data);
+            return pid == ownPid_;
+        }
+        if (data) XFree(data);
+        Window root, parent;
+        Window* children = nullptr;
+        unsigned n = 0;
+        if (!XQueryTree(d, focus, &root, &parent, &children, &n)) return false;
+        if (children) XFree(children);
+        focus = parent;
+    }
+    return false;
 }
 
 void XInputKeyMonitor::deliver(const KeyEvent& event) {

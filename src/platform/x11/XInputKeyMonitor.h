@@ -5,6 +5,8 @@
 #include <mutex>
 #include <set>
 
+#include <unistd.h>
+
 #include "foundation/MainQueue.h"
 #include "platform/events.h"
 #include "platform/x11/KeysymTable.h"
@@ -15,12 +17,14 @@ namespace vocle::x11 {
 
 // The global key monitor: XInput 2 raw key events from every master keyboard, selected on the root
 // window of a private connection. Raw events are copies: the focused window still gets every key.
+// Keys typed into our own windows are left out; the local monitor sees those.
 // Modifier state is followed from the raw events themselves (they carry none), so a quick
 // Alt-down, Space, Alt-up burst is seen as Alt+Space even when it is read later.
 class XInputKeyMonitor final : public KeyMonitor {
   public:
     // `ownHotKeys`: presses of these combinations are left to the hot-key path.
-    explicit XInputKeyMonitor(MainQueue& mainQueue, std::shared_ptr<const GrabbedCombinations> ownHotKeys = nullptr);
+    explicit XInputKeyMonitor(MainQueue& mainQueue,
+                              std::shared_ptr<const GrabbedCombinations> ownHotKeys = nullptr);
     ~XInputKeyMonitor() override;
 
     Subscription addGlobalMonitor(Handler handler) override;
@@ -31,6 +35,7 @@ class XInputKeyMonitor final : public KeyMonitor {
     bool connect();
     void onEvent(XEvent& event);  // connection thread
     void deliver(const KeyEvent& event);
+    bool ownWindowHasFocus(Display* display);  // connection thread
 
     MainQueue& mainQueue_;
     std::shared_ptr<const GrabbedCombinations> ownHotKeys_;
@@ -42,6 +47,7 @@ class XInputKeyMonitor final : public KeyMonitor {
     ModifierLayout layout_;
     std::map<unsigned, uint64_t> heldModifierKeys_;  // keycode -> modifier bit
     bool capsLock_ = false;
+    const int ownPid_ = static_cast<int>(::getpid());
 
     struct Handlers {
         std::mutex mutex;

@@ -13,14 +13,18 @@ namespace vocle::x11 {
 
 namespace {
 
-bool isDown(const char keys[32], unsigned code) { return keys[code / 8] & (1 << (code % 8)); }
+bool isDown(const char keys[32], unsigned code) {
+    return keys[code / 8] & (1 << (code % 8));
+}
 
 std::optional<std::string> classOf(Display* d, Window w) {
     XClassHint hint{nullptr, nullptr};
     if (!XGetClassHint(d, w, &hint)) return std::nullopt;
     std::optional<std::string> out;
-    if (hint.res_class) out = hint.res_class;
-    else if (hint.res_name) out = hint.res_name;
+    if (hint.res_class)
+        out = hint.res_class;
+    else if (hint.res_name)
+        out = hint.res_name;
     if (hint.res_name) XFree(hint.res_name);
     if (hint.res_class) XFree(hint.res_class);
     return out;
@@ -33,8 +37,8 @@ Window activeWindow(Display* d) {
     unsigned long count = 0, after = 0;
     unsigned char* data = nullptr;
     Window w = 0;
-    if (XGetWindowProperty(d, DefaultRootWindow(d), property, 0, 1, False, XA_WINDOW, &type, &format, &count, &after,
-                           &data) == Success &&
+    if (XGetWindowProperty(d, DefaultRootWindow(d), property, 0, 1, False, XA_WINDOW, &type, &format, &count,
+                           &after, &data) == Success &&
         data && count == 1 && format == 32)
         w = *reinterpret_cast<Window*>(data);
     if (data) XFree(data);

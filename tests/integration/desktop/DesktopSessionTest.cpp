@@ -25,8 +25,9 @@ TEST(DesktopSession, StartsXServerWindowManagerAndBusThenRestoresTheEnvironment)
         XCloseDisplay(d);
 
         // The bus answers, and a window manager owns the screen.
-        const auto names = session.run({"dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus",
-                                        "/org/freedesktop/DBus", "org.freedesktop.DBus.ListNames"});
+        const auto names =
+            session.run({"dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus",
+                         "/org/freedesktop/DBus", "org.freedesktop.DBus.ListNames"});
         ASSERT_TRUE(names.has_value());
         EXPECT_NE(names->find("org.freedesktop.DBus"), std::string::npos);
 

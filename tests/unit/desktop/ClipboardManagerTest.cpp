@@ -17,7 +17,7 @@ constexpr uint16_t kShift = keycode::kShift;
 constexpr uint16_t kV = keycode::kV;
 
 const std::vector<Posted> kCtrlV = {{kCtrl, true}, {kV, true}, {kV, false}, {kCtrl, false}};
-const std::vector<Posted> kCtrlShiftV = {{kCtrl, true}, {kShift, true}, {kV, true},
+const std::vector<Posted> kCtrlShiftV = {{kCtrl, true}, {kShift, true},  {kV, true},
                                          {kV, false},   {kShift, false}, {kCtrl, false}};
 
 class ClipboardManagerTest : public ::testing::Test, protected StorageFixtureBase {
@@ -31,11 +31,12 @@ class ClipboardManagerTest : public ::testing::Test, protected StorageFixtureBas
     std::vector<std::string> completed;
     // What the history held when each notification arrived.
     std::vector<size_t> historySizeAtNotification;
-    Subscription observer = notifications.addObserver("TranscriptionCompleted", [this](const Notification& n) {
-        completed.push_back(n.string("text").value_or("<missing>"));
-        historySizeAtNotification.push_back(history.transcriptions.get().size());
-        EXPECT_EQ(n.sender, manager.get());
-    });
+    Subscription observer =
+        notifications.addObserver("TranscriptionCompleted", [this](const Notification& n) {
+            completed.push_back(n.string("text").value_or("<missing>"));
+            historySizeAtNotification.push_back(history.transcriptions.get().size());
+            EXPECT_EQ(n.sender, manager.get());
+        });
 
     std::vector<std::string> historyTexts() const {
         std::vector<std::string> out;

@@ -14,17 +14,59 @@ namespace {
 
 TEST(KeysymTable, MacKeysMapToXAndBack) {
     const std::vector<std::pair<uint16_t, unsigned long>> cases = {
-        {0, XK_a},         {1, XK_s},          {9, XK_v},           {12, XK_q},         {46, XK_m},
-        {18, XK_1},        {23, XK_5},         {22, XK_6},          {29, XK_0},         {24, XK_equal},
-        {27, XK_minus},    {33, XK_bracketleft}, {30, XK_bracketright}, {39, XK_apostrophe},
-        {41, XK_semicolon}, {42, XK_backslash}, {43, XK_comma},      {44, XK_slash},     {47, XK_period},
-        {50, XK_grave},    {36, XK_Return},    {48, XK_Tab},        {49, XK_space},     {51, XK_BackSpace},
-        {53, XK_Escape},   {117, XK_Delete},   {115, XK_Home},      {119, XK_End},      {116, XK_Prior},
-        {121, XK_Next},    {123, XK_Left},     {124, XK_Right},     {125, XK_Down},     {126, XK_Up},
-        {122, XK_F1},      {120, XK_F2},       {99, XK_F3},         {118, XK_F4},       {96, XK_F5},
-        {97, XK_F6},       {98, XK_F7},        {100, XK_F8},        {101, XK_F9},       {109, XK_F10},
-        {103, XK_F11},     {111, XK_F12},      {82, XK_KP_0},       {76, XK_KP_Enter},  {56, XK_Shift_L},
-        {59, XK_Control_L}, {58, XK_Alt_L},    {55, XK_Super_L},     {57, XK_Caps_Lock},
+        {0, XK_a},
+        {1, XK_s},
+        {9, XK_v},
+        {12, XK_q},
+        {46, XK_m},
+        {18, XK_1},
+        {23, XK_5},
+        {22, XK_6},
+        {29, XK_0},
+        {24, XK_equal},
+        {27, XK_minus},
+        {33, XK_bracketleft},
+        {30, XK_bracketright},
+        {39, XK_apostrophe},
+        {41, XK_semicolon},
+        {42, XK_backslash},
+        {43, XK_comma},
+        {44, XK_slash},
+        {47, XK_period},
+        {50, XK_grave},
+        {36, XK_Return},
+        {48, XK_Tab},
+        {49, XK_space},
+        {51, XK_BackSpace},
+        {53, XK_Escape},
+        {117, XK_Delete},
+        {115, XK_Home},
+        {119, XK_End},
+        {116, XK_Prior},
+        {121, XK_Next},
+        {123, XK_Left},
+        {124, XK_Right},
+        {125, XK_Down},
+        {126, XK_Up},
+        {122, XK_F1},
+        {120, XK_F2},
+        {99, XK_F3},
+        {118, XK_F4},
+        {96, XK_F5},
+        {97, XK_F6},
+        {98, XK_F7},
+        {100, XK_F8},
+        {101, XK_F9},
+        {109, XK_F10},
+        {103, XK_F11},
+        {111, XK_F12},
+        {82, XK_KP_0},
+        {76, XK_KP_Enter},
+        {56, XK_Shift_L},
+        {59, XK_Control_L},
+        {58, XK_Alt_L},
+        {55, XK_Super_L},
+        {57, XK_Caps_Lock},
     };
     for (auto [mac, sym] : cases) {
         EXPECT_EQ(keysymForMacKeyCode(mac), sym) << "mac " << mac;
@@ -68,14 +110,16 @@ TEST(KeysymTable, ModifierFlagsToXMasksAndBack) {
     EXPECT_EQ(xModifiersForMacFlags(kModifierOption, usual), Mod1Mask);
     EXPECT_EQ(xModifiersForMacFlags(kModifierCommand, usual), Mod4Mask);
     EXPECT_EQ(xModifiersForMacFlags(kModifierShift | kModifierControl, usual), ShiftMask | ControlMask);
-    EXPECT_EQ(xModifiersForMacFlags(kShortcutModifierMask, usual), ShiftMask | ControlMask | Mod1Mask | Mod4Mask);
+    EXPECT_EQ(xModifiersForMacFlags(kShortcutModifierMask, usual),
+              ShiftMask | ControlMask | Mod1Mask | Mod4Mask);
     EXPECT_EQ(xModifiersForMacFlags(0, usual), 0u);
 
     EXPECT_EQ(macFlagsForXModifiers(Mod1Mask, usual), kModifierOption);
     EXPECT_EQ(macFlagsForXModifiers(ShiftMask | LockMask, usual), kModifierShift | kModifierCapsLock);
     EXPECT_EQ(macFlagsForXModifiers(Mod2Mask, usual), 0u) << "Num Lock has no Mac bit";
     for (uint64_t flags = 0; flags <= kShortcutModifierMask; flags += kModifierShift)
-        EXPECT_EQ(macFlagsForXModifiers(xModifiersForMacFlags(flags, usual), usual), flags) << std::hex << flags;
+        EXPECT_EQ(macFlagsForXModifiers(xModifiersForMacFlags(flags, usual), usual), flags)
+            << std::hex << flags;
 
     // A server that puts Alt on Mod5 and Super on Mod3.
     ModifierLayout odd;

@@ -224,7 +224,8 @@ TEST_F(ShortcutManagerTest, ChangeSequencePersistsAndReRegisters) {
     EXPECT_EQ(saved.vocabularyWords, "Kubernetes") << "other settings stay as they were";
     // In the file the record is Base64 of the compact JSON.
     const std::string file = readText(vocleFile("settings.json"));
-    EXPECT_NE(file.find(base64::encode(std::string(R"({"keyCode":0,"modifiersRaw":262144})"))), std::string::npos);
+    EXPECT_NE(file.find(base64::encode(std::string(R"({"keyCode":0,"modifiersRaw":262144})"))),
+              std::string::npos);
 
     ASSERT_EQ(hotKeys.registrations().size(), 1u);
     EXPECT_EQ(hotKeys.registrations()[0].keyCode, keycode::kA);
@@ -277,8 +278,9 @@ TEST(ShortcutDisplay, PartsInFixedOrderThenKeyName) {
     EXPECT_EQ(ShortcutManager::displayParts(53, 0), (V{"Esc"}));
     EXPECT_EQ(ShortcutManager::displayParts(41, kModifierControl | kModifierCapsLock), (V{"⌃", ";"}));
     EXPECT_EQ(ShortcutManager::displayParts(36, kModifierCommand), (V{"⌘", "Return"}));
-    const std::vector<std::pair<uint16_t, const char*>> digits = {{18, "1"}, {19, "2"}, {20, "3"}, {21, "4"}, {23, "5"},
-                                                                  {22, "6"}, {26, "7"}, {28, "8"}, {25, "9"}, {29, "0"}};
+    const std::vector<std::pair<uint16_t, const char*>> digits = {{18, "1"}, {19, "2"}, {20, "3"}, {21, "4"},
+                                                                  {23, "5"}, {22, "6"}, {26, "7"}, {28, "8"},
+                                                                  {25, "9"}, {29, "0"}};
     for (auto [code, name] : digits) EXPECT_EQ(ShortcutManager::keyName(code), name) << code;
     EXPECT_EQ(ShortcutManager::keyName(48), "Tab");
     EXPECT_EQ(ShortcutManager::keyName(51), "Delete");

@@ -1,0 +1,82 @@
+#include "screens/HomeViewModel.h"
+
+#include <algorithm>
+
+namespace vocle {
+
+HomeViewModel::HomeViewModel(HomeDependencies deps) : d_(deps) {
+    subscriptions_.push_back(d_.modeManager.modes.subscribe([this](const auto&) { evaluate(); }));
+    subscriptions_.push_back(d_.vocabulary.subscribe([this](const auto&) { evaluate(); }));
+    refresh();
+}
+
+void HomeViewModel::refresh() {
+    microphoneAuthorized.set(d_.permissions.microphoneAuthorized());
+    accessibilityAuthorized.set(d_.permissions.accessibilityTrusted(false));
+    evaluate();
+}
+
+void HomeViewModel::evaluate() {
+    const auto onboarding = d_.files.loadOnboardingState();
+    const auto& modes = d_.modeManager.modes.get();
+    const bool customMode = std::any_of(modes.begin(), modes.end(), [](const Mode& m) {
+        return m.type == std::optional<std::string>("Custom") || !m.modeTypeId.has_value();
+    });
+    const auto& vocabulary = d_.vocabulary.get();
+    const bool hasVocabulary = vocabulary.has_value() && !vocabulary->empty();
+    const bool mic = microphoneAuthorized.get();
+    const bool ax = accessibilityAuthorized.get();
+    items.set({
+        {"Grant microphone permission", mic, !mic},
+        {"Grant accessibility permission", ax, !ax},
+        {"Create your first custom mode", customMode, true},
+        {"Add/Edit replacement", onboarding.hasAddedOrEditedReplacement, true},
+        {"Add custom vocabulary", hasVocabulary, true},
+        {"Complete your first recording", onboarding.firstRecordingComplete, false},
+    });
+    changed.emit();
+}
+
+int HomeViewModel::completedCount() const {
+    const auto& list = items.get();
+    return static_cast<int>(std::count_if(list.begin(), list.end(), [](const ChecklistItem& i) { return i.isCompleted; }));
+}
+
+std::string HomeViewModel::progressText() const {
+    return std::to_string(completedCount()) + " of " + std::to_string(kTotalSteps) + " complete";
+}
+
+double HomeViewModel::progress() const { return static_cast<double>(completedCount()) / kTotalSteps; }
+
+std::vector<std::string> HomeViewModel::toggleShortcutParts() const {
+    const auto s = d_.shortcuts.toggleShortcut();
+    return d_.shortcuts.displayParts(s.keyCode, s.modifiers);
+}
+
+void HomeViewModel::activate(Step step) {
+    switch (step) {
+        case microphone:
+            if (!microphoneAuthorized.get()) d_.urlOpener.openURL(kMicrophoneSettingsURL);
+            break;
+        case accessibility:
+            if (accessibilityAuthorized.get()) break;
+            if (!d_.permissions.accessibilityTrusted(true)) d_.urlOpener.openURL(kAccessibilitySettingsURL);
+            accessibilityAuthorized.set(d_.permissions.accessibilityTrusted(false));
+            evaluate();
+            break;
+        case customMode:
+            d_.selectedTab.set(0);
+            d_.modeManager.createNewMode();
+            break;
+        case replacement:
+            d_.selectedTab.set(1);
+            break;
+        case vocabulary:
+            d_.selectedTab.set(2);
+            break;
+        case firstRecording:
+            break;
+    }
+}
+
+}  // namespace vocle

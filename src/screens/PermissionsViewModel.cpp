@@ -1,0 +1,42 @@
+#include "screens/PermissionsViewModel.h"
+
+namespace vocle {
+
+PermissionsViewModel::PermissionsViewModel(MainQueue& main, PermissionProbe& permissions, UrlOpener& urlOpener)
+    : main_(main), permissions_(permissions), urlOpener_(urlOpener) {
+    refresh();
+}
+
+PermissionsViewModel::~PermissionsViewModel() { recheck_.cancel(); }
+
+void PermissionsViewModel::refresh() {
+    microphoneAuthorized.set(permissions_.microphoneAuthorized());
+    accessibilityAuthorized.set(permissions_.accessibilityTrusted(false));
+    changed.emit();
+}
+
+void PermissionsViewModel::enableMicrophone() {
+    urlOpener_.openURL(kMicrophoneSettingsURL);
+    scheduleRecheck();
+}
+
+void PermissionsViewModel::enableAccessibility() {
+    if (!permissions_.accessibilityTrusted(true)) {
+        urlOpener_.openURL(kAccessibilitySettingsURL);
+        alert.set(PermissionAlert{kAlertTitle, kAlertText});
+        changed.emit();
+    }
+    scheduleRecheck();
+}
+
+void PermissionsViewModel::dismissAlert() {
+    alert.set(std::nullopt);
+    changed.emit();
+}
+
+void PermissionsViewModel::scheduleRecheck() {
+    recheck_.cancel();
+    recheck_ = main_.postAfter(kRecheckDelay, token_.guard([this] { refresh(); }));
+}
+
+}  // namespace vocle

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "foundation/MainQueue.h"
+#include "foundation/OwnerToken.h"
+#include "foundation/Signal.h"
+#include "platform/url_opener.h"
+#include "screens/PermissionProbe.h"
+
+namespace vocle {
+
+struct PermissionAlert {
+    std::string title;
+    std::string text;
+    friend bool operator==(const PermissionAlert&, const PermissionAlert&) = default;
+};
+
+// The permissions sheet: both flags are read when shown and again 1 s after an "Enable".
+class PermissionsViewModel {
+  public:
+    PermissionsViewModel(MainQueue& main, PermissionProbe& permissions, UrlOpener& urlOpener);
+    ~PermissionsViewModel();
+    PermissionsViewModel(const PermissionsViewModel&) = delete;
+    PermissionsViewModel& operator=(const PermissionsViewModel&) = delete;
+
+    static constexpr double kRecheckDelay = 1.0;
+    static constexpr const char* kTitle = "Required Permissions";
+    static constexpr const char* kText = "The Dictation app needs the following permissions to work properly:";
+    static constexpr const char* kFooter = "You can change these permissions later in System Settings";
+    static constexpr const char* kAlertTitle = "Accessibility Permission Required";
+    static constexpr const char* kAlertText =
+        "Please add this app to the list of allowed apps in the Accessibility section of System Settings > "
+        "Privacy & Security. This is needed for automatic text pasting.";
+
+    Observable<bool> microphoneAuthorized{false};
+    Observable<bool> accessibilityAuthorized{false};
+    Observable<std::optional<PermissionAlert>> alert;
+    Signal<> changed;
+
+    void refresh();
+    void enableMicrophone();
+    void enableAccessibility();
+    void dismissAlert();
+
+  private:
+    void scheduleRecheck();
+
+    MainQueue& main_;
+    PermissionProbe& permissions_;
+    UrlOpener& urlOpener_;
+    TimerHandle recheck_;
+    OwnerToken token_;
+};
+
+}  // namespace vocle

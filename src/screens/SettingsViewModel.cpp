@@ -1,0 +1,138 @@
+#include "screens/SettingsViewModel.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "foundation/Log.h"
+
+namespace vocle {
+
+namespace {
+
+// "%g"-like with enough digits for a slider value, as a floating-point description prints it.
+std::string volumeText(double v) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.15g", v);
+    std::string s = buffer;
+    if (s.find_first_of(".e") == std::string::npos) s += ".0";
+    return s;
+}
+
+}  // namespace
+
+SettingsViewModel::SettingsViewModel(const FileStorageManager& files, Capture& capture, ShortcutControl& shortcuts,
+                                     LocalKeyMonitor& keyMonitor, AutostartEntry& autostart)
+    : files_(files), capture_(capture), shortcuts_(shortcuts), keyMonitor_(keyMonitor), autostart_(autostart) {}
+
+void SettingsViewModel::refreshDevices() {
+    std::vector<std::string> names;
+    deviceNameToUID_.clear();
+    for (const auto& device : capture_.devices()) {
+        names.push_back(device.name);
+        deviceNameToUID_[device.name] = device.uid;
+    }
+    availableDevices.set(std::move(names));
+}
+
+void SettingsViewModel::load() {
+    refreshDevices();
+    const auto settings = files_.loadSettings();
+    useSystemDefault.set(settings.useSystemDefaultAudio);
+    enableSoundEffects.set(settings.enableSoundEffects);
+    volume.set(settings.soundVolume);
+    const std::string name = settings.inputDeviceName.value_or("");
+    if (name.empty() || name == "Default") {
+        useSystemDefault.set(true);
+        inputDevice.set("");
+    } else {
+        inputDevice.set(name);
+    }
+    startAtLogin.set(autostart_.isEnabled());
+    isLoading.set(false);
+    changed.emit();
+}
+
+bool SettingsViewModel::inputDeviceDisconnected() const {
+    const auto& name = inputDevice.get();
+    return !name.empty() && deviceNameToUID_.count(name) == 0;
+}
+
+std::vector<std::string> SettingsViewModel::toggleShortcutParts() const {
+    const auto s = shortcuts_.toggleShortcut();
+    return shortcuts_.displayParts(s.keyCode, s.modifiers);
+}
+
+std::vector<std::string> SettingsViewModel::cancelShortcutParts() const {
+    const auto s = shortcuts_.cancelShortcut();
+    return shortcuts_.displayParts(s.keyCode, s.modifiers);
+}
+
+void SettingsViewModel::setUseSystemDefault(bool on) {
+    if (on == useSystemDefault.get()) return;
+    useSystemDefault.set(on);
+    // Turning the default off without a choice would store no device at all; take the first source.
+    if (!on && inputDevice.get().empty() && !availableDevices.get().empty())
+        inputDevice.set(availableDevices.get().front());
+    save();
+}
+
+void SettingsViewModel::selectInputDevice(const std::string& name) {
+    inputDevice.set(name);
+    useSystemDefault.set(false);
+    save();
+}
+
+void SettingsViewModel::setEnableSoundEffects(bool on) {
+    if (on == enableSoundEffects.get()) return;
+    enableSoundEffects.set(on);
+    save();
+}
+
+void SettingsViewModel::setVolume(double value) {
+    value = std::clamp(value, 0.0, 1.0);
+    if (value == volume.get()) return;
+    volume.set(value);
+    save();
+}
+
+void SettingsViewModel::setStartAtLogin(bool on) {
+    auto error = autostart_.setEnabled(on);
+    errorMessage.set(error);
+    startAtLogin.set(autostart_.isEnabled());
+    changed.emit();
+}
+
+void SettingsViewModel::setShowingShortcutPicker(bool showing) {
+    if (showing == showingShortcutPicker.get()) return;
+    showingShortcutPicker.set(showing);
+    shortcuts_.setSuspended(showing);
+    changed.emit();
+}
+
+void SettingsViewModel::setShowingCancelPicker(bool showing) {
+    if (showing == showingCancelPicker.get()) return;
+    showingCancelPicker.set(showing);
+    shortcuts_.setSuspended(showing);
+    changed.emit();
+}
+
+void SettingsViewModel::save() {
+    auto settings = files_.loadSettings();
+    settings.useSystemDefaultAudio = useSystemDefault.get();
+    settings.enableSoundEffects = enableSoundEffects.get();
+    settings.soundVolume = volume.get();
+    if (!useSystemDefault.get()) {
+        settings.inputDeviceName = inputDevice.get();
+        auto it = deviceNameToUID_.find(inputDevice.get());
+        settings.inputDeviceUID = it == deviceNameToUID_.end() ? std::nullopt : std::optional(it->second);
+    } else {
+        settings.inputDeviceName.reset();
+        settings.inputDeviceUID.reset();
+    }
+    files_.saveSettings(settings);
+    log("Settings saved: device=", inputDevice.get(), ", useDefault=", boolText(useSystemDefault.get()),
+        ", soundEffects=", boolText(enableSoundEffects.get()), ", volume=", volumeText(volume.get()));
+    changed.emit();
+}
+
+}  // namespace vocle

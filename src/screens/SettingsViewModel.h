@@ -1,0 +1,80 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "foundation/Signal.h"
+#include "platform/capture.h"
+#include "platform/events.h"
+#include "screens/AutostartEntry.h"
+#include "screens/ShortcutControl.h"
+#include "screens/ShortcutPickerViewModel.h"
+#include "storage/FileStorageManager.h"
+
+namespace vocle {
+
+// The settings screen: shortcuts (through the pickers), the input device, sound effects and start at
+// login. Every change is written to the settings file at once.
+class SettingsViewModel {
+  public:
+    SettingsViewModel(const FileStorageManager& files, Capture& capture, ShortcutControl& shortcuts,
+                      LocalKeyMonitor& keyMonitor, AutostartEntry& autostart);
+    SettingsViewModel(const SettingsViewModel&) = delete;
+    SettingsViewModel& operator=(const SettingsViewModel&) = delete;
+
+    static constexpr const char* kLoadingText = "Loading settings...";
+    static constexpr const char* kNotConnectedSuffix = " (not connected)";
+
+    Observable<bool> isLoading{true};
+    Observable<std::string> inputDevice{""};
+    Observable<bool> useSystemDefault{true};
+    Observable<bool> enableSoundEffects{true};
+    Observable<double> volume{0.6};
+    Observable<std::vector<std::string>> availableDevices;
+    Observable<bool> showingShortcutPicker{false};
+    Observable<bool> showingCancelPicker{false};
+    Observable<bool> startAtLogin{false};
+    Observable<std::optional<std::string>> errorMessage;
+    Signal<> changed;
+
+    // The sheets' models, for as long as a sheet is shown.
+    std::unique_ptr<ShortcutPickerViewModel> makeShortcutPicker() {
+        return std::make_unique<ShortcutPickerViewModel>(shortcuts_, keyMonitor_);
+    }
+    std::unique_ptr<CancelPickerViewModel> makeCancelPicker() {
+        return std::make_unique<CancelPickerViewModel>(shortcuts_, keyMonitor_);
+    }
+    const std::map<std::string, std::string>& deviceNameToUID() const { return deviceNameToUID_; }
+    // The chosen device is stored but no longer among the sources.
+    bool inputDeviceDisconnected() const;
+    std::vector<std::string> toggleShortcutParts() const;
+    std::vector<std::string> cancelShortcutParts() const;
+
+    // Reads the devices and the settings file (the screen was shown).
+    void load();
+    void refreshDevices();
+
+    void setUseSystemDefault(bool on);
+    void selectInputDevice(const std::string& name);
+    void setEnableSoundEffects(bool on);
+    void setVolume(double value);
+    void setStartAtLogin(bool on);
+    // The sheets suspend the global shortcuts while shown.
+    void setShowingShortcutPicker(bool showing);
+    void setShowingCancelPicker(bool showing);
+
+  private:
+    void save();
+
+    const FileStorageManager& files_;
+    Capture& capture_;
+    ShortcutControl& shortcuts_;
+    LocalKeyMonitor& keyMonitor_;
+    AutostartEntry& autostart_;
+    std::map<std::string, std::string> deviceNameToUID_;
+};
+
+}  // namespace vocle

@@ -1,0 +1,31 @@
+#pragma once
+
+// Our headers come before Qt's: Qt defines "emit" and "slots" as macros, which are also member
+// names of the foundation's signals.
+#include "foundation/Signal.h"
+#include "screens/PermissionsViewModel.h"
+
+#include <QWidget>
+
+class QVBoxLayout;
+
+namespace vocle {
+
+class PermissionsView : public QWidget {
+    Q_OBJECT
+  public:
+    PermissionsView(PermissionsViewModel& viewModel, QWidget* parent);
+
+  protected:
+    void showEvent(QShowEvent* event) override;
+
+  private:
+    void rebuild();
+    void showAlertIfAny();
+
+    PermissionsViewModel& vm_;
+    QVBoxLayout* items_;
+    std::vector<Subscription> subscriptions_;
+};
+
+}  // namespace vocle

@@ -1,0 +1,163 @@
+#include "ui/screens/SettingsView.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QSlider>
+
+#include <cmath>
+
+#include "ui/screens/KeyCapsView.h"
+#include "ui/screens/ScreenKit.h"
+#include "ui/screens/ShortcutPickerSheet.h"
+
+namespace vocle {
+
+using namespace screens;
+
+namespace {
+
+QHBoxLayout* row(QVBoxLayout* into, const QString& title) {
+    auto* r = new QHBoxLayout;
+    r->addWidget(label(title));
+    r->addStretch();
+    into->addLayout(r);
+    return r;
+}
+
+}  // namespace
+
+SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm) {
+    auto* page = scrollingPage(this);
+    header(page, "Settings");
+    loading_ = label(SettingsViewModel::kLoadingText, "secondary");
+    page->addWidget(loading_);
+    content_ = new QWidget;
+    auto* layout = new QVBoxLayout(content_);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(10);
+    page->addWidget(content_);
+    page->addStretch();
+
+    auto* shortcuts = section(layout, "Shortcuts");
+    toggleBox_ = new KeyCapsView(nullptr, true);
+    row(shortcuts, "Toggle Recording On/Off")->addWidget(toggleBox_);
+    cancelBox_ = new KeyCapsView(nullptr, true);
+    row(shortcuts, "Cancel Recording")->addWidget(cancelBox_);
+    connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
+    connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);
+
+    auto* input = section(layout, "Input Device");
+    useDefault_ = new QCheckBox("Use system default device");
+    input->addWidget(useDefault_);
+    devices_ = new QComboBox;
+    devices_->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    devices_->setMinimumContentsLength(24);
+    row(input, "Microphone")->addWidget(devices_);
+    deviceNote_ = paragraph("", "caption");
+    input->addWidget(deviceNote_);
+    connect(useDefault_, &QCheckBox::toggled, this, [this](bool on) {
+        if (!refreshing_) vm_.setUseSystemDefault(on);
+    });
+    connect(devices_, &QComboBox::activated, this, [this](int index) {
+        if (refreshing_) return;
+        const std::string name = ss(devices_->itemData(index).toString());
+        // The "System default" entry carries no device name.
+        if (name.empty()) {
+            vm_.setUseSystemDefault(true);
+        } else {
+            vm_.selectInputDevice(name);
+        }
+    });
+
+    auto* sound = section(layout, "Sound Effects");
+    soundEffects_ = new QCheckBox("Enable sound effects");
+    sound->addWidget(soundEffects_);
+    auto* volumeRow = row(sound, "Volume");
+    auto* low = new QLabel;
+    low->setPixmap(symbolPixmap("speaker", 16));
+    volume_ = new QSlider(Qt::Horizontal);
+    volume_->setRange(0, 100);
+    volume_->setMinimumWidth(200);
+    auto* high = new QLabel;
+    high->setPixmap(symbolPixmap("speaker.wave.3", 16));
+    volumeRow->addWidget(low);
+    volumeRow->addWidget(volume_);
+    volumeRow->addWidget(high);
+    connect(soundEffects_, &QCheckBox::toggled, this, [this](bool on) {
+        if (!refreshing_) vm_.setEnableSoundEffects(on);
+    });
+    // The file is written when the slider is let go, not on every step of a drag.
+    connect(volume_, &QSlider::sliderReleased, this, [this] { vm_.setVolume(volume_->value() / 100.0); });
+    connect(volume_, &QSlider::valueChanged, this, [this](int v) {
+        if (!refreshing_ && !volume_->isSliderDown()) vm_.setVolume(v / 100.0);
+    });
+
+    auto* startup = section(layout, "Startup");
+    startAtLogin_ = new QCheckBox("Start Vocle at login");
+    startup->addWidget(startAtLogin_);
+    connect(startAtLogin_, &QCheckBox::toggled, this, [this](bool on) {
+        if (!refreshing_) vm_.setStartAtLogin(on);
+    });
+    error_ = paragraph("", "error");
+    layout->addWidget(error_);
+
+    changed_ = vm_.changed.subscribe([this] { refresh(); });
+    refresh();
+}
+
+void SettingsView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    vm_.load();
+}
+
+void SettingsView::refresh() {
+    refreshing_ = true;
+    loading_->setVisible(vm_.isLoading.get());
+    content_->setVisible(!vm_.isLoading.get());
+    toggleBox_->setParts(vm_.toggleShortcutParts());
+    cancelBox_->setParts(vm_.cancelShortcutParts());
+    useDefault_->setChecked(vm_.useSystemDefault.get());
+
+    devices_->clear();
+    const bool useDefault = vm_.useSystemDefault.get();
+    if (useDefault) devices_->addItem("System default", QString());
+    for (const auto& name : vm_.availableDevices.get()) devices_->addItem(qs(name), qs(name));
+    if (vm_.inputDeviceDisconnected())
+        devices_->addItem(qs(vm_.inputDevice.get() + SettingsViewModel::kNotConnectedSuffix), qs(vm_.inputDevice.get()));
+    const int current = useDefault ? 0 : devices_->findData(qs(vm_.inputDevice.get()));
+    devices_->setCurrentIndex(std::max(0, current));
+    deviceNote_->setText(vm_.inputDeviceDisconnected() && !useDefault
+                             ? "This microphone is not connected. Recording uses the system default until it is back."
+                             : "");
+    deviceNote_->setVisible(!deviceNote_->text().isEmpty());
+
+    soundEffects_->setChecked(vm_.enableSoundEffects.get());
+    volume_->setEnabled(vm_.enableSoundEffects.get());
+    if (!volume_->isSliderDown()) volume_->setValue(static_cast<int>(std::lround(vm_.volume.get() * 100)));
+    startAtLogin_->setChecked(vm_.startAtLogin.get());
+    error_->setText(qs(vm_.errorMessage.get().value_or("")));
+    error_->setVisible(vm_.errorMessage.get().has_value());
+    refreshing_ = false;
+}
+
+void SettingsView::openTogglePicker() {
+    vm_.setShowingShortcutPicker(true);
+    auto picker = vm_.makeShortcutPicker();
+    ShortcutPickerSheet sheet(*picker, this);
+    sheet.exec();
+    vm_.setShowingShortcutPicker(false);
+    refresh();
+}
+
+void SettingsView::openCancelPicker() {
+    vm_.setShowingCancelPicker(true);
+    auto picker = vm_.makeCancelPicker();
+    CancelPickerSheet sheet(*picker, this);
+    sheet.exec();
+    vm_.setShowingCancelPicker(false);
+    refresh();
+}
+
+}  // namespace vocle

@@ -1,0 +1,48 @@
+#pragma once
+
+// Our headers come before Qt's: Qt defines "emit" and "slots" as macros, which are also member
+// names of the foundation's signals.
+#include "foundation/Signal.h"
+#include "screens/SettingsViewModel.h"
+
+#include <QWidget>
+
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QSlider;
+
+namespace vocle {
+
+class KeyCapsView;
+
+class SettingsView : public QWidget {
+    Q_OBJECT
+  public:
+    SettingsView(SettingsViewModel& viewModel, QWidget* parent);
+
+  protected:
+    void showEvent(QShowEvent* event) override;
+
+  private:
+    void refresh();
+    void openTogglePicker();
+    void openCancelPicker();
+
+    SettingsViewModel& vm_;
+    QLabel* loading_;
+    QWidget* content_;
+    KeyCapsView* toggleBox_;
+    KeyCapsView* cancelBox_;
+    QCheckBox* useDefault_;
+    QComboBox* devices_;
+    QLabel* deviceNote_;
+    QCheckBox* soundEffects_;
+    QSlider* volume_;
+    QCheckBox* startAtLogin_;
+    QLabel* error_;
+    bool refreshing_ = false;
+    Subscription changed_;
+};
+
+}  // namespace vocle

@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <thread>
+
+#include "support/desktop/DesktopHarness.h"
+
+using namespace vocle::testing;
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kLibrivox = "/usr/share/pocketsphinx/test/data/librivox";
+// "he was not an ill disposed young man"
+const fs::path kClip = kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wav";
+
+std::string lower(std::string s) {
+    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
+    return s;
+}
+
+size_t countRecordings(const fs::path& folder) {
+    size_t n = 0;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        const auto name = entry.path().filename().string();
+        if (name.rfind("vocle_", 0) == 0 && entry.path().extension() == ".wav" &&
+            name.find("_mic_") == std::string::npos && name.find("_sys_") == std::string::npos)
+            ++n;
+    }
+    return n;
+}
+
+class Dictation : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        desktop = std::make_unique<DesktopHarness>();
+        if (HasFatalFailure()) return;
+        desktop->signIn("e2e@example.com");
+    }
+
+    // Starts a dictation with the default shortcut and waits until the microphone runs.
+    void startDictation() {
+        const size_t from = desktop->logSize();
+        desktop->pressKeys("alt+space");
+        ASSERT_TRUE(desktop->waitForLog("recording started (isRecording = true)", 15s, from)) << desktop->vocleLog();
+    }
+
+    std::unique_ptr<DesktopHarness> desktop;
+};
+
+TEST_F(Dictation, SpeechLandsInTheFocusedWindowOfAnotherApplicationAndInTheHistory) {
+    desktop->startVocle();
+    desktop->openTextTarget();
+    startDictation();
+    desktop->play(kClip);
+    const size_t from = desktop->logSize();
+    desktop->pressKeys("alt+space");
+
+    ASSERT_TRUE(waitFor([&] { return !desktop->targetText().empty(); }, 90s, 50ms)) << desktop->vocleLog();
+    ASSERT_TRUE(desktop->waitForLog("paste simulation completed", 10s, from));
+    const std::string pasted = desktop->targetText();
+    // Recognised from what the microphone heard, not a canned answer.
+    EXPECT_NE(lower(pasted).find("young"), std::string::npos) << pasted;
+    // Exactly one paste, and no modifier of the stop shortcut leaked into the window.
+    EXPECT_EQ(pasted.find('\n'), std::string::npos) << pasted;
+    EXPECT_EQ(desktop->activeWindowName(), "Vocle test target");
+    ASSERT_TRUE(waitFor([&] { return desktop->history().find(pasted) != std::string::npos; }, 10s))
+        << desktop->history();
+}
+
+TEST_F(Dictation, EscapeCancelsWithoutSendingOrPasting) {
+    desktop->startVocle();
+    desktop->openTextTarget();
+    startDictation();
+    desktop->play(kClip);
+    const size_t from = desktop->logSize();
+    desktop->pressKeys("Escape");
+
+    ASSERT_TRUE(desktop->waitForLog("cancelRecording() called", 10s, from)) << desktop->vocleLog();
+    // Give a wrongly continuing pipeline the time a real one needs to paste.
+    EXPECT_FALSE(desktop->waitForLog("starting audio processing", 5s, from));
+    EXPECT_EQ(desktop->vocleLog().find("bytes to backend", from), std::string::npos);
+    EXPECT_EQ(desktop->targetText(), "");
+    EXPECT_EQ(desktop->history().find("young"), std::string::npos);
+}
+
+TEST_F(Dictation, ASilentRecordingIsTreatedAsACancel) {
+    desktop->startVocle();
+    desktop->openTextTarget();
+    startDictation();
+    // Long enough not to count as a short press; the microphone hears only silence meanwhile.
+    std::this_thread::sleep_for(1500ms);
+    const size_t from = desktop->logSize();
+    desktop->pressKeys("alt+space");
+
+    ASSERT_TRUE(desktop->waitForLog("did not exceed threshold", 10s, from)) << desktop->vocleLog();
+    EXPECT_FALSE(desktop->waitForLog("bytes to backend", 3s, from));
+    EXPECT_EQ(desktop->targetText(), "");
+}
+
+TEST_F(Dictation, WithTheBackendDownTheUserIsToldAndTheRecordingIsKept) {
+    desktop->startVocle();
+    desktop->openTextTarget();
+    desktop->stopServer();
+    startDictation();
+    desktop->play(kClip);
+    const size_t from = desktop->logSize();
+    desktop->pressKeys("alt+space");
+
+    ASSERT_TRUE(desktop->waitForLog("transcription failed", 120s, from)) << desktop->vocleLog();
+    EXPECT_EQ(desktop->targetText(), "");
+    EXPECT_GE(countRecordings(desktop->temporaryFolder()), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,178 @@
+#include "support/desktop/DesktopHarness.h"
+
+#include <stdexcept>
+
+#include <unistd.h>
+
+#include <sstream>
+
+namespace vocle::testing {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string readFile(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+
+void require(bool condition, const std::string& message) {
+    if (!condition) throw std::runtime_error(message);
+}
+
+}  // namespace
+
+fs::path DesktopHarness::binary(const std::string& relative) { return fs::path(VOCLE_BINARY_DIR) / relative; }
+
+DesktopHarness::DesktopHarness() {
+    for (const char* sub : {"data", "config", "home", "tmp", "run"}) fs::create_directories(dir_.path() / sub);
+    fs::permissions(dir_.path() / "run", fs::perms::owner_all, fs::perm_options::replace);
+    env_ = {
+        {"XDG_DATA_HOME", (dir_.path() / "data").string()},
+        {"XDG_CONFIG_HOME", (dir_.path() / "config").string()},
+        {"XDG_RUNTIME_DIR", (dir_.path() / "run").string()},
+        {"HOME", (dir_.path() / "home").string()},
+        {"TMPDIR", temporaryFolder().string()},
+        {"QT_QPA_PLATFORM", "xcb"},
+        {"NO_AT_BRIDGE", ""},
+    };
+    startDesktop();
+    startPulseAudio();
+    startServer();
+}
+
+DesktopHarness::~DesktopHarness() {
+    target_.reset();
+    vocle_.reset();
+    stopServer();
+    desktop_.reset();
+}
+
+void DesktopHarness::startDesktop() {
+    DesktopSession::Options options;
+    options.screen = "1440x900x24";
+    desktop_ = std::make_unique<DesktopSession>(options);
+    env_["DISPLAY"] = desktop_->display();
+    env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();
+}
+
+void DesktopHarness::startPulseAudio() {
+    // The test script's daemon (scripts/test.sh starts it); started here when the test runs alone.
+    if (const char* server = std::getenv("PULSE_SERVER"); server && *server) {
+        env_["PULSE_SERVER"] = server;
+    } else {
+        const auto result = runProgram({{std::string(VOCLE_SOURCE_DIR) + "/scripts/start-test-pulseaudio.sh"}}, 30s);
+        std::smatch m;
+        require(std::regex_search(result.output, m, std::regex("export PULSE_SERVER=(\\S+)")),
+                "PulseAudio did not start: " + result.output);
+        env_["PULSE_SERVER"] = m[1];
+    }
+    const auto info = runProgram({{"pactl", "list", "short", "sources"}, env_}, 10s);
+    require(info.output.find("vocle_mic") != std::string::npos, "no virtual microphone: " + info.output);
+}
+
+void DesktopHarness::startServer() {
+    serverConfig_.dataDir = dir_.path() / "server";
+    serverConfig_.listenPort = 0;
+    serverConfig_.modelDir = VOCLE_POCKETSPHINX_MODEL_DIR;
+    server_ = std::make_unique<server::ServerApp>(serverConfig_, clock_);
+    port_ = server_->start();
+    env_["VOCLE_BACKEND_URL"] = backendURL();
+}
+
+void DesktopHarness::stopServer() {
+    if (server_) server_->stop();
+    server_.reset();
+}
+
+std::string DesktopHarness::latestCode() const {
+    std::string code;
+    waitFor(
+        [&] {
+            if (!fs::exists(serverConfig_.outboxDir())) return false;
+            auto newest = fs::file_time_type::min();
+            for (const auto& entry : fs::directory_iterator(serverConfig_.outboxDir())) {
+                // Messages being written are hidden temporary files.
+                if (entry.path().extension() != ".eml") continue;
+                std::error_code error;
+                const auto written = fs::last_write_time(entry.path(), error);
+                if (error) continue;
+                std::smatch m;
+                const std::string text = readFile(entry.path());
+                if (written >= newest &&
+                    std::regex_search(text, m, std::regex("\\n +([0-9]{6})\\r?\\n"))) {
+                    newest = written;
+                    code = m[1];
+                }
+            }
+            return !code.empty();
+        },
+        10s);
+    return code;
+}
+
+void DesktopHarness::signIn(const std::string& email) {
+    ChildProcess::Options options{{binary("tools/vocle-cli/vocle-cli").string(), "signin", email}, env_,
+                                  dir_.path() / "signin.log"};
+    options.keepInputOpen = true;
+    ChildProcess cli(options);
+    const std::string code = latestCode();
+    require(!code.empty(), "no sign-in code was mailed: " + cli.output());
+    cli.writeInput(code + "\n");
+    cli.closeInput();
+    require(cli.waitForExit(60s) == 0, "vocle-cli signin failed: " + cli.output());
+}
+
+void DesktopHarness::startVocle() {
+    vocle_ = std::make_unique<ChildProcess>(
+        ChildProcess::Options{{binary("app/vocle").string()}, env_, dir_.path() / "vocle.log"});
+    require(waitForLog("AppState: Initialization complete!", 60s), "vocle did not finish starting:\n" + vocleLog());
+}
+
+std::string DesktopHarness::vocleLog() const { return readFile(dir_.path() / "vocle.log"); }
+
+bool DesktopHarness::waitForLog(const std::string& text, std::chrono::milliseconds deadline, size_t from) const {
+    return waitFor([&] { return vocleLog().find(text, from) != std::string::npos; }, deadline, 50ms);
+}
+
+fs::path DesktopHarness::openTextTarget(const std::string& wmClass) {
+    targetFile_ = dir_.path() / "target.txt";
+    target_ = std::make_unique<ChildProcess>(ChildProcess::Options{
+        {binary("tests/vocle-test-text-target").string(), targetFile_.string(), wmClass}, env_,
+        dir_.path() / "target.log"});
+    const bool focused = waitFor([&] { return activeWindowName() == "Vocle test target"; }, 20s, 100ms);
+    require(focused, "the text window did not get the focus; active: " + activeWindowName());
+    return targetFile_;
+}
+
+std::string DesktopHarness::targetText() const { return fs::exists(targetFile_) ? readFile(targetFile_) : ""; }
+
+std::string DesktopHarness::activeWindowName() const {
+    auto out = runProgram({{"xdotool", "getactivewindow", "getwindowname"}, env_}, 5s).output;
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+    return out;
+}
+
+void DesktopHarness::pressKeys(const std::string& keys) const {
+    // Held for a moment like a finger would, so the monitors see a real press and release.
+    const auto result = runProgram({{"xdotool", "key", "--delay", "60", keys}, env_}, 10s);
+    require(result.status == 0, "xdotool key " + keys + " failed: " + result.output);
+}
+
+void DesktopHarness::play(const fs::path& file, bool toSpeakers) const {
+    const auto result = runProgram(
+        {{"paplay", "--device=" + std::string(toSpeakers ? "vocle_speaker" : "vocle_mic_feed"), file.string()}, env_},
+        60s);
+    require(result.status == 0, "paplay " + file.string() + " failed: " + result.output);
+}
+
+std::string DesktopHarness::history() const {
+    const fs::path file = dataFolder() / "transcription_history.json";
+    return fs::exists(file) ? readFile(file) : "";
+}
+
+}  // namespace vocle::testing

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <regex>
+#include <string>
+
+#include "app/ServerApp.h"
+#include "foundation/Clock.h"
+#include "support/ChildProcess.h"
+#include "support/DesktopSession.h"
+#include "support/TempDir.h"
+
+namespace vocle::testing {
+
+using namespace std::chrono_literals;
+
+// A whole desktop for one user, private to the test: an X server with a window manager, a session bus,
+// a PulseAudio daemon with a virtual microphone, the real vocle-server with speech recognition, and a
+// data folder already signed in. Everything the harness starts is stopped with it. A part that does not
+// come up throws std::runtime_error with what it printed.
+class DesktopHarness {
+  public:
+    DesktopHarness();
+    ~DesktopHarness();
+
+    // The environment every desktop program of this session gets.
+    const std::map<std::string, std::string>& environment() const { return env_; }
+    std::filesystem::path root() const { return dir_.path(); }
+    std::filesystem::path dataFolder() const { return dir_.path() / "data" / "Vocle"; }
+    std::filesystem::path temporaryFolder() const { return dir_.path() / "tmp"; }
+    std::string backendURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+    void stopServer();
+    // The sign-in code the server mailed last.
+    std::string latestCode() const;
+    void signIn(const std::string& email);
+
+    // Starts `vocle` and waits for its start-up to complete.
+    void startVocle();
+    ChildProcess& vocle() { return *vocle_; }
+    std::string vocleLog() const;
+    bool waitForLog(const std::string& text, std::chrono::milliseconds deadline, size_t from = 0) const;
+    size_t logSize() const { return vocleLog().size(); }
+
+    // A text window of another application, focused; returns the file its text is mirrored to.
+    std::filesystem::path openTextTarget(const std::string& wmClass = "vocle-test-text-target");
+    std::string targetText() const;
+    std::string activeWindowName() const;
+
+    // Key presses through XTest, as a user's keyboard would make them ("alt+space", "Escape").
+    void pressKeys(const std::string& keys) const;
+    // Plays a file into the virtual microphone (or, with `toSpeakers`, to the default output) to the end.
+    void play(const std::filesystem::path& file, bool toSpeakers = false) const;
+
+    std::string history() const;
+
+    static std::filesystem::path binary(const std::string& relative);
+
+  private:
+    void startDesktop();
+    void startPulseAudio();
+    void startServer();
+
+    TempDir dir_;
+    std::map<std::string, std::string> env_;
+    std::unique_ptr<DesktopSession> desktop_;
+    std::unique_ptr<ChildProcess> vocle_;
+    std::unique_ptr<ChildProcess> target_;
+    std::filesystem::path targetFile_;
+    SystemClock clock_;
+    server::ServerConfig serverConfig_;
+    std::unique_ptr<server::ServerApp> server_;
+    int port_ = 0;
+};
+
+}  // namespace vocle::testing
