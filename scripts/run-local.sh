@@ -21,8 +21,8 @@ for _ in $(seq 50); do
     sleep 0.1
 done
 
-if [[ -x $BUILD_DIR/src/vocle ]]; then
-    VOCLE_BACKEND_URL=http://127.0.0.1:8765 "$BUILD_DIR/src/vocle"
+if [[ -x $BUILD_DIR/app/vocle ]]; then
+    VOCLE_BACKEND_URL=http://127.0.0.1:8765 "$BUILD_DIR/app/vocle"
 else
     cat <<MSG
 vocle-server is listening on http://127.0.0.1:8765 (data: $SERVER_DATA).

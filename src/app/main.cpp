@@ -141,7 +141,11 @@ int main(int argc, char** argv) {
     running = &app;
 
     tray = std::make_unique<ui::TrayIcon>(app.statusItem());
-    mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(app),
+    std::vector<InstalledApplication> installed;
+    for (const auto& entry : desktopEntries->installedApplications()) installed.push_back({entry.id, entry.name});
+    app::ScreenServices screens(app, localKeyMonitor, pasteboard, std::move(installed),
+                                QCoreApplication::applicationFilePath().toStdString());
+    mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(screens),
                                                 [&]() { return pasteboard.string(); });
 
     // The launch sequence runs once the event loop turns, then the main window appears.

@@ -138,7 +138,32 @@ QPushButton[role="link"]:hover { text-decoration: underline; }
 QPushButton[role="plain"] { background: transparent; border: none; padding: 2px; }
 QPushButton[role="plain"]:hover { background: rgba(255,255,255,0.08); }
 
+QLabel[role="subtitle"] { color: %5; }
+QLabel[role="sectionTitle"] { font-size: 13px; font-weight: 600; color: #c7c7cc; margin-top: 6px; }
+QLabel[role="fieldLabel"], QLabel[role="columnHeader"] { color: %5; font-size: 12px; }
+QLabel[role="columnHeader"] { font-weight: 600; }
+QLabel[role="rowTitle"] { font-weight: 500; }
+QLabel[role="emptyTitle"] { font-size: 16px; font-weight: 600; }
+QLabel[role="done"] { color: %5; }
+QLabel[role="badge"] { background: rgba(102,92,210,0.30); color: #b3adf5; border-radius: 8px; padding: 2px 8px;
+                       font-size: 11px; }
+QLabel[role="pinnedHeader"] { background: %2; }
+QLabel[role="checkbox"] { border: 1.5px solid #6e6e73; border-radius: 5px; }
+QLabel[role="checkbox"][completed="true"] { background: %8; border-color: %8; }
+
 QFrame[role="card"] { background: %3; border: 1px solid %4; border-radius: 12px; }
+QFrame[role="drawer"] { background: %3; border-left: 1px solid %4; }
+QFrame[role="dropdownList"] { background: %3; border: 1px solid %4; border-radius: 8px; }
+QFrame[role="listRow"], QFrame[role="tableRow"], QFrame[role="checkRow"] { border-radius: 8px; background: transparent;
+                                                                           border: none; }
+QFrame[role="listRow"]:hover, QFrame[role="tableRow"]:hover, QFrame[role="checkRow"][clickable="true"]:hover {
+    background: rgba(255,255,255,0.06); }
+QFrame[role="listRow"][selected="true"] { background: rgba(102,92,210,0.25); }
+QPushButton[role="iconButton"] { background: transparent; border: none; padding: 0; }
+QPushButton[role="iconButton"]:hover { background: rgba(255,255,255,0.08); }
+QPushButton[role="dropdown"] { text-align: left; padding: 6px 10px; }
+QProgressBar { background: %4; border: none; border-radius: 4px; max-height: 8px; text-align: center; }
+QProgressBar::chunk { background: %8; border-radius: 4px; }
 QFrame[role="separator"] { background: %4; max-height: 1px; min-height: 1px; border: none; }
 QWidget[role="overlay"] { background: %2; }
 QWidget[role="sidebar"], #Sidebar { background: %3; border-right: 1px solid %4; }

@@ -19,6 +19,12 @@
 //   QWidget      "overlay"     full-window dimmed cover (loading, sign-in)
 //                "sidebar"     the main window's navigation column
 //   QToolButton  "sidebarItem" a navigation row; checked = selected
+// Roles the screens use as well (src/ui/screens):
+//   QLabel       "subtitle", "sectionTitle", "fieldLabel", "columnHeader", "rowTitle", "emptyTitle",
+//                "done", "badge", "pinnedHeader", "checkbox" (property completed=true fills it)
+//   QFrame       "drawer", "dropdownList", "listRow"/"tableRow"/"checkRow" (hover; listRow selected=true;
+//                checkRow clickable=true)
+//   QPushButton  "iconButton", "dropdown"
 // Object names used by the main window: "MainView", "Sidebar", "DetailArea", "SignInOverlay",
 // "LoadingOverlay". Input widgets (QLineEdit, QTextEdit, QComboBox, QCheckBox, QSpinBox, lists, tables,
 // scroll areas) are styled without a role. Colours are available as constants for custom painting.

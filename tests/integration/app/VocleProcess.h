@@ -48,12 +48,19 @@ inline std::string testPulseServer() {
 // The real `vocle` binary in a private X desktop, against a real vocle-server, with its own data home.
 struct VocleDesktop {
     explicit VocleDesktop(int display)
-        : session(DesktopSession::Options{display, "1440x900x24", true, true, 20.0}), server(withoutSpeech) {
+        : session(options(display)), server(withoutSpeech) {
         std::filesystem::create_directories(home.path() / "data");
         std::filesystem::create_directories(home.path() / "config");
         screenshots = std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots";
         std::filesystem::create_directories(screenshots);
         x = XOpenDisplay(session.display().c_str());
+    }
+    static DesktopSession::Options options(int display) {
+        DesktopSession::Options o;
+        o.display = display;
+        o.screen = "1440x900x24";
+        o.startTimeout = 20.0;
+        return o;
     }
     ~VocleDesktop() {
         if (x) XCloseDisplay(x);
@@ -70,7 +77,7 @@ struct VocleDesktop {
 
     // `name` names the log file (workDir/<name>.log): a symlink to the binary under that name.
     pid_t launch(const std::string& name = "vocle") {
-        const std::filesystem::path binary = std::filesystem::path(VOCLE_BINARY_DIR) / "src" / "vocle";
+        const std::filesystem::path binary = std::filesystem::path(VOCLE_BINARY_DIR) / "app" / "vocle";
         std::filesystem::path program = binary;
         if (name != "vocle") {
             program = session.workDir() / name;
