@@ -12,7 +12,7 @@ pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 pkg_check_modules(POCKETSPHINX pocketsphinx sphinxbase)
 
 # The desktop: Qt 6 (app, ui, and the Qt-backed platform services), X11 with XTest and XInput2, AT-SPI.
-find_package(Qt6 REQUIRED COMPONENTS Core Gui Widgets DBus Svg)
+find_package(Qt6 REQUIRED COMPONENTS Core Gui Widgets DBus Svg Test)
 pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11 xtst xi xfixes)
 pkg_check_modules(ATSPI REQUIRED IMPORTED_TARGET atspi-2 gobject-2.0)
 # vocle-cli talks to the running app over the session bus without Qt.

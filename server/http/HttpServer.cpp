@@ -17,6 +17,7 @@
 
 #include "foundation/Log.h"
 #include "http/ListenSocket.h"
+#include "http/StaticRoutes.h"
 
 namespace vocle::server {
 
@@ -177,6 +178,7 @@ HttpServer::HttpServer(ApiHandlers& api, const HttpLimits& limits)
         res.set_content(toCompactJson(response.body), "application/json");
         requestUser = response.userId;
     };
+    StaticRoutes::fromEnvironment(ProcessEnvironment()).registerOn(*server_);
     for (const char* pattern : {"/.*", ".*"}) {
         server.Get(pattern, handler);
         server.Post(pattern, handler);

@@ -10,6 +10,12 @@
 
 #include "foundation/MainQueue.h"
 
+// Qt defines `emit` and `slots` as macros; set them aside here so this header works in any include order.
+#pragma push_macro("emit")
+#pragma push_macro("slots")
+#undef emit
+#undef slots
+
 namespace vocle {
 
 // RAII: the connection ends when the subscription is destroyed or reset.
@@ -133,3 +139,6 @@ private:
 };
 
 }  // namespace vocle
+
+#pragma pop_macro("slots")
+#pragma pop_macro("emit")

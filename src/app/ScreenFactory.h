@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "application/DictationApp.h"
+#include "platform/events.h"
+#include "screens/AutostartEntry.h"
+#include "screens/ModeDetailViewModel.h"
+#include "screens/PermissionProbe.h"
+#include "screens/ShortcutManagerControl.h"
+#include "ui/MainView.h"
+
+namespace vocle::app {
+
+// What the screens share for the life of the application; each screen's view model is made with its
+// widget and dies with it.
+struct ScreenServices {
+    ScreenServices(DictationApp& app, LocalKeyMonitor& localKeyMonitor, Pasteboard& pasteboard,
+                   std::vector<InstalledApplication> installedApplications, std::string executable);
+
+    DictationApp& app;
+    LocalKeyMonitor& localKeyMonitor;
+    Pasteboard& pasteboard;
+    std::vector<InstalledApplication> installedApplications;
+    SystemPermissionProbe permissions;
+    ShortcutManagerControl<ShortcutManager> shortcuts;
+    AutostartEntry autostart;
+};
+
+ui::ScreenFactory makeScreenFactory(ScreenServices& services);
+
+}  // namespace vocle::app

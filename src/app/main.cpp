@@ -1,0 +1,164 @@
+// The desktop application: Qt's event loop as the main queue, the X11/PulseAudio/Qt platform services,
+// the client graph, and the widgets bound to it.
+
+#include "app/ScreenFactory.h"
+#include "app/UpdateAnnouncer.h"
+#include "application/ClientGraph.h"
+#include "application/DictationApp.h"
+#include "foundation/Environment.h"
+#include "foundation/Log.h"
+#include "platform/linux/DesktopEntryIndex.h"
+#include "platform/linux/NoBrowserScripting.h"
+#include "platform/linux/PulseAudioPlayback.h"
+#include "platform/linux/PulseCapture.h"
+#include "platform/linux/PulseConnection.h"
+#include "platform/linux/PulseCoreAudio.h"
+#include "platform/linux/PulseScreenCapture.h"
+#include "platform/linux/XdgUrlOpener.h"
+#include "platform/x11/AtspiAccessibility.h"
+#include "platform/x11/QtDBusControlBus.h"
+#include "platform/x11/QtLocalKeyMonitor.h"
+#include "platform/x11/QtMainQueue.h"
+#include "platform/x11/QtPasteboard.h"
+#include "platform/x11/X11HotKeys.h"
+#include "platform/x11/X11Workspace.h"
+#include "platform/x11/XInputKeyMonitor.h"
+#include "platform/x11/XTestSyntheticKeys.h"
+#include "ui/MainView.h"
+#include "ui/QtAlerts.h"
+#include "ui/QtIndicatorPanels.h"
+#include "ui/Theme.h"
+#include "ui/TrayIcon.h"
+
+#include <iostream>
+#include <memory>
+
+// Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
+#include <QApplication>
+
+#ifndef VOCLE_VERSION
+#define VOCLE_VERSION "0.0.0"
+#endif
+
+using namespace vocle;
+using namespace vocle::x11;
+
+namespace {
+
+// Stands in when the X server cannot be watched: no application is ever in front, so no mode switches.
+class NoWorkspace final : public Workspace {
+public:
+    std::optional<RunningApplication> frontmostApplication() const override { return std::nullopt; }
+    std::vector<RunningApplication> runningApplications() const override { return {}; }
+    Subscription observeActivations(ActivationHandler) override { return {}; }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QApplication qtApp(argc, argv);
+    QApplication::setApplicationName("Vocle");
+    QApplication::setApplicationVersion(VOCLE_VERSION);
+    QApplication::setDesktopFileName("vocle");
+    // The window may close; dictation, shortcuts, tray and indicator keep running until Quit.
+    QApplication::setQuitOnLastWindowClosed(false);
+    setLogSink(std::make_shared<StdoutLogSink>());
+
+    // One instance per session: a second launch brings the first one's window forward and leaves.
+    QtDBusControlBus controlBus;
+    DictationApp* running = nullptr;
+    ControlHandlers forward;
+    forward.toggle = [&] { if (running) running->controlHandlers().toggle(); };
+    forward.cancel = [&] { if (running) running->controlHandlers().cancel(); };
+    forward.activate = [&] { if (running) running->controlHandlers().activate(); };
+    forward.state = [&]() -> std::string { return running ? running->controlHandlers().state() : kControlStateIdle; };
+    const auto published = controlBus.publish(forward);
+    if (published == ControlBus::PublishResult::alreadyRunning) {
+        const auto result = controlBus.callRunningInstance(ControlMethod::activate);
+        if (result.ok()) {
+            log("Vocle is already running; brought its window to the front");
+            return 0;
+        }
+        std::cerr << "vocle: another instance owns " << kControlBusName << " but did not answer: " << result.message
+                  << "\n";
+        return 1;
+    }
+    if (published == ControlBus::PublishResult::unavailable)
+        log("Session bus unavailable: vocle-cli toggle and single-instance hand-over are off");
+
+    ui::Theme::apply(qtApp);
+    QApplication::setWindowIcon(ui::Theme::originalIcon("vocle"));
+
+    SystemClock clock;
+    QtMainQueue mainQueue(clock);
+    ProcessEnvironment env;
+
+    PulseConnection pulse("Vocle");
+    if (auto error = pulse.ensureConnected()) log("❌ Sound server not reachable: ", error->description);
+    PulseCapture capture(pulse);
+    PulseScreenCapture screenCapture(pulse);
+    PulseCoreAudio coreAudio(pulse);
+    PulseAudioPlayback playback(pulse);
+    ui::QtAlerts alerts(mainQueue);
+    XdgUrlOpener urlOpener;
+    auto desktopEntries = std::make_shared<const DesktopEntryIndex>(DesktopEntryIndex::fromEnvironment(env));
+    std::unique_ptr<Workspace> workspace = X11Workspace::open(mainQueue, desktopEntries);
+    if (!workspace) workspace = std::make_unique<NoWorkspace>();
+    NoBrowserScripting browserScripting;
+    AtspiAccessibility accessibility;
+    auto grabbed = std::make_shared<GrabbedCombinations>();
+    X11HotKeys hotKeys(mainQueue, grabbed);
+    XInputKeyMonitor keyMonitor(mainQueue, grabbed);
+    QtLocalKeyMonitor localKeyMonitor;
+    XTestSyntheticKeys syntheticKeys;
+    QtPasteboard pasteboard;
+    ui::QtIndicatorPanels indicatorPanels;
+
+    ThreadQueues threads;
+    ClientOptions options;
+    options.appVersion = VOCLE_VERSION;
+    ClientGraph graph(
+        PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener, *workspace,
+                         browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor, syntheticKeys,
+                         pasteboard, indicatorPanels, nullptr},
+        threads.refs(), options);
+
+    std::unique_ptr<ui::MainView> mainWindow;
+    std::unique_ptr<ui::TrayIcon> tray;
+    auto raiseMainWindow = [&] {
+        if (!mainWindow) return;
+        mainWindow->show();
+        mainWindow->setWindowState((mainWindow->windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+        mainWindow->raise();
+        mainWindow->activateWindow();
+    };
+    DictationApp app(graph, DictationApp::WindowHooks{
+                                [&] {
+                                    if (mainWindow && mainWindow->isVisible()) raiseMainWindow();
+                                },
+                                raiseMainWindow, [&] { QApplication::quit(); },
+                                [&] { return accessibility.isProcessTrusted(true); }});
+    running = &app;
+
+    tray = std::make_unique<ui::TrayIcon>(app.statusItem());
+    std::vector<InstalledApplication> installed;
+    for (const auto& entry : desktopEntries->installedApplications()) installed.push_back({entry.id, entry.name});
+    app::ScreenServices screens(app, localKeyMonitor, pasteboard, std::move(installed),
+                                QCoreApplication::applicationFilePath().toStdString());
+    mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(screens),
+                                                [&]() { return pasteboard.string(); });
+
+    // The launch sequence runs once the event loop turns, then the main window appears.
+    mainQueue.post([&] {
+        app.applicationDidFinishLaunching();
+        graph.updaterManager().setUserDriver(
+            app::makeUpdateAnnouncer(urlOpener, [&] { return tray ? tray->trayIcon() : nullptr; }, VOCLE_VERSION));
+        mainWindow->show();
+    });
+
+    const int code = QApplication::exec();
+    running = nullptr;
+    mainWindow.reset();
+    tray.reset();
+    return code;
+}

@@ -1,0 +1,158 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backend/AudioFileProcessor.h"
+#include "backend/BackendService.h"
+#include "backend/HttpTransport.h"
+#include "backend/SupportService.h"
+#include "core/AppState.h"
+#include "desktop/ClipboardManager.h"
+#include "desktop/FloatingIndicatorManager.h"
+#include "desktop/FloatingRecordingView.h"
+#include "desktop/IndicatorPanel.h"
+#include "desktop/ShortcutManager.h"
+#include "desktop/UpdaterManager.h"
+#include "foundation/DispatchQueue.h"
+#include "foundation/Environment.h"
+#include "foundation/MainQueue.h"
+#include "foundation/NotificationCenter.h"
+#include "modes/AutoModeManager.h"
+#include "modes/ModeManager.h"
+#include "modes/RandomSource.h"
+#include "modes/SettingsCoordinator.h"
+#include "platform/accessibility.h"
+#include "platform/alerts.h"
+#include "platform/audio.h"
+#include "platform/capture.h"
+#include "platform/core_audio.h"
+#include "platform/events.h"
+#include "platform/screen_capture.h"
+#include "platform/url_opener.h"
+#include "platform/workspace.h"
+#include "recording/BluetoothAudioRouteManager.h"
+#include "recording/SystemAudioController.h"
+#include "storage/DataFolder.h"
+#include "storage/FileStorageManager.h"
+#include "storage/HistoryService.h"
+#include "storage/LocalSettingsStore.h"
+#include "storage/SessionStore.h"
+
+namespace vocle {
+
+// The operating-system services the client runs on. Production passes the X11/PulseAudio/Qt ones,
+// tests pass the fakes of platform/testing. All must outlive the graph.
+struct PlatformServices {
+    MainQueue& mainQueue;
+    const Environment& environment;
+    Capture& capture;
+    ScreenCapture& screenCapture;
+    CoreAudio& coreAudio;
+    AudioPlayback& playback;
+    Alerts& alerts;
+    UrlOpener& urlOpener;
+    Workspace& workspace;
+    BrowserScripting& browserScripting;
+    Accessibility& accessibility;
+    HotKeys& hotKeys;
+    KeyMonitor& keyMonitor;
+    LocalKeyMonitor& localKeyMonitor;
+    SyntheticKeys& syntheticKeys;
+    Pasteboard& pasteboard;
+    IndicatorPanelFactory& indicatorPanels;
+    // The update feed; production uses HttpAppcastFetcher over the graph's own transport when null.
+    AppcastFetcher* appcastFetcher = nullptr;
+};
+
+// Where blocking work runs. ThreadQueues owns the production threads; tests pass manual queues.
+struct ClientQueues {
+    DispatchQueue& background;         // the global queues
+    DispatchQueue& audioConversion;    // "audioConversionQueue"
+    DispatchQueue& systemAudioSamples; // "app.vocleapp.Vocle.SCStreamAudioQueue"
+    DispatchQueue& routeManager;       // "app.vocleapp.Vocle.BluetoothAudioRouteManager"
+};
+
+struct ThreadQueues {
+    BackgroundQueue background{2};
+    SerialThreadQueue audioConversion{"audioConversionQueue"};
+    SerialThreadQueue systemAudioSamples{"app.vocleapp.Vocle.SCStreamAudioQueue"};
+    SerialThreadQueue routeManager{"app.vocleapp.Vocle.BluetoothAudioRouteManager"};
+    ClientQueues refs() { return {background, audioConversion, systemAudioSamples, routeManager}; }
+};
+
+struct ClientOptions {
+    std::string appVersion = "0.0.0";
+    // Default: resolveBackendOrigin(environment).
+    std::optional<std::string> backendURL;
+    // Default: the backend origin.
+    std::optional<std::string> productWebOrigin;
+    // Default: $VOCLE_UPDATE_FEED_URL, else the product web origin plus "/appcast.xml".
+    std::optional<std::string> updateFeedURL;
+    // Default: $XDG_DATA_HOME.
+    std::optional<std::filesystem::path> dataHome;
+    // Default: $TMPDIR, else /tmp.
+    std::optional<std::filesystem::path> temporaryDirectory;
+    // Default: soundSearchDirectories(environment).
+    std::optional<std::vector<std::filesystem::path>> soundDirectories;
+};
+
+// The composition root of the client: every component, built once, in dependency order, and torn down
+// in reverse. Toolkit-free: the desktop application adds only its widgets and window-system services.
+// Constructing it constructs AppState, which starts the sign-in check and the start-up sequence.
+class ClientGraph {
+public:
+    ClientGraph(PlatformServices services, ClientQueues queues, ClientOptions options = {});
+    ~ClientGraph();
+    ClientGraph(const ClientGraph&) = delete;
+    ClientGraph& operator=(const ClientGraph&) = delete;
+
+    PlatformServices services;
+    ClientQueues queues;
+    const std::string appVersion;
+    const std::string backendURL;
+    const std::string productWebOrigin;
+    // The product web origin plus "/docs".
+    std::string docsURL() const { return productWebOrigin + "/docs"; }
+
+    MainQueue& mainQueue() { return services.mainQueue; }
+
+    DataFolder folder;
+    FileStorageManager files;
+    LocalSettingsStore modesStore;
+    SessionStore sessions;
+    HistoryService history;
+    NotificationCenter notifications;
+    SystemRandomSource random;
+
+    std::unique_ptr<HttpTransport> transport;  // the update feed's; the backend keeps its own
+    std::unique_ptr<AppcastFetcher> ownFetcher;
+    std::unique_ptr<BackendService> backend;
+    std::unique_ptr<SupportService> support;
+    std::unique_ptr<SettingsCoordinator> settingsCoordinator;
+    std::unique_ptr<ModeManager> modeManager;
+    std::unique_ptr<SystemAudioController> systemAudio;
+    std::unique_ptr<BluetoothAudioRouteManager> routeManager;
+    std::unique_ptr<AutoModeManager> autoModeManager;
+    std::unique_ptr<ClipboardManager> clipboard;
+    std::unique_ptr<AudioFileProcessor> audioFileProcessor;
+    std::unique_ptr<ShortcutManager> shortcuts;
+    std::unique_ptr<FloatingRecordingView> recordingView;
+    std::unique_ptr<FloatingIndicatorManager> indicator;
+    std::unique_ptr<AppState> appState;
+
+    AppState& state() { return *appState; }
+    // Created on first use, which starts it (the first check follows 5 s later).
+    UpdaterManager& updaterManager();
+    bool hasUpdaterManager() const { return updater_ != nullptr; }
+
+private:
+    AppcastFetcher* fetcher_ = nullptr;
+    std::optional<std::string> feedURL_;
+    std::unique_ptr<UpdaterManager> updater_;
+};
+
+}  // namespace vocle

@@ -1,0 +1,155 @@
+#include "application/DictationApp.h"
+
+#include "core/AppConstants.h"
+#include "foundation/Log.h"
+
+namespace vocle {
+
+DictationApp::DictationApp(ClientGraph& graph, WindowHooks hooks) : graph_(graph), hooks_(std::move(hooks)) {
+    StatusItemController::Hooks h;
+    h.toggleRecording = [this] { appState().toggleRecording(); };
+    h.cancelRecording = [this] { appState().cancelRecording(); };
+    h.signOut = [this] { appState().signOut(); };
+    h.showPermissions = [this] {
+        if (hooks_.activateApplication) hooks_.activateApplication();
+        graph_.notifications.post(Notifications::showPermissions);
+    };
+    h.checkForUpdates = [this] { graph_.updaterManager().checkForUpdates(); };
+    h.openMainWindow = [this] {
+        if (hooks_.openMainWindow) hooks_.openMainWindow();
+    };
+    h.quit = [this] {
+        if (hooks_.quit) hooks_.quit();
+    };
+    h.toggleShortcutText = [this] { return shortcutText(graph_.shortcuts->currentShortcut); };
+    h.cancelShortcutText = [this] { return shortcutText(graph_.shortcuts->cancelShortcut); };
+    statusItem_ = std::make_unique<StatusItemController>(appState().isRecording, std::move(h));
+}
+
+DictationApp::~DictationApp() {
+    // The shortcut handlers point at this object.
+    graph_.shortcuts->toggleRecordingHandler = [] {};
+    graph_.shortcuts->cancelRecordingHandler = [] {};
+}
+
+std::string DictationApp::shortcutText(const Shortcut& shortcut) {
+    std::string text;
+    for (const auto& part : ShortcutManager::displayParts(shortcut.keyCode, shortcut.modifiers)) text += part;
+    return text;
+}
+
+void DictationApp::applicationDidFinishLaunching() {
+    log("Application did finish launching");
+    graph_.updaterManager();
+    log("UpdaterManager initialized for automatic updates");
+    log("Setting up keyboard monitors...");
+    log("Keyboard shortcut monitoring delegated to ShortcutManager");
+    checkAccessibility();
+    // The permissions sheet opens from anywhere (tray, screens) through this notification.
+    showPermissionsObserver_ = graph_.notifications.addObserver(
+        Notifications::showPermissions,
+        token_.guard([this](const Notification&) {
+            showPermissionsWindow.set(true);
+            if (hooks_.activateApplication) hooks_.activateApplication();
+        }),
+        &graph_.mainQueue());
+}
+
+void DictationApp::checkAccessibility() {
+    const bool trusted = graph_.services.accessibility.isProcessTrusted(true);
+    if (trusted) {
+        log("Accessibility permissions granted");
+        return;
+    }
+    log("WARNING: Accessibility permissions not granted. Global shortcuts won't work.");
+    graph_.mainQueue().post(token_.guard([this] { showAccessibilityAlert(); }));
+}
+
+void DictationApp::showAccessibilityAlert() {
+    AlertRequest request;
+    request.title = "Accessibility Permission Required";
+    request.text =
+        "This app needs accessibility permission to detect keyboard shortcuts when other apps are active. "
+        "Please enable it in System Settings > Privacy & Security > Accessibility.";
+    request.style = AlertStyle::informational;
+    request.buttons = {"Open System Settings", "Cancel"};
+    graph_.services.alerts.show(request, token_.guard([this](int response) {
+        if (response != 0) return;
+        // Where the desktop lets us, switch the accessibility bus on directly; otherwise open its settings.
+        if (hooks_.enableAccessibility && hooks_.enableAccessibility()) {
+            log("Accessibility enabled on the session bus");
+            return;
+        }
+        graph_.services.urlOpener.openURL(kAccessibilitySettingsURL);
+    }));
+}
+
+void DictationApp::mainViewAppeared() {
+    log("MainView appeared");
+    graph_.indicator->setup(appState().isRecording, appState().isProcessing);
+    if (!statusItemBound_) {
+        statusItemBound_ = true;
+        statusItem_->bind();
+    }
+    notificationObserver_.reset();
+    notificationObserver_ = graph_.notifications.addObserver(
+        Notifications::toggleRecording,
+        token_.guard([this](const Notification&) {
+            log("Received toggleRecording notification in global observer");
+            appState().toggleRecording();
+        }),
+        &graph_.mainQueue());
+    registerAppState();
+    graph_.shortcuts->toggleRecordingHandler = token_.guard([this] { appState().toggleRecording(); });
+    graph_.shortcuts->cancelRecordingHandler = token_.guard([this] {
+        if (appState().isRecording.get()) appState().cancelRecording();
+    });
+}
+
+void DictationApp::registerAppState() {
+    log("AppDelegate registered app state toggle handler");
+}
+
+void DictationApp::mainViewDisappeared() {
+    log("MainView disappeared but keeping notification observer active");
+}
+
+void DictationApp::menuToggleRecording() {
+    log("Menu command: Toggle Recording");
+    appState().toggleRecording();
+}
+
+void DictationApp::menuCancelRecording() {
+    log("Menu command: Cancel Recording");
+    if (appState().isRecording.get()) appState().cancelRecording();
+}
+
+bool DictationApp::canCancelRecording() const { return graph_.appState->isRecording.get(); }
+
+void DictationApp::menuShowPermissions() { showPermissionsWindow.set(true); }
+
+void DictationApp::menuCheckForUpdates() { graph_.updaterManager().checkForUpdates(); }
+
+void DictationApp::menuSignOut() {
+    log("Menu command: Sign Out");
+    appState().signOut();
+}
+
+ControlHandlers DictationApp::controlHandlers() {
+    ControlHandlers handlers;
+    handlers.toggle = token_.guard([this] { appState().toggleRecording(); });
+    handlers.cancel = token_.guard([this] {
+        if (appState().isRecording.get()) appState().cancelRecording();
+    });
+    handlers.activate = token_.guard([this] {
+        if (hooks_.openMainWindow) hooks_.openMainWindow();
+    });
+    handlers.state = [this]() -> std::string {
+        if (appState().isRecording.get()) return kControlStateRecording;
+        if (appState().isProcessing.get()) return kControlStateProcessing;
+        return kControlStateIdle;
+    };
+    return handlers;
+}
+
+}  // namespace vocle

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "foundation/Signal.h"
+
+namespace vocle {
+
+// The tray icon's menu as data: titles, order, enabling and the icon state. A tray widget draws it and
+// calls trigger() with the chosen entry. Main queue only.
+class StatusItemController {
+public:
+    enum class Action { toggleRecording, cancelRecording, showPermissions, checkForUpdates, openMainWindow, signOut, quit };
+
+    struct Entry {
+        bool separator = false;
+        Action action = Action::toggleRecording;
+        std::string title;
+        std::string shortcutText;  // shown after the title, in the secondary colour; never a key equivalent
+        bool enabled = true;
+    };
+
+    // What the menu acts on. Every hook may be empty (a vanished state makes its entries no-ops).
+    struct Hooks {
+        std::function<void()> toggleRecording;
+        std::function<void()> cancelRecording;
+        std::function<void()> signOut;
+        std::function<void()> showPermissions;
+        std::function<void()> checkForUpdates;
+        std::function<void()> openMainWindow;
+        std::function<void()> quit;
+        // The current shortcuts as shown on key caps ("⌥Space", "Esc").
+        std::function<std::string()> toggleShortcutText;
+        std::function<std::string()> cancelShortcutText;
+    };
+
+    static constexpr const char* kTooltip = "Vocle";
+
+    StatusItemController(Observable<bool>& isRecording, Hooks hooks);
+
+    // Subscribes to the recording flag (idempotent updates; binding twice is harmless).
+    void bind();
+    // Re-reads the shortcut texts (after the user changed a shortcut).
+    void refreshShortcuts();
+
+    const std::vector<Entry>& menu() const { return menu_; }
+    bool isRecording() const { return isRecording_; }
+    // Fired after the menu or the icon state changed.
+    Signal<> changed;
+
+    void trigger(Action action);
+    void updateForRecording(bool isRecording);
+
+private:
+    void rebuild();
+
+    Observable<bool>& recordingFlag_;
+    Hooks hooks_;
+    bool isRecording_ = false;
+    std::vector<Entry> menu_;
+    std::vector<Subscription> cancellables_;
+};
+
+}  // namespace vocle
