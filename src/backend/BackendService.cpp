@@ -71,12 +71,13 @@ VerifyOTPResult VerifyOTPResult::fromResponse(bool isHttp, long status, const st
 }
 
 BackendService::BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
-                               SessionStore& sessionStore, const FileStorageManager& files)
+                               SessionStore& sessionStore, const FileStorageManager& files,
+                               std::shared_ptr<HttpClient> http)
     : baseURL_(std::move(baseURL)),
       appVersion_(std::move(appVersion)),
       mainQueue_(mainQueue),
       sessionStore_(sessionStore),
-      transport_(std::make_shared<HttpTransport>()) {
+      transport_(http ? std::move(http) : std::make_shared<HttpTransport>()) {
     if (auto session = sessionStore_.load()) {
         accessToken_ = session->accessToken;
         refreshToken_ = session->refreshToken;
@@ -111,7 +112,7 @@ std::vector<std::string> BackendService::commonHeaders() const {
 
 Subscription BackendService::subscriptionFor(const std::shared_ptr<Operation>& op) {
     return Subscription(
-        [weakOp = std::weak_ptr<Operation>(op), weakTransport = std::weak_ptr<HttpTransport>(transport_)] {
+        [weakOp = std::weak_ptr<Operation>(op), weakTransport = std::weak_ptr<HttpClient>(transport_)] {
             auto op = weakOp.lock();
             if (!op || op->done) return;
             op->done = true;
@@ -419,7 +420,7 @@ Subscription BackendService::sendOTP(const std::string& email, std::function<voi
                 });
             });
     }
-    return Subscription([call, weakTransport = std::weak_ptr<HttpTransport>(transport_)] {
+    return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;
         call->done = true;
         if (auto transport = weakTransport.lock(); transport && call->transferId)
@@ -454,7 +455,7 @@ Subscription BackendService::verifyOTP(const std::string& email, const std::stri
                 });
             });
     }
-    return Subscription([call, weakTransport = std::weak_ptr<HttpTransport>(transport_)] {
+    return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;
         call->done = true;
         if (auto transport = weakTransport.lock(); transport && call->transferId)

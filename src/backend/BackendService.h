@@ -20,7 +20,7 @@
 
 namespace vocle {
 
-class HttpTransport;
+class HttpClient;
 struct HttpResponse;
 
 // A request body serialised once and shared by every attempt.
@@ -54,9 +54,11 @@ class BackendService {
     static constexpr int kMaxAttempts = 4;
     static constexpr double kRetryBudgetSeconds = 120.0;
 
-    // Reads the stored session's tokens and the device id; `baseURL` has no trailing slash.
+    // Reads the stored session's tokens and the device id; `baseURL` has no trailing slash. Without an
+    // `http` client the requests go through libcurl (HttpTransport).
     BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
-                   SessionStore& sessionStore, const FileStorageManager& files);
+                   SessionStore& sessionStore, const FileStorageManager& files,
+                   std::shared_ptr<HttpClient> http = nullptr);
     ~BackendService();
     BackendService(const BackendService&) = delete;
     BackendService& operator=(const BackendService&) = delete;
@@ -163,7 +165,7 @@ class BackendService {
     std::string appVersion_;
     MainQueue& mainQueue_;
     SessionStore& sessionStore_;
-    std::shared_ptr<HttpTransport> transport_;
+    std::shared_ptr<HttpClient> transport_;
     OwnerToken owner_;
 };
 
