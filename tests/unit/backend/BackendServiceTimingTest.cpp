@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "FakeBackendHarness.h"
 
 namespace vocle {
@@ -130,6 +132,61 @@ TEST_F(BackendServiceTiming, AnswersArriveInTheirOwnOrderAndRotateTheStoredToken
     EXPECT_EQ(network->sent().back().request.header("Authorization"), "Bearer acc-2;refresh=ref-2");
     EXPECT_EQ(network->sent().back().request.header("X-Device-Id"), files.deviceId());
     EXPECT_EQ(network->sent().back().request.header("X-App-Version"), "9.9.9");
+}
+
+TEST_F(BackendServiceTiming, ARefusedSessionIsReportedOnceAfterTheRefusedCallsUntilNewTokensArrive) {
+    signIn();
+    std::vector<std::string> events;
+    auto watch = service().sessionRejected.subscribe([&] { events.push_back("rejected"); });
+    auto record = [&](const char* name) {
+        return [&events, name](Result<SettingsEnvelope, BackendError> r) {
+            EXPECT_EQ(r.error().kind, BackendError::Kind::authenticationFailed);
+            events.push_back(name);
+        };
+    };
+    auto s1 = service().fetchSettings(record("first"));
+    auto s2 = service().fetchSettings(record("second"));
+    network->answer(0, FakeHttpTransport::response(401, R"({"error": "expired"})"));
+    network->answer(1, FakeHttpTransport::response(401, R"({"error": "expired"})"), 1.0);
+    queue.runUntilIdle();
+    EXPECT_EQ(events, (std::vector<std::string>{"first", "rejected"}));
+    queue.advance(1.0);
+    EXPECT_EQ(events, (std::vector<std::string>{"first", "rejected", "second"}));
+
+    network->replyStatus(401);
+    auto s3 = service().fetchSettings(record("third"));
+    queue.runUntilIdle();
+    EXPECT_EQ(std::count(events.begin(), events.end(), "rejected"), 1)
+        << "the same session, not reported again";
+
+    // Signed out: a call without a token is refused before the network, and not reported again either.
+    service().setAccessToken("");
+    auto s4 = service().fetchSettings(record("signed out"));
+    queue.runUntilIdle();
+    EXPECT_EQ(network->sent().size(), 3u);
+    EXPECT_EQ(std::count(events.begin(), events.end(), "rejected"), 1);
+
+    // A new session that is refused in turn is reported again.
+    service().setAccessToken("acc-2");
+    network->replyStatus(401);
+    auto s5 = service().fetchSettings(record("new session"));
+    queue.runUntilIdle();
+    EXPECT_EQ(events.back(), "rejected");
+    EXPECT_EQ(std::count(events.begin(), events.end(), "rejected"), 2);
+}
+
+TEST_F(BackendServiceTiming, ACallWithoutATokenIsReportedAsARefusedSession) {
+    int rejections = 0;
+    auto watch = service().sessionRejected.subscribe([&] { ++rejections; });
+    std::optional<Result<BackupResponse, BackendError>> backup;
+    auto s1 = service().backupSettings(SettingsDoc{}, std::nullopt, [&](auto r) { backup = r; });
+    auto s2 = service().transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [](auto) {});
+    EXPECT_EQ(rejections, 0) << "reported on the queue, not inside the call";
+    queue.runUntilIdle();
+    ASSERT_TRUE(backup);
+    EXPECT_EQ(backup->error().kind, BackendError::Kind::authenticationFailed);
+    EXPECT_EQ(rejections, 1);
+    EXPECT_TRUE(network->sent().empty());
 }
 
 TEST_F(BackendServiceTiming, SignInRequestsAnswerOnceWhenTheirAnswerArrives) {

@@ -38,7 +38,8 @@ struct StartupHarness : EngineHarness {
     std::unique_ptr<AppState> app;
 
     void build() {
-        backend = std::make_unique<BackendService>("https://backend.test", "", queue, sessions, storage, network);
+        backend =
+            std::make_unique<BackendService>("https://backend.test", "", queue, sessions, storage, network);
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modes = std::make_unique<ModeManager>(queue, notifications, modesStore, storage, *coordinator);
         autoModes = std::make_unique<AutoModeManager>(queue, background, notifications, workspace, scripting,
@@ -153,7 +154,8 @@ TEST(AppStateStartupUnit, SignOutClearsTheSessionAndTheClientsTokens) {
     EXPECT_TRUE(h.logs->contains("AppState: Sign out complete - user will see sign-in screen"));
 }
 
-const char* kEnvelopeWithTemplates = R"({"settings_version": 1, "templates_version": 7, "templates": {"mode_types": [
+const char* kEnvelopeWithTemplates =
+    R"({"settings_version": 1, "templates_version": 7, "templates": {"mode_types": [
     {"id": "22222222-2222-2222-2222-222222222222", "name": "Clean", "prompt": "Remove fillers.",
      "language": "English", "display": true}]}})";
 
@@ -174,11 +176,13 @@ TEST(AppStateStartupUnit, ABackendFailureIsShownAfterTheLastRetryAndTryAgainRuns
     h.queue.advance(0.1);
     ASSERT_EQ(h.network->sent().size(), 4u);
     EXPECT_DOUBLE_EQ(h.network->sent()[3].sentAt - start, 7.0);
-    EXPECT_EQ(h.app->initializationError.get(), "Our servers are having issues. Please try again in a moment.");
+    EXPECT_EQ(h.app->initializationError.get(),
+              "Our servers are having issues. Please try again in a moment.");
     EXPECT_TRUE(h.app->isInitializing.get());
     EXPECT_FALSE(h.app->requiresSignIn.get());
     EXPECT_TRUE(h.sessions.load().has_value()) << "a server failure keeps the user signed in";
-    EXPECT_TRUE(h.logs->contains("AppState: Initialization failed: serverError(status: 503, message: \"down\")"));
+    EXPECT_TRUE(
+        h.logs->contains("AppState: Initialization failed: serverError(status: 503, message: \"down\")"));
     EXPECT_FALSE(std::filesystem::exists(h.settingsFile())) << "nothing past step A ran";
 
     // "Try Again": the error goes at once, the new run fetches again and goes on to steps B and C.
@@ -212,6 +216,38 @@ TEST(AppStateStartupUnit, ABackendFailureIsShownAfterTheLastRetryAndTryAgainRuns
     EXPECT_TRUE(h.logs->contains("SettingsCoordinator: Cloud backup successful, version 2"));
 }
 
+TEST(AppStateStartupUnit, AStartUpAndABackupRefusedTogetherSignOutOnce) {
+    StartupHarness h;
+    h.sessions.save({"access-1", "refresh-1", "user-42", "ada@example.org"});
+    h.build();
+    h.queue.runUntilIdle();
+    h.coordinator->scheduleBackup(h.app->settingsDocument());
+    h.queue.advance(1.5);
+    ASSERT_EQ(h.network->waiting().size(), 2u);
+    int sessionChanges = 0;
+    auto watch = h.sessions.sessionDidChange.subscribe([&] { ++sessionChanges; });
+
+    h.network->answer(0, FakeHttpTransport::response(401, R"({"error": "expired"})"));
+    h.network->answer(1, FakeHttpTransport::response(401, R"({"error": "expired"})"));
+    h.queue.runUntilIdle();
+    EXPECT_EQ(h.logs->count("AppState: Signing out user"), 1u);
+    EXPECT_EQ(h.logs->count("AppState: Sign out complete - user will see sign-in screen"), 1u);
+    EXPECT_EQ(sessionChanges, 1);
+    EXPECT_TRUE(h.logs->contains("AppState: Initialization failed: authenticationFailed"));
+    EXPECT_TRUE(h.logs->contains("SettingsCoordinator: Cloud backup failed - Please sign in again."));
+    EXPECT_TRUE(h.app->requiresSignIn.get());
+    EXPECT_TRUE(h.app->isInitializing.get());
+    EXPECT_FALSE(h.app->initializationError.get().has_value()) << "sign-out clears the error it followed";
+    EXPECT_FALSE(h.sessions.load().has_value());
+    EXPECT_EQ(h.backend->accessToken(), "");
+
+    // Edits made while signed out schedule nothing, so no refused backup follows.
+    h.app->vocabulary.set(std::string("offline"));
+    h.queue.advance(10.0);
+    EXPECT_EQ(h.network->sent().size(), 2u);
+    EXPECT_EQ(h.logs->count("AppState: Signing out user"), 1u);
+}
+
 TEST(AppStateStartupUnit, WithTwoRunsUnderWayTheLastToFinishDecides) {
     StartupHarness h;
     h.sessions.save({"access-1", "refresh-1", "user-42", "ada@example.org"});
@@ -228,7 +264,8 @@ TEST(AppStateStartupUnit, WithTwoRunsUnderWayTheLastToFinishDecides) {
     EXPECT_FALSE(h.app->initializationError.get().has_value());
     h.queue.advance(1.0);
     EXPECT_EQ(h.app->initializationError.get(), "Something went wrong. Please try again.");
-    EXPECT_EQ(h.logs->count("AppState: Initialization failed: serverError(status: 404, message: \"gone\")"), 1u);
+    EXPECT_EQ(h.logs->count("AppState: Initialization failed: serverError(status: 404, message: \"gone\")"),
+              1u);
 }
 
 }  // namespace
