@@ -1,6 +1,7 @@
 #include "platform/testing/FakeHttpTransport.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace vocle::testing {
 
