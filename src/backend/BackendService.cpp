@@ -71,12 +71,13 @@ VerifyOTPResult VerifyOTPResult::fromResponse(bool isHttp, long status, const st
 }
 
 BackendService::BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
-                               SessionStore& sessionStore, const FileStorageManager& files)
+                               SessionStore& sessionStore, const FileStorageManager& files,
+                               std::shared_ptr<HttpClient> http)
     : baseURL_(std::move(baseURL)),
       appVersion_(std::move(appVersion)),
       mainQueue_(mainQueue),
       sessionStore_(sessionStore),
-      transport_(std::make_shared<HttpTransport>()) {
+      transport_(http ? std::move(http) : std::make_shared<HttpTransport>()) {
     if (auto session = sessionStore_.load()) {
         accessToken_ = session->accessToken;
         refreshToken_ = session->refreshToken;
@@ -90,8 +91,21 @@ const std::map<std::string, std::string>& BackendService::languageCodeMapping() 
     return vocle::languageCodeMapping();
 }
 
+void BackendService::setAccessToken(std::string token) {
+    if (!token.empty()) rejectionReported_ = false;
+    accessToken_ = std::move(token);
+}
+
+void BackendService::reportRejectedSession() {
+    if (rejectionReported_) return;
+    rejectionReported_ = true;
+    // Posted: the refused call's own completion (and its log line) comes first.
+    mainQueue_.post(owner_.guard([this] { sessionRejected.emit(); }));
+}
+
 void BackendService::updateTokens(const std::string& accessToken, const std::string& refreshToken) {
     if (accessToken.empty() || refreshToken.empty()) return;
+    rejectionReported_ = false;
     accessToken_ = accessToken;
     refreshToken_ = refreshToken;
     sessionStore_.updateTokens(accessToken, refreshToken);
@@ -111,7 +125,7 @@ std::vector<std::string> BackendService::commonHeaders() const {
 
 Subscription BackendService::subscriptionFor(const std::shared_ptr<Operation>& op) {
     return Subscription(
-        [weakOp = std::weak_ptr<Operation>(op), weakTransport = std::weak_ptr<HttpTransport>(transport_)] {
+        [weakOp = std::weak_ptr<Operation>(op), weakTransport = std::weak_ptr<HttpClient>(transport_)] {
             auto op = weakOp.lock();
             if (!op || op->done) return;
             op->done = true;
@@ -225,7 +239,10 @@ std::optional<BackendError> BackendService::classify(const HttpResponse& respons
     if (access && refresh && !access->empty() && !refresh->empty()) updateTokens(*access, *refresh);
 
     const long status = response.status;
-    if (status == 401) return BackendError::authenticationFailed();
+    if (status == 401) {
+        reportRejectedSession();
+        return BackendError::authenticationFailed();
+    }
     if (status >= 200 && status <= 299) {
         try {
             decode(parseJson(response.body));
@@ -306,7 +323,9 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
 
     if (accessToken_.empty()) {
         log("ERROR: Access token is empty");
-        return fail(BackendError::authenticationFailed());
+        auto subscription = fail(BackendError::authenticationFailed());
+        reportRejectedSession();
+        return subscription;
     }
     const std::string url = baseURL_ + "/transcribe";
     if (!HttpTransport::isValidURL(url)) {
@@ -343,8 +362,11 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
 }
 
 Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completion) {
-    if (accessToken_.empty())
-        return deliverError(BackendError::authenticationFailed(), std::move(completion));
+    if (accessToken_.empty()) {
+        auto subscription = deliverError(BackendError::authenticationFailed(), std::move(completion));
+        reportRejectedSession();
+        return subscription;
+    }
     const std::string url = baseURL_ + "/settings";
     if (!HttpTransport::isValidURL(url))
         return deliverError(BackendError::invalidURL(), std::move(completion));
@@ -355,8 +377,11 @@ Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completi
 Subscription BackendService::backupSettings(const SettingsDoc& settings,
                                             std::optional<int64_t> ifMatchVersion,
                                             Completion<BackupResponse> completion) {
-    if (accessToken_.empty())
-        return deliverError(BackendError::authenticationFailed(), std::move(completion));
+    if (accessToken_.empty()) {
+        auto subscription = deliverError(BackendError::authenticationFailed(), std::move(completion));
+        reportRejectedSession();
+        return subscription;
+    }
     const std::string url = baseURL_ + "/settings";
     if (!HttpTransport::isValidURL(url))
         return deliverError(BackendError::invalidURL(), std::move(completion));
@@ -419,7 +444,7 @@ Subscription BackendService::sendOTP(const std::string& email, std::function<voi
                 });
             });
     }
-    return Subscription([call, weakTransport = std::weak_ptr<HttpTransport>(transport_)] {
+    return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;
         call->done = true;
         if (auto transport = weakTransport.lock(); transport && call->transferId)
@@ -454,7 +479,7 @@ Subscription BackendService::verifyOTP(const std::string& email, const std::stri
                 });
             });
     }
-    return Subscription([call, weakTransport = std::weak_ptr<HttpTransport>(transport_)] {
+    return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;
         call->done = true;
         if (auto transport = weakTransport.lock(); transport && call->transferId)

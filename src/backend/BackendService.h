@@ -20,7 +20,7 @@
 
 namespace vocle {
 
-class HttpTransport;
+class HttpClient;
 struct HttpResponse;
 
 // A request body serialised once and shared by every attempt.
@@ -54,9 +54,11 @@ class BackendService {
     static constexpr int kMaxAttempts = 4;
     static constexpr double kRetryBudgetSeconds = 120.0;
 
-    // Reads the stored session's tokens and the device id; `baseURL` has no trailing slash.
+    // Reads the stored session's tokens and the device id; `baseURL` has no trailing slash. Without an
+    // `http` client the requests go through libcurl (HttpTransport).
     BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
-                   SessionStore& sessionStore, const FileStorageManager& files);
+                   SessionStore& sessionStore, const FileStorageManager& files,
+                   std::shared_ptr<HttpClient> http = nullptr);
     ~BackendService();
     BackendService(const BackendService&) = delete;
     BackendService& operator=(const BackendService&) = delete;
@@ -64,7 +66,8 @@ class BackendService {
     const std::string& baseURL() const { return baseURL_; }
     const std::string& accessToken() const { return accessToken_; }
     const std::string& refreshToken() const { return refreshToken_; }
-    void setAccessToken(std::string token) { accessToken_ = std::move(token); }
+    // A non-empty access token is a new session: a later rejection is reported again.
+    void setAccessToken(std::string token);
     void setRefreshToken(std::string token) { refreshToken_ = std::move(token); }
     const std::string& deviceId() const { return deviceId_; }
     const std::string& appVersion() const { return appVersion_; }
@@ -72,6 +75,11 @@ class BackendService {
 
     // Token rotation: both non-empty or nothing happens; the stored session follows.
     void updateTokens(const std::string& accessToken, const std::string& refreshToken);
+
+    // The session held was refused: a 401, or a call that needs a token made without one. Fires on the
+    // main queue after the refused call's completion, once per session (until new tokens are set), so
+    // that however many calls fail together the user is signed out once.
+    Signal<> sessionRejected;
 
     // POST "/transcribe". The audio is consumed: the Base64 body is built once and the raw bytes released.
     [[nodiscard]] Subscription transcribeAudio(std::string audioData, const Mode& mode,
@@ -155,15 +163,17 @@ class BackendService {
     std::optional<BackendError> classify(const HttpResponse& response, const Decoder& decode);
     std::vector<std::string> commonHeaders() const;
     void finish(const std::shared_ptr<Operation>& op, std::optional<BackendError> error);
+    void reportRejectedSession();
 
     const std::string baseURL_;
     std::string accessToken_;
     std::string refreshToken_;
+    bool rejectionReported_ = false;
     std::string deviceId_;
     std::string appVersion_;
     MainQueue& mainQueue_;
     SessionStore& sessionStore_;
-    std::shared_ptr<HttpTransport> transport_;
+    std::shared_ptr<HttpClient> transport_;
     OwnerToken owner_;
 };
 

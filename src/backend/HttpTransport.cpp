@@ -60,12 +60,6 @@ struct HttpTransport::Transfer {
     }
 };
 
-std::optional<std::string> HttpResponse::header(const std::string& lowerCaseName) const {
-    auto it = headers.find(lowerCaseName);
-    if (it == headers.end()) return std::nullopt;
-    return it->second;
-}
-
 bool HttpTransport::isValidURL(const std::string& url) {
     globalInitOnce();
     CURLU* handle = curl_url();

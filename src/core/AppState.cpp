@@ -23,7 +23,8 @@ AppState::AppState(AppStateDependencies deps) : d_(std::move(deps)) {
     subscribeToSettingsChanges();
     sessionCancellable_ =
         d_.sessions.sessionDidChange.subscribe(token_.guard([this] { updateSignInState(); }), &d_.mainQueue);
-    d_.settingsCoordinator.setSignOutHandler(token_.guard([this] { signOut(); }));
+    // The one path from a refused session to the sign-in screen, whichever request was refused.
+    rejectionCancellable_ = d_.backend.sessionRejected.subscribe(token_.guard([this] { signOut(); }));
     updateSignInState();
     subscribeToSelectedTab();
 }
@@ -255,13 +256,13 @@ void AppState::continueAfterTemplates(uint64_t run, const Result<SettingsEnvelop
     d_.mainQueue.post(token_.guard([this, run] { initializationRuns_.erase(run); }));
     if (!result.ok()) {
         const auto& error = result.error();
-        initializationFailed(debugDescription(error), error.errorDescription(),
-                             error.kind == BackendError::Kind::authenticationFailed);
+        // A refused session also signs out, through the backend client's report.
+        initializationFailed(debugDescription(error), error.errorDescription());
         return;
     }
     const auto& templates = result.value().templates;
     if (!templates) {
-        initializationFailed("noTemplates", InitializationError::noTemplates().description(), false);
+        initializationFailed("noTemplates", InitializationError::noTemplates().description());
         return;
     }
     // The settings half of the envelope is ignored on purpose: local files are the source of truth and
@@ -293,12 +294,10 @@ void AppState::finishInitialization() {
     initializationError.set(std::nullopt);
 }
 
-void AppState::initializationFailed(const std::string& debugText, const std::string& userMessage,
-                                    bool authenticationFailed) {
+void AppState::initializationFailed(const std::string& debugText, const std::string& userMessage) {
     log("AppState: Initialization failed: ", debugText);
     // The loading overlay stays (isInitializing remains true) and offers "Try Again".
     initializationError.set(userMessage);
-    if (authenticationFailed) signOut();
 }
 
 void AppState::loadLocalSettings() {
@@ -347,8 +346,7 @@ void AppState::createDefaultSettings() {
 
 void AppState::signOut() {
     log("AppState: Signing out user");
-    d_.storage.clearSession();
-    d_.sessions.sessionDidChange.emit();
+    d_.sessions.clear();
     d_.backend.setAccessToken("");
     d_.backend.setRefreshToken("");
     isInitializing.set(true);

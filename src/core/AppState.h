@@ -105,8 +105,7 @@ private:
     void startInitialization();
     void continueAfterTemplates(uint64_t run, const Result<SettingsEnvelope, BackendError>& result);
     void finishInitialization();
-    void initializationFailed(const std::string& debugDescription,
-                              const std::string& userMessage, bool authenticationFailed);
+    void initializationFailed(const std::string& debugDescription, const std::string& userMessage);
     void loadLocalSettings();
     void createDefaultSettings();
     void subscribeToModes();
@@ -121,6 +120,7 @@ private:
     Subscription modesViewModelCancellable_;
     TimerHandle settingsSaveDebounce_;
     Subscription sessionCancellable_;
+    Subscription rejectionCancellable_;
     // Start-up runs still waiting for the backend; a "Try Again" during one lets both finish.
     std::map<uint64_t, Subscription> initializationRuns_;
     uint64_t nextInitializationRun_ = 0;

@@ -26,12 +26,8 @@ void SettingsCoordinator::finished(uint64_t id, const Result<BackupResponse, Bac
     if (result.ok()) {
         log("SettingsCoordinator: Cloud backup successful, version ", result.value().settingsVersion);
     } else {
+        // A refused session is the backend client's to report (BackendService::sessionRejected).
         log("SettingsCoordinator: Cloud backup failed - ", result.error().errorDescription());
-        if (result.error().kind == BackendError::Kind::authenticationFailed) {
-            main_.post(token_.guard([this] {
-                if (signOut_) signOut_();
-            }));
-        }
     }
     // Released after this call returns: the subscription is still delivering.
     if (cancellables_.count(id)) {

@@ -24,10 +24,6 @@ class SettingsCoordinator {
     // Replaces any pending document; the upload starts kBackupDelay seconds after the last call.
     void scheduleBackup(SettingsDoc doc);
 
-    // What ends the session when the backend rejects it (the application state's sign-out). It is
-    // called on the main queue, once per rejected upload.
-    void setSignOutHandler(std::function<void()> handler) { signOut_ = std::move(handler); }
-
     bool hasPendingBackup() const { return saveDebouncer_.isActive(); }
     size_t uploadsInFlight() const { return cancellables_.size(); }
 
@@ -39,7 +35,6 @@ class SettingsCoordinator {
 
     MainQueue& main_;
     BackendService& backend_;
-    std::function<void()> signOut_;
     TimerHandle saveDebouncer_;
     // Running uploads are never cancelled by a newer schedule; each lives here until it answers.
     std::map<uint64_t, Subscription> cancellables_;

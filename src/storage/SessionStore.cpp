@@ -38,4 +38,9 @@ void SessionStore::updateTokens(const std::string& accessToken, const std::strin
     save(SupabaseSession{accessToken, refreshToken, stored->userId, stored->email});
 }
 
+void SessionStore::clear() {
+    files_.clearSession();
+    sessionDidChange.emit();
+}
+
 }  // namespace vocle

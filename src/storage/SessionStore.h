@@ -30,8 +30,10 @@ public:
     void save(const SupabaseSession& session);
     // Token rotation: rewrites only when a session is stored and a token differs.
     void updateTokens(const std::string& accessToken, const std::string& refreshToken);
+    // Sign-out: deletes "session.json" and announces the change.
+    void clear();
 
-    // Fires after every save, on the saving thread; sign-out fires it too (from the application state).
+    // Fires after every save and after clear(), on the calling thread.
     Signal<> sessionDidChange;
 
 private:

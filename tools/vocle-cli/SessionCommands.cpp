@@ -17,7 +17,6 @@ namespace vocle::cli {
 
 namespace {
 
-
 // Enough for the request timeout of the sign-in calls (60 s) to answer first.
 constexpr double kRequestWait = 75.0;
 constexpr int kCodeAttempts = 3;
@@ -78,7 +77,7 @@ int signOut(CliContext& ctx) {
     FileStorageManager files(folder, clock);
     SessionStore sessions(files);
     const bool wasSignedIn = sessions.load().has_value();
-    files.clearSession();
+    sessions.clear();
     ctx.out << (wasSignedIn ? "Signed out" : "Not signed in") << "\n";
     return 0;
 }

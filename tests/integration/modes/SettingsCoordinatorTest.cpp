@@ -50,29 +50,36 @@ TEST(SettingsCoordinator, CallsFurtherApartUploadEachAndRunningUploadsAreNotCanc
     EXPECT_EQ(g.logs->count("SettingsCoordinator: Cloud backup successful"), 2u);
 }
 
-TEST(SettingsCoordinator, ARejectedSessionSignsOutOncePerFailedUpload) {
+TEST(SettingsCoordinator, ARejectedSessionIsReportedOnceUntilTheClientHasNewTokens) {
     IntegrationGraph g;
-    int signOuts = 0;
-    g.coordinator->setSignOutHandler([&] { ++signOuts; });
+    int rejections = 0;
+    auto watch = g.backend->sessionRejected.subscribe([&] { ++rejections; });
     g.server.rejectSessions(true);
     g.coordinator->scheduleBackup(docWithVocabulary("a"));
     g.queue.advance(1.5);
     ASSERT_TRUE(g.waitForUploads(1));
     g.queue.runUntilIdle();
-    EXPECT_EQ(signOuts, 1);
+    EXPECT_EQ(rejections, 1);
     EXPECT_TRUE(g.logs->contains("SettingsCoordinator: Cloud backup failed - Please sign in again."));
 
     g.coordinator->scheduleBackup(docWithVocabulary("b"));
     g.queue.advance(1.5);
     ASSERT_TRUE(g.waitForUploads(2));
     g.queue.runUntilIdle();
-    EXPECT_EQ(signOuts, 2);
+    EXPECT_EQ(rejections, 1) << "the same session is not reported twice";
+
+    g.backend->setAccessToken("access-2");
+    g.coordinator->scheduleBackup(docWithVocabulary("c"));
+    g.queue.advance(1.5);
+    ASSERT_TRUE(g.waitForUploads(3));
+    g.queue.runUntilIdle();
+    EXPECT_EQ(rejections, 2);
 }
 
 TEST(SettingsCoordinator, OtherFailuresAreOnlyLogged) {
     IntegrationGraph g;
-    int signOuts = 0;
-    g.coordinator->setSignOutHandler([&] { ++signOuts; });
+    int rejections = 0;
+    auto watch = g.backend->sessionRejected.subscribe([&] { ++rejections; });
     g.server.failWith(409);  // not retried
     g.coordinator->scheduleBackup(docWithVocabulary("a"));
     g.queue.advance(1.5);
@@ -80,7 +87,7 @@ TEST(SettingsCoordinator, OtherFailuresAreOnlyLogged) {
     g.queue.runUntilIdle();
     EXPECT_TRUE(g.logs->contains(
         "SettingsCoordinator: Cloud backup failed - Something went wrong. Please try again."));
-    EXPECT_EQ(signOuts, 0);
+    EXPECT_EQ(rejections, 0);
     EXPECT_FALSE(g.coordinator->hasPendingBackup()) << "nothing is queued for later";
 }
 

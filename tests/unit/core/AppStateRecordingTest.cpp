@@ -3,6 +3,7 @@
 #include "core/AppState.h"
 #include "platform/testing/FakeAccessibility.h"
 #include "platform/testing/FakeBrowserScripting.h"
+#include "platform/testing/FakeHttpTransport.h"
 #include "platform/testing/FakeUrlOpener.h"
 #include "platform/testing/FakeWorkspace.h"
 #include "unit/recording/EngineHarness.h"
@@ -24,7 +25,8 @@ struct AppHarness : EngineHarness {
     // The mode subsystem, signed out: start-up never runs and backups fail without touching the network.
     LocalSettingsStore modesStore{DataFolder(data.path()), queue};
     SessionStore sessions{storage};
-    BackendService backend{"http://127.0.0.1:9", "", queue, sessions, storage};
+    std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
+    BackendService backend{"https://backend.test", "", queue, sessions, storage, network};
     SettingsCoordinator coordinator{queue, backend};
     ModeManager modes{queue, notifications, modesStore, storage, coordinator};
     FakeWorkspace workspace;

@@ -3,6 +3,7 @@
 #include "core/AppState.h"
 #include "platform/testing/FakeAccessibility.h"
 #include "platform/testing/FakeBrowserScripting.h"
+#include "platform/testing/FakeHttpTransport.h"
 #include "platform/testing/FakeUrlOpener.h"
 #include "platform/testing/FakeWorkspace.h"
 #include "unit/recording/EngineHarness.h"
@@ -18,11 +19,12 @@ class NullIndicator final : public RecordingIndicator {
     void hideIndicator() override {}
 };
 
-// The application state with the real mode subsystem and backend client, signed out unless a session is
-// stored first. Nothing here reaches a backend: the start-up run against one is an integration test.
+// The application state with the real mode subsystem and backend client on the scripted network, signed
+// out unless a session is stored first. The real wire is the integration tests' business.
 struct StartupHarness : EngineHarness {
     LocalSettingsStore modesStore{DataFolder(data.path()), queue};
     SessionStore sessions{storage};
+    std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
     std::unique_ptr<BackendService> backend;
     std::unique_ptr<SettingsCoordinator> coordinator;
     std::unique_ptr<ModeManager> modes;
@@ -36,7 +38,8 @@ struct StartupHarness : EngineHarness {
     std::unique_ptr<AppState> app;
 
     void build() {
-        backend = std::make_unique<BackendService>("http://127.0.0.1:9", "", queue, sessions, storage);
+        backend =
+            std::make_unique<BackendService>("https://backend.test", "", queue, sessions, storage, network);
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modes = std::make_unique<ModeManager>(queue, notifications, modesStore, storage, *coordinator);
         autoModes = std::make_unique<AutoModeManager>(queue, background, notifications, workspace, scripting,
@@ -149,6 +152,120 @@ TEST(AppStateStartupUnit, SignOutClearsTheSessionAndTheClientsTokens) {
     EXPECT_TRUE(h.logs->contains("AppState: Signing out user"));
     EXPECT_TRUE(h.logs->contains("Session cleared"));
     EXPECT_TRUE(h.logs->contains("AppState: Sign out complete - user will see sign-in screen"));
+}
+
+const char* kEnvelopeWithTemplates =
+    R"({"settings_version": 1, "templates_version": 7, "templates": {"mode_types": [
+    {"id": "22222222-2222-2222-2222-222222222222", "name": "Clean", "prompt": "Remove fillers.",
+     "language": "English", "display": true}]}})";
+
+TEST(AppStateStartupUnit, ABackendFailureIsShownAfterTheLastRetryAndTryAgainRunsTheWholeStartUp) {
+    StartupHarness h;
+    h.sessions.save({"access-1", "refresh-1", "user-42", "ada@example.org"});
+    for (int i = 0; i < 4; ++i) h.network->replyStatus(503, "down");
+    h.build();
+    const double start = h.queue.now();
+    h.queue.runUntilIdle();
+    ASSERT_EQ(h.network->sent().size(), 1u);
+    EXPECT_EQ(h.network->sent()[0].path(), "/settings");
+    EXPECT_EQ(h.network->sent()[0].request.method, "GET");
+    EXPECT_TRUE(h.logs->contains("AppState: Step A - Fetching mode types from backend..."));
+
+    h.queue.advance(6.9);
+    EXPECT_FALSE(h.app->initializationError.get().has_value()) << "still retrying";
+    h.queue.advance(0.1);
+    ASSERT_EQ(h.network->sent().size(), 4u);
+    EXPECT_DOUBLE_EQ(h.network->sent()[3].sentAt - start, 7.0);
+    EXPECT_EQ(h.app->initializationError.get(),
+              "Our servers are having issues. Please try again in a moment.");
+    EXPECT_TRUE(h.app->isInitializing.get());
+    EXPECT_FALSE(h.app->requiresSignIn.get());
+    EXPECT_TRUE(h.sessions.load().has_value()) << "a server failure keeps the user signed in";
+    EXPECT_TRUE(
+        h.logs->contains("AppState: Initialization failed: serverError(status: 503, message: \"down\")"));
+    EXPECT_FALSE(std::filesystem::exists(h.settingsFile())) << "nothing past step A ran";
+
+    // "Try Again": the error goes at once, the new run fetches again and goes on to steps B and C.
+    h.network->replyStatus(200, kEnvelopeWithTemplates);
+    h.app->retryInitialization();
+    EXPECT_FALSE(h.app->initializationError.get().has_value());
+    h.queue.runUntilIdle();
+    ASSERT_EQ(h.network->sent().size(), 5u);
+    EXPECT_FALSE(h.app->isInitializing.get());
+    EXPECT_TRUE(std::filesystem::exists(h.settingsFile()));
+    EXPECT_TRUE(h.logs->contains("AppState: Cached 1 mode types"));
+    EXPECT_TRUE(h.logs->contains("AppState: No local settings - creating defaults"));
+    ASSERT_TRUE(h.coordinator->hasPendingBackup());
+
+    // Step C: the complete document, once, one and a half seconds later.
+    h.network->replyStatus(200, R"({"settings": {}, "settings_version": 2})");
+    h.queue.advance(1.4);
+    EXPECT_EQ(h.network->sent().size(), 5u);
+    h.queue.advance(0.1);
+    ASSERT_EQ(h.network->sent().size(), 6u);
+    const auto& backup = h.network->sent()[5];
+    EXPECT_EQ(backup.request.method, "POST");
+    EXPECT_EQ(backup.path(), "/settings");
+    const Json body = Json::parse(backup.body());
+    ASSERT_TRUE(body.contains("settings"));
+    EXPECT_EQ(body["settings"]["modes"].size(), h.modes->modes.get().size());
+    EXPECT_EQ(body["settings"]["text_replacements"].size(), h.app->replacements.get().size());
+    EXPECT_FALSE(body.contains("if_match_version"));
+    h.queue.advance(10.0);
+    EXPECT_EQ(h.network->sent().size(), 6u);
+    EXPECT_TRUE(h.logs->contains("SettingsCoordinator: Cloud backup successful, version 2"));
+}
+
+TEST(AppStateStartupUnit, AStartUpAndABackupRefusedTogetherSignOutOnce) {
+    StartupHarness h;
+    h.sessions.save({"access-1", "refresh-1", "user-42", "ada@example.org"});
+    h.build();
+    h.queue.runUntilIdle();
+    h.coordinator->scheduleBackup(h.app->settingsDocument());
+    h.queue.advance(1.5);
+    ASSERT_EQ(h.network->waiting().size(), 2u);
+    int sessionChanges = 0;
+    auto watch = h.sessions.sessionDidChange.subscribe([&] { ++sessionChanges; });
+
+    h.network->answer(0, FakeHttpTransport::response(401, R"({"error": "expired"})"));
+    h.network->answer(1, FakeHttpTransport::response(401, R"({"error": "expired"})"));
+    h.queue.runUntilIdle();
+    EXPECT_EQ(h.logs->count("AppState: Signing out user"), 1u);
+    EXPECT_EQ(h.logs->count("AppState: Sign out complete - user will see sign-in screen"), 1u);
+    EXPECT_EQ(sessionChanges, 1);
+    EXPECT_TRUE(h.logs->contains("AppState: Initialization failed: authenticationFailed"));
+    EXPECT_TRUE(h.logs->contains("SettingsCoordinator: Cloud backup failed - Please sign in again."));
+    EXPECT_TRUE(h.app->requiresSignIn.get());
+    EXPECT_TRUE(h.app->isInitializing.get());
+    EXPECT_FALSE(h.app->initializationError.get().has_value()) << "sign-out clears the error it followed";
+    EXPECT_FALSE(h.sessions.load().has_value());
+    EXPECT_EQ(h.backend->accessToken(), "");
+
+    // Edits made while signed out schedule nothing, so no refused backup follows.
+    h.app->vocabulary.set(std::string("offline"));
+    h.queue.advance(10.0);
+    EXPECT_EQ(h.network->sent().size(), 2u);
+    EXPECT_EQ(h.logs->count("AppState: Signing out user"), 1u);
+}
+
+TEST(AppStateStartupUnit, WithTwoRunsUnderWayTheLastToFinishDecides) {
+    StartupHarness h;
+    h.sessions.save({"access-1", "refresh-1", "user-42", "ada@example.org"});
+    h.build();
+    h.queue.runUntilIdle();
+    h.app->retryInitialization();
+    h.queue.runUntilIdle();
+    ASSERT_EQ(h.network->waiting().size(), 2u);
+
+    h.network->answer(1, FakeHttpTransport::response(200, kEnvelopeWithTemplates), 1.0);
+    h.network->answer(0, FakeHttpTransport::response(404, R"({"error": "gone"})"), 2.0);
+    h.queue.advance(1.0);
+    EXPECT_FALSE(h.app->isInitializing.get());
+    EXPECT_FALSE(h.app->initializationError.get().has_value());
+    h.queue.advance(1.0);
+    EXPECT_EQ(h.app->initializationError.get(), "Something went wrong. Please try again.");
+    EXPECT_EQ(h.logs->count("AppState: Initialization failed: serverError(status: 404, message: \"gone\")"),
+              1u);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "foundation/VirtualMainQueue.h"
 #include "modes/ModeManager.h"
 #include "modes/SettingsCoordinator.h"
+#include "platform/testing/FakeHttpTransport.h"
 #include "storage/DataFolder.h"
 #include "storage/FileStorageManager.h"
 #include "storage/LocalSettingsStore.h"
@@ -17,11 +18,10 @@
 namespace vocle::testing {
 
 // The mode subsystem as the application builds it: real storage in a temporary folder and the real
-// backend client, on virtual time. Signed out, so a backup fails at once without touching the network
-// (the uploads themselves are exercised by the integration tests).
+// backend client on the scripted network, on virtual time. Signed out unless a test stores a session.
 struct ModesTestGraph {
     ModesTestGraph() {
-        backend = std::make_unique<BackendService>("http://127.0.0.1:9", "1.0", queue, sessions, files);
+        backend = std::make_unique<BackendService>("https://backend.test", "1.0", queue, sessions, files, network);
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modeManager = std::make_unique<ModeManager>(queue, center, modesStore, files, *coordinator);
     }
@@ -42,6 +42,7 @@ struct ModesTestGraph {
     LocalSettingsStore modesStore{folder, queue};
     SessionStore sessions{files};
     NotificationCenter center;
+    std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
     std::unique_ptr<BackendService> backend;
     std::unique_ptr<SettingsCoordinator> coordinator;
     std::unique_ptr<ModeManager> modeManager;

@@ -83,8 +83,15 @@ TEST_F(LocalStoresTest, UpdateTokensRewritesOnlyRealChanges) {
     EXPECT_EQ(sessions.load(), (SupabaseSession{"acc2", "ref", "u", "e@x.y"}));
 }
 
-TEST_F(LocalStoresTest, SignOutLeavesNoSession) {
+TEST_F(LocalStoresTest, SignOutLeavesNoSessionAndIsAnnounced) {
     sessions.save({"acc", "ref", "u", "e@x.y"});
-    files.clearSession();
+    int changes = 0;
+    auto sub = sessions.sessionDidChange.subscribe([&] {
+        ++changes;
+        EXPECT_FALSE(sessions.load().has_value()) << "announced after the file is gone";
+    });
+    sessions.clear();
+    EXPECT_EQ(changes, 1);
     EXPECT_FALSE(sessions.load().has_value());
+    EXPECT_FALSE(std::filesystem::exists(vocleFile("session.json")));
 }
