@@ -119,7 +119,7 @@ int main(int argc, char** argv) {
         for (int i = 0; i < dictations; ++i) {
             size_t from = desktop.logSize();
             desktop.pressKeys("alt+space");
-            if (!desktop.waitForLog("recording started (isRecording = true)", 15s, from)) {
+            if (!desktop.waitForLog("audioOutput.isRecording after", 15s, from)) {
                 throw std::runtime_error("dictation " + std::to_string(i + 1) + " did not start");
             }
             desktop.play(kUtterance);

@@ -3,24 +3,26 @@ include(GNUInstallDirs)
 
 install(FILES ${PROJECT_SOURCE_DIR}/data/desktop/vocle.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 
-# Icons: the scalable SVG, plus PNG sizes for panels and menus that do not render SVG.
-set(vocle_app_icon ${PROJECT_SOURCE_DIR}/data/icons/vocle.svg)
-if(EXISTS ${vocle_app_icon})
-    install(FILES ${vocle_app_icon} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
-    file(GLOB vocle_png_icons ${PROJECT_SOURCE_DIR}/data/icons/png/*/vocle.png)
-    foreach(png IN LISTS vocle_png_icons)
-        get_filename_component(size_dir ${png} DIRECTORY)
-        get_filename_component(size ${size_dir} NAME)
-        install(FILES ${png} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}/apps)
+# The app icon for menus and panels: the scalable SVG, and PNG sizes for those that do not draw SVG.
+install(FILES ${PROJECT_SOURCE_DIR}/data/icons/vocle.svg DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
+find_program(RSVG_CONVERT rsvg-convert)
+if(RSVG_CONVERT)
+    set(vocle_pngs)
+    foreach(size 16 22 24 32 48 64 128 256)
+        set(png ${PROJECT_BINARY_DIR}/icons/${size}x${size}/vocle.png)
+        add_custom_command(OUTPUT ${png}
+            COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/icons/${size}x${size}
+            COMMAND ${RSVG_CONVERT} -w ${size} -h ${size} -o ${png} ${PROJECT_SOURCE_DIR}/data/icons/vocle.svg
+            DEPENDS ${PROJECT_SOURCE_DIR}/data/icons/vocle.svg VERBATIM)
+        list(APPEND vocle_pngs ${png})
+        install(FILES ${png} DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/${size}x${size}/apps)
     endforeach()
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/data/icons/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vocle/icons
-            FILES_MATCHING PATTERN "*.svg")
+    add_custom_target(vocle_icons ALL DEPENDS ${vocle_pngs})
 endif()
 
 # What the server serves besides its API: the update feed and the documentation page.
-if(EXISTS ${PROJECT_SOURCE_DIR}/data/web)
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/data/web/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vocle-server/web)
-endif()
+install(FILES ${PROJECT_SOURCE_DIR}/data/appcast.xml ${PROJECT_SOURCE_DIR}/data/docs.html
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/vocle)
 
 # The server's systemd user unit, pointing at the installed binary.
 file(READ ${PROJECT_SOURCE_DIR}/deploy/vocle-server.service vocle_unit)

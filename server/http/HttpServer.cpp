@@ -178,7 +178,7 @@ HttpServer::HttpServer(ApiHandlers& api, const HttpLimits& limits)
         res.set_content(toCompactJson(response.body), "application/json");
         requestUser = response.userId;
     };
-    StaticRoutes::fromEnvironment(ProcessEnvironment()).registerOn(*server_);
+    StaticRoutes::fromEnvironment(ProcessEnvironment()).registerOn(server);
     for (const char* pattern : {"/.*", ".*"}) {
         server.Get(pattern, handler);
         server.Post(pattern, handler);

@@ -44,13 +44,10 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
     autoModeManager = std::make_unique<AutoModeManager>(main, q.background, notifications, s.workspace,
                                                         s.browserScripting, s.accessibility, random);
     clipboard = std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
-    // A 401 during an upload signs out once the user has closed the alert; AppState exists by then.
-    audioFileProcessor = std::make_unique<AudioFileProcessor>(
-        *backend, main, q.audioConversion, s.alerts,
-        [this] {
-            if (appState) appState->signOut();
-        },
-        tmp);
+    // The backend client reports a rejected session once and AppState signs out on that report, so the
+    // upload's own sign-out step has nothing left to do here.
+    audioFileProcessor = std::make_unique<AudioFileProcessor>(*backend, main, q.audioConversion, s.alerts,
+                                                              [] {}, tmp);
     shortcuts = std::make_unique<ShortcutManager>(main, files, s.hotKeys, s.keyMonitor, s.localKeyMonitor);
 
     auto engine = std::make_shared<std::mt19937_64>(std::random_device{}());

@@ -39,11 +39,12 @@ class Dictation : public ::testing::Test {
         desktop->signIn("e2e@example.com");
     }
 
-    // Starts a dictation with the default shortcut and waits until the microphone runs.
+    // Starts a dictation with the default shortcut and waits until the microphone writes its file.
     void startDictation() {
         const size_t from = desktop->logSize();
         desktop->pressKeys("alt+space");
-        ASSERT_TRUE(desktop->waitForLog("recording started (isRecording = true)", 15s, from)) << desktop->vocleLog();
+        // Logged once the file output runs, whether the input was ready at once or only after the wait.
+        ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, from)) << desktop->vocleLog();
     }
 
     std::unique_ptr<DesktopHarness> desktop;
@@ -108,7 +109,15 @@ TEST_F(Dictation, WithTheBackendDownTheUserIsToldAndTheRecordingIsKept) {
     const size_t from = desktop->logSize();
     desktop->pressKeys("alt+space");
 
-    ASSERT_TRUE(desktop->waitForLog("transcription failed", 120s, from)) << desktop->vocleLog();
+    // After its retries the upload gives up and the user gets the alert, which waits for them.
+    ASSERT_TRUE(desktop->waitForLog("Transcription request failed: No internet connection", 60s, from))
+        << desktop->vocleLog();
+    ASSERT_TRUE(waitFor([&] { return desktop->activeWindowName() == "Vocle"; }, 10s, 100ms))
+        << "no alert in front; active window: " << desktop->activeWindowName();
+    EXPECT_FALSE(desktop->waitForLog("transcription failed", 1s, from)) << "the failure did not wait for the alert";
+    desktop->pressKeys("Return");
+    ASSERT_TRUE(desktop->waitForLog("transcription failed", 10s, from)) << desktop->vocleLog();
+
     EXPECT_EQ(desktop->targetText(), "");
     EXPECT_GE(countRecordings(desktop->temporaryFolder()), 1u);
 }
