@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Starts the local backend on 127.0.0.1:8765 (data under $XDG_DATA_HOME/vocle-server) and, once the
-# desktop app exists, the app against it. Until then it leaves the server in the foreground.
+# Starts the local backend on 127.0.0.1:8765 (data under $XDG_DATA_HOME/vocle-server) and the Vocle app
+# against it. Without an X display it says so and keeps the server in the foreground.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD_DIR=${VOCLE_BUILD_DIR:-build}
@@ -21,12 +21,20 @@ for _ in $(seq 50); do
     sleep 0.1
 done
 
-if [[ -x $BUILD_DIR/app/vocle ]]; then
+echo "vocle-server is listening on http://127.0.0.1:8765 (data: $SERVER_DATA)."
+echo "Sign-in codes are written as e-mails to $SERVER_DATA/outbox/."
+
+if [[ -x $BUILD_DIR/app/vocle && -n ${DISPLAY:-} ]]; then
+    echo "Starting Vocle; quit it from its tray menu or with Ctrl+C here."
     VOCLE_BACKEND_URL=http://127.0.0.1:8765 "$BUILD_DIR/app/vocle"
 else
+    if [[ ! -x $BUILD_DIR/app/vocle ]]; then
+        echo "The Vocle app is not built ($BUILD_DIR/app/vocle); run ./scripts/setup.sh first." >&2
+    else
+        echo "No X display (DISPLAY is not set), so the Vocle app cannot open its windows here." >&2
+        echo "Run this from a desktop session, or use the server with vocle-cli meanwhile." >&2
+    fi
     cat <<MSG
-vocle-server is listening on http://127.0.0.1:8765 (data: $SERVER_DATA).
-Sign-in codes are written to $SERVER_DATA/outbox/.
 In another terminal, try:
   $BUILD_DIR/tools/vocle-cli/vocle-cli signin you@example.com
   $BUILD_DIR/tools/vocle-cli/vocle-cli record 5 /tmp/take.wav

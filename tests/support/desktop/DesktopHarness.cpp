@@ -128,9 +128,12 @@ void DesktopHarness::signIn(const std::string& email) {
 }
 
 void DesktopHarness::startVocle() {
+    // A restarted app appends to the same log; only its own lines count.
+    const size_t from = logSize();
     vocle_ = std::make_unique<ChildProcess>(
         ChildProcess::Options{{binary("app/vocle").string()}, env_, dir_.path() / "vocle.log"});
-    require(waitForLog("AppState: Initialization complete!", 60s), "vocle did not finish starting:\n" + vocleLog());
+    require(waitForLog("AppState: Initialization complete!", 60s, from),
+            "vocle did not finish starting:\n" + vocleLog().substr(from));
 }
 
 std::string DesktopHarness::vocleLog() const { return readFile(dir_.path() / "vocle.log"); }

@@ -41,6 +41,7 @@ class DesktopHarness {
     // Starts `vocle` and waits for its start-up to complete.
     void startVocle();
     ChildProcess& vocle() { return *vocle_; }
+    void stopVocle() { vocle_.reset(); }
     std::string vocleLog() const;
     bool waitForLog(const std::string& text, std::chrono::milliseconds deadline, size_t from = 0) const;
     size_t logSize() const { return vocleLog().size(); }
