@@ -127,13 +127,12 @@ void DesktopHarness::signIn(const std::string& email) {
     require(cli.waitForExit(60s) == 0, "vocle-cli signin failed: " + cli.output());
 }
 
-void DesktopHarness::startVocle() {
+void DesktopHarness::startVocle(const std::string& readyLine) {
     // A restarted app appends to the same log; only its own lines count.
     const size_t from = logSize();
     vocle_ = std::make_unique<ChildProcess>(
         ChildProcess::Options{{binary("app/vocle").string()}, env_, dir_.path() / "vocle.log"});
-    require(waitForLog("AppState: Initialization complete!", 60s, from),
-            "vocle did not finish starting:\n" + vocleLog().substr(from));
+    require(waitForLog(readyLine, 60s, from), "vocle did not log \"" + readyLine + "\":\n" + vocleLog().substr(from));
 }
 
 std::string DesktopHarness::vocleLog() const { return readFile(dir_.path() / "vocle.log"); }

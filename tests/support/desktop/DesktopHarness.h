@@ -38,8 +38,8 @@ class DesktopHarness {
     std::string latestCode() const;
     void signIn(const std::string& email);
 
-    // Starts `vocle` and waits for its start-up to complete.
-    void startVocle();
+    // Starts `vocle` and waits for `readyLine` in its own log (by default: start-up complete).
+    void startVocle(const std::string& readyLine = "AppState: Initialization complete!");
     ChildProcess& vocle() { return *vocle_; }
     void stopVocle() { vocle_.reset(); }
     std::string vocleLog() const;
