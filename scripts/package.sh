@@ -28,7 +28,9 @@ for _ in $(seq 100); do
     sleep 0.1
 done
 grep -q "listening on 127.0.0.1:8799" "$work/server.log" || { cat "$work/server.log"; exit 1; }
-echo "vocle-server from the package listens"
+curl -fsS http://127.0.0.1:8799/appcast.xml | grep -q "<rss" || { echo "the installed server does not serve /appcast.xml" >&2; exit 1; }
+curl -fsS http://127.0.0.1:8799/docs | grep -qi "<html" || { echo "the installed server does not serve /docs" >&2; exit 1; }
+echo "vocle-server from the package listens and serves /appcast.xml and /docs"
 
 if [[ -x /usr/bin/vocle ]]; then
     desktop-file-validate /usr/share/applications/vocle.desktop

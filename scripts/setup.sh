@@ -17,7 +17,7 @@ PACKAGES=(
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-qpa-plugins libgl-dev
     libx11-dev libxtst-dev libxi-dev libxfixes-dev libatspi2.0-dev libdbus-1-dev
     at-spi2-core dbus dbus-x11 openbox xterm xdotool x11-utils xclip imagemagick fonts-dejavu-core
-    desktop-file-utils xdg-utils librsvg2-bin
+    desktop-file-utils xdg-utils librsvg2-bin curl
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # the server's PostgreSQL store and its tests
