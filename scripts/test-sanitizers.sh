@@ -9,4 +9,5 @@ targets=$(cmake --build "$BUILD_DIR" --target help | sed -n 's/^\(unit_[a-z_]*_t
 cmake --build "$BUILD_DIR" -j"$(nproc)" --target $targets
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0
 ctest --test-dir "$BUILD_DIR" -L unit --output-on-failure -j2
