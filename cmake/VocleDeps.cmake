@@ -17,3 +17,5 @@ pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11 xtst xi xfixes)
 pkg_check_modules(ATSPI REQUIRED IMPORTED_TARGET atspi-2 gobject-2.0)
 # vocle-cli talks to the running app over the session bus without Qt.
 pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
+# The server's PostgreSQL store (and the request fuzzer, which compiles the store in).
+pkg_check_modules(LIBPQ REQUIRED IMPORTED_TARGET libpq)
