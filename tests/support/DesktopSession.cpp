@@ -63,7 +63,7 @@ std::vector<char*> cStrings(std::vector<std::string>& strings) {
     return out;
 }
 
-struct SpawnSpec {
+struct SpawnRequest {
     std::vector<std::string> argv;
     std::vector<std::string> env;
     std::optional<std::filesystem::path> output;  // stdout and stderr, appended
@@ -71,30 +71,30 @@ struct SpawnSpec {
     std::optional<std::pair<int, int>> extraFd;   // (source, target) kept open in the child
 };
 
-pid_t spawnProcess(SpawnSpec spec) {
+pid_t spawnProcess(SpawnRequest request) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    if (spec.output) {
-        const std::string path = spec.output->string();
+    if (request.output) {
+        const std::string path = request.output->string();
         posix_spawn_file_actions_addopen(&actions, 1, path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
-    } else if (spec.stdoutFd) {
-        posix_spawn_file_actions_adddup2(&actions, *spec.stdoutFd, 1);
+    } else if (request.stdoutFd) {
+        posix_spawn_file_actions_adddup2(&actions, *request.stdoutFd, 1);
     }
-    if (spec.extraFd) posix_spawn_file_actions_adddup2(&actions, spec.extraFd->first, spec.extraFd->second);
+    if (request.extraFd) posix_spawn_file_actions_adddup2(&actions, request.extraFd->first, request.extraFd->second);
     posix_spawnattr_t attr;
     posix_spawnattr_init(&attr);
     // Own process group: a terminal's ^C or a signal to the test runner's group does not reach it first.
     posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
     posix_spawnattr_setpgroup(&attr, 0);
-    auto argv = cStrings(spec.argv);
-    auto envp = cStrings(spec.env);
+    auto argv = cStrings(request.argv);
+    auto envp = cStrings(request.env);
     pid_t pid = 0;
     const int rc = ::posix_spawnp(&pid, argv[0], &actions, &attr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attr);
-    if (rc != 0) throw std::runtime_error("cannot start " + spec.argv[0] + ": " + std::strerror(rc));
+    if (rc != 0) throw std::runtime_error("cannot start " + request.argv[0] + ": " + std::strerror(rc));
     return pid;
 }
 
@@ -194,10 +194,10 @@ void DesktopSession::startXvfb() {
         argv.insert(argv.end(), {"-displayfd", "9"});
     }
     argv.insert(argv.end(), {"-screen", "0", options_.screen, "-nolisten", "tcp", "-noreset"});
-    SpawnSpec spec{argv, environmentWith({}), workDir_ / "Xvfb.log", {}, {}};
-    if (fds[1] >= 0) spec.extraFd = std::make_pair(fds[1], 9);
+    SpawnRequest request{argv, environmentWith({}), workDir_ / "Xvfb.log", {}, {}};
+    if (fds[1] >= 0) request.extraFd = std::make_pair(fds[1], 9);
     try {
-        xvfb_ = spawnProcess(spec);
+        xvfb_ = spawnProcess(request);
     } catch (...) {
         if (fds[0] >= 0) ::close(fds[0]), ::close(fds[1]);
         throw;
