@@ -15,6 +15,7 @@
 #include "foundation/Log.h"
 #include "foundation/VirtualMainQueue.h"
 #include "storage/DataFolder.h"
+#include "storage/SessionStore.h"
 
 namespace {
 
@@ -92,7 +93,7 @@ int main() {
         vocle::FileStorageManager files(vocle::DataFolder(dir), queue);
         vocle::SessionStore sessions(files);
         sessions.save(vocle::SupabaseSession{"a", "r", "u", "e@x.org"});
-        vocle::BackendService backend("http://127.0.0.1:9", "bench", queue, sessions, files);
+        vocle::BackendService backend("http://127.0.0.1:9", "bench", queue, sessions, files.deviceId());
         std::string recording = audio;             // what the upload pipeline reads from disk
         const size_t baseline = liveBytes.load();  // includes the recording itself
         peakBytes = baseline;

@@ -33,7 +33,7 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
     MainQueue& main = s.mainQueue;
     const auto tmp = o.temporaryDirectory.value_or(temporaryDirectory(s.environment));
 
-    backend = std::make_unique<BackendService>(backendURL, appVersion, main, sessions, files);
+    backend = std::make_unique<BackendService>(backendURL, appVersion, main, sessions, files.deviceId());
     support = std::make_unique<SupportService>(*backend);
     settingsCoordinator = std::make_unique<SettingsCoordinator>(main, *backend);
     modeManager = std::make_unique<ModeManager>(main, notifications, modesStore, files, *settingsCoordinator);

@@ -10,7 +10,7 @@
 #include "backend/BackendService.h"
 #include "backend/HttpTransport.h"
 #include "backend/SupportService.h"
-#include "core/AppState.h"
+#include "appstate/AppState.h"
 #include "desktop/ClipboardManager.h"
 #include "desktop/FloatingIndicatorManager.h"
 #include "desktop/FloatingRecordingView.h"

@@ -11,7 +11,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "platform/alerts.h"
-#include "recording/RecordingProcessor.h"
+#include "core/RecordingProcessor.h"
 
 namespace vocle {
 

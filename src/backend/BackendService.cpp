@@ -71,18 +71,18 @@ VerifyOTPResult VerifyOTPResult::fromResponse(bool isHttp, long status, const st
 }
 
 BackendService::BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
-                               SessionStore& sessionStore, const FileStorageManager& files,
+                               TokenStore& tokens, std::string deviceId,
                                std::shared_ptr<HttpClient> http)
     : baseURL_(std::move(baseURL)),
       appVersion_(std::move(appVersion)),
       mainQueue_(mainQueue),
-      sessionStore_(sessionStore),
+      tokens_(tokens),
       transport_(http ? std::move(http) : std::make_shared<HttpTransport>()) {
-    if (auto session = sessionStore_.load()) {
+    if (auto session = tokens_.load()) {
         accessToken_ = session->accessToken;
         refreshToken_ = session->refreshToken;
     }
-    deviceId_ = files.deviceId();
+    deviceId_ = std::move(deviceId);
 }
 
 BackendService::~BackendService() = default;
@@ -108,7 +108,7 @@ void BackendService::updateTokens(const std::string& accessToken, const std::str
     rejectionReported_ = false;
     accessToken_ = accessToken;
     refreshToken_ = refreshToken;
-    sessionStore_.updateTokens(accessToken, refreshToken);
+    tokens_.updateTokens(accessToken, refreshToken);
 }
 
 std::vector<std::string> BackendService::commonHeaders() const {

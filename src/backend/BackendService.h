@@ -16,7 +16,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
-#include "storage/SessionStore.h"
+#include "core/TokenStore.h"
 
 namespace vocle {
 
@@ -54,10 +54,10 @@ class BackendService {
     static constexpr int kMaxAttempts = 4;
     static constexpr double kRetryBudgetSeconds = 120.0;
 
-    // Reads the stored session's tokens and the device id; `baseURL` has no trailing slash. Without an
+    // Reads the stored session's tokens; `baseURL` has no trailing slash. Without an
     // `http` client the requests go through libcurl (HttpTransport).
     BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
-                   SessionStore& sessionStore, const FileStorageManager& files,
+                   TokenStore& tokens, std::string deviceId,
                    std::shared_ptr<HttpClient> http = nullptr);
     ~BackendService();
     BackendService(const BackendService&) = delete;
@@ -172,7 +172,7 @@ class BackendService {
     std::string deviceId_;
     std::string appVersion_;
     MainQueue& mainQueue_;
-    SessionStore& sessionStore_;
+    TokenStore& tokens_;
     std::shared_ptr<HttpClient> transport_;
     OwnerToken owner_;
 };

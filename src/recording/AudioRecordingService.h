@@ -21,7 +21,7 @@
 #include "recording/MicrophoneRecorder.h"
 #include "recording/RecordingFinisher.h"
 #include "recording/RecordingFlags.h"
-#include "recording/RecordingProcessor.h"
+#include "core/RecordingProcessor.h"
 #include "recording/SystemAudioRecorder.h"
 #include "recording/TranscriptPaster.h"
 #include "storage/FileStorageManager.h"

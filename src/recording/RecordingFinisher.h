@@ -9,7 +9,7 @@
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
 #include "recording/RecordingFlags.h"
-#include "recording/RecordingProcessor.h"
+#include "core/RecordingProcessor.h"
 #include "recording/TranscriptPaster.h"
 
 namespace vocle {

@@ -3,33 +3,20 @@
 #include <optional>
 #include <string>
 
-#include "foundation/Json.h"
+#include "core/TokenStore.h"
 #include "foundation/Signal.h"
 #include "storage/FileStorageManager.h"
 
 namespace vocle {
 
-// The signed-in session as kept in "session.json". All four keys are required.
-struct SupabaseSession {
-    std::string accessToken;
-    std::string refreshToken;
-    std::string userId;
-    std::string email;
-
-    static SupabaseSession fromJson(const Json& json);
-    Json toJson() const;
-    friend bool operator==(const SupabaseSession&, const SupabaseSession&) = default;
-};
-
 // Reads and writes the session through the file storage and announces every change.
-class SessionStore {
+class SessionStore final : public TokenStore {
 public:
     explicit SessionStore(const FileStorageManager& files) : files_(files) {}
 
-    std::optional<SupabaseSession> load() const;
+    std::optional<SupabaseSession> load() const override;
     void save(const SupabaseSession& session);
-    // Token rotation: rewrites only when a session is stored and a token differs.
-    void updateTokens(const std::string& accessToken, const std::string& refreshToken);
+    void updateTokens(const std::string& accessToken, const std::string& refreshToken) override;
     // Sign-out: deletes "session.json" and announces the change.
     void clear();
 

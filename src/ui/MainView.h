@@ -1,7 +1,7 @@
 #pragma once
 
 #include "application/DictationApp.h"
-#include "backend/SignInViewModel.h"
+#include "screens/SignInViewModel.h"
 #include "core/Mode.h"
 
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "backend/SignInViewModel.h"
+#include "screens/SignInViewModel.h"
 
 #include <functional>
 #include <optional>

@@ -136,7 +136,7 @@ int runTranscribe(CliContext& ctx) {
     const auto replacements = replacementsFrom(o, settings);
 
     const BackendOrigin origin = resolveBackendOrigin(ctx.env);
-    BackendService backend(origin.url, VOCLE_VERSION, mainQueue, sessions, files);
+    BackendService backend(origin.url, VOCLE_VERSION, mainQueue, sessions, files.deviceId());
     SerialThreadQueue conversionQueue("audioConversionQueue");
     CliAlerts alerts(ctx.err, mainQueue);
     // A terminal has no sign-in screen to return to; the stored session is left for the app to handle.

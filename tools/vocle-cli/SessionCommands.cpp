@@ -4,7 +4,7 @@
 #include "CliCommand.h"
 #include "backend/BackendOrigin.h"
 #include "backend/BackendService.h"
-#include "backend/SignInViewModel.h"
+#include "screens/SignInViewModel.h"
 #include "foundation/Clock.h"
 #include "foundation/Log.h"
 #include "foundation/RunLoopMainQueue.h"
@@ -29,7 +29,7 @@ int signIn(CliContext& ctx) {
     const DataFolder folder = DataFolder::fromEnvironment(ctx.env);
     FileStorageManager files(folder, clock);
     SessionStore sessions(files);
-    BackendService backend(resolveBackendOrigin(ctx.env).url, "", queue, sessions, files);
+    BackendService backend(resolveBackendOrigin(ctx.env).url, "", queue, sessions, files.deviceId());
     // The same model as the application's sign-in panel, so the session is stored exactly as there.
     SignInViewModel signIn(queue, backend, sessions);
     bool signedIn = false;

@@ -12,6 +12,7 @@
 #include "foundation/Log.h"
 #include "storage/DataFolder.h"
 #include "support/TempDir.h"
+#include "storage/SessionStore.h"
 
 namespace vocle {
 namespace {
@@ -59,7 +60,7 @@ class AudioFileProcessorTest : public ::testing::Test {
         server.start();
         sessions.save(SupabaseSession{"acc", "ref", "u", "u@example.org"});
         fs::create_directories(tmp);
-        backendPtr = std::make_unique<BackendService>(server.origin(), "1.0", queue, sessions, files);
+        backendPtr = std::make_unique<BackendService>(server.origin(), "1.0", queue, sessions, files.deviceId());
     }
 
     AudioFileProcessor& processor(fs::path temporaryDirectory) {

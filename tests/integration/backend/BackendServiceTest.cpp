@@ -10,6 +10,7 @@
 #include "foundation/Log.h"
 #include "storage/DataFolder.h"
 #include "support/TempDir.h"
+#include "storage/SessionStore.h"
 
 namespace vocle {
 namespace {
@@ -33,7 +34,7 @@ class BackendServiceTest : public ::testing::Test {
     BackendService& service(std::string origin = "") {
         if (!service_) {
             service_ = std::make_unique<BackendService>(origin.empty() ? server.origin() : origin, "9.9.9",
-                                                        queue, sessions, files);
+                                                        queue, sessions, files.deviceId());
         }
         return *service_;
     }

@@ -3,8 +3,8 @@
 #include <filesystem>
 #include <memory>
 
-#include "backend/SignInViewModel.h"
-#include "core/AppState.h"
+#include "screens/SignInViewModel.h"
+#include "appstate/AppState.h"
 #include "core/RecordingIndicator.h"
 #include "integration/modes/IntegrationGraph.h"
 #include "modes/AutoModeManager.h"

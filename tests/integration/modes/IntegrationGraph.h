@@ -31,7 +31,7 @@ struct IntegrationGraph {
         if (options.signedIn)
             sessions.save({server.validAccessToken, "refresh-1", "user-42", "ada@example.org"});
         backend = std::make_unique<BackendService>(options.backendURL.value_or(server.url()), "1.0", queue,
-                                                   sessions, files);
+                                                   sessions, files.deviceId());
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modeManager = std::make_unique<ModeManager>(queue, center, modesStore, files, *coordinator);
     }

@@ -8,6 +8,7 @@
 #include "app/ServerApp.h"
 #include "core/AppConstants.h"
 #include "integration/modes/AppStateGraph.h"
+#include "storage/SessionStore.h"
 
 using namespace vocle;
 using vocle::testing::AppStateGraph;

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "backend/SignInViewModel.h"
+#include "screens/SignInViewModel.h"
 #include "integration/modes/IntegrationGraph.h"
 
 using namespace vocle;

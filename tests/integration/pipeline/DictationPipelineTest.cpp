@@ -38,7 +38,7 @@ protected:
 
     void SetUp() override {
         backend = std::make_unique<BackendService>("http://127.0.0.1:" + std::to_string(server.port), "test",
-                                                   mainQueue, sessions, files);
+                                                   mainQueue, sessions, files.deviceId());
         processor = std::make_unique<AudioFileProcessor>(*backend, mainQueue, conversionQueue, alerts,
                                                          [this] { ++signOuts; }, home.path());
     }

@@ -32,7 +32,7 @@ struct FakeBackendHarness {
     }
     BackendService& service() {
         if (!backend)
-            backend = std::make_unique<BackendService>(kOrigin, "9.9.9", queue, sessions, files, network);
+            backend = std::make_unique<BackendService>(kOrigin, "9.9.9", queue, sessions, files.deviceId(), network);
         return *backend;
     }
     double now() const { return queue.now(); }

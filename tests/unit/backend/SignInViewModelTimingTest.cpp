@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "FakeBackendHarness.h"
-#include "backend/SignInViewModel.h"
+#include "screens/SignInViewModel.h"
 
 namespace vocle {
 namespace {

@@ -21,7 +21,7 @@ namespace vocle::testing {
 // backend client on the scripted network, on virtual time. Signed out unless a test stores a session.
 struct ModesTestGraph {
     ModesTestGraph() {
-        backend = std::make_unique<BackendService>("https://backend.test", "1.0", queue, sessions, files, network);
+        backend = std::make_unique<BackendService>("https://backend.test", "1.0", queue, sessions, files.deviceId(), network);
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modeManager = std::make_unique<ModeManager>(queue, center, modesStore, files, *coordinator);
     }

@@ -182,7 +182,7 @@ TEST_F(HelpTest, BlankMessageShowsTheServiceErrorAndSendsNothing) {
 }
 
 TEST_F(HelpTest, ABackendErrorIsShownUnderTheFormAndASecondSendClearsIt) {
-    BackendService broken("not a url", "1.0", g.queue, g.sessions, g.files);
+    BackendService broken("not a url", "1.0", g.queue, g.sessions, g.files.deviceId());
     SupportService support(broken);
     HelpViewModel vm(support, urls, "https://vocle.example/docs");
     vm.setMessage("The app is great");

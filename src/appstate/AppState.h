@@ -6,7 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "backend/BackendError.h"
+#include "appstate/DictationControl.h"
+#include "appstate/ModesMirror.h"
+#include "appstate/SettingsPersistence.h"
+#include "appstate/StartupSequence.h"
+#include "appstate/TabMemory.h"
 #include "backend/BackendService.h"
 #include "backend/SettingsRecords.h"
 #include "core/RecordingIndicator.h"
@@ -46,7 +50,8 @@ struct AppStateDependencies {
 };
 
 // The application's one observable state and the entry points that start, stop and cancel a
-// dictation. Main queue only.
+// dictation. The work is its collaborators': the dictation, the start-up and sign-in, the settings file
+// and backup, the modes screen's mirror and the remembered tab. Main queue only.
 class AppState {
 public:
     explicit AppState(AppStateDependencies deps);
@@ -87,44 +92,18 @@ public:
     // The complete backup document of the current state.
     SettingsDoc settingsDocument() const;
 
-    static constexpr double kSettingsSaveDelay = 1.5;
-
-    static inline const char* kScreenCaptureSettingsURL =
-        "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture";
+    static constexpr double kSettingsSaveDelay = SettingsPersistence::kSaveDelay;
+    static inline const char* kScreenCaptureSettingsURL = DictationControl::kScreenCaptureSettingsURL;
 
 private:
-    void restoreSelectedTab();
-    void subscribeToEngine();
-    void subscribeToSelectedTab();
-    void persistSelectedTab(int tab);
-    void showSystemAudioPermissionAlert();
-
-    void setupServices();
-    void updateSignInState();
-    void startInitializationAfterSignIn();
-    void startInitialization();
-    void continueAfterTemplates(uint64_t run, const Result<SettingsEnvelope, BackendError>& result);
-    void finishInitialization();
-    void initializationFailed(const std::string& debugDescription, const std::string& userMessage);
-    void loadLocalSettings();
-    void createDefaultSettings();
-    void subscribeToModes();
-    void subscribeToSettingsChanges();
-    void scheduleSettingsSave();
-
     AppStateDependencies d_;
     std::unique_ptr<AudioRecordingService>& engine_ = d_.audioRecordingService;
-    std::vector<Subscription> cancellables_;
-    Subscription tabSubscription_;
     std::unique_ptr<ModesViewModel> modesViewModel_;
-    Subscription modesViewModelCancellable_;
-    TimerHandle settingsSaveDebounce_;
-    Subscription sessionCancellable_;
-    Subscription rejectionCancellable_;
-    // Start-up runs still waiting for the backend; a "Try Again" during one lets both finish.
-    std::map<uint64_t, Subscription> initializationRuns_;
-    uint64_t nextInitializationRun_ = 0;
-    OwnerToken token_;
+    DictationControl dictation_;
+    SettingsPersistence settings_;
+    StartupSequence startup_;
+    ModesMirror modesMirror_;
+    TabMemory tabs_;
 };
 
 }  // namespace vocle

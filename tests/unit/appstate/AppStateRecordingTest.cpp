@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/AppState.h"
+#include "appstate/AppState.h"
 #include "platform/testing/FakeAccessibility.h"
 #include "platform/testing/FakeBrowserScripting.h"
 #include "platform/testing/FakeHttpTransport.h"
@@ -26,7 +26,7 @@ struct AppHarness : EngineHarness {
     LocalSettingsStore modesStore{DataFolder(data.path()), queue};
     SessionStore sessions{storage};
     std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
-    BackendService backend{"https://backend.test", "", queue, sessions, storage, network};
+    BackendService backend{"https://backend.test", "", queue, sessions, storage.deviceId(), network};
     SettingsCoordinator coordinator{queue, backend};
     ModeManager modes{queue, notifications, modesStore, storage, coordinator};
     FakeWorkspace workspace;

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/AppState.h"
+#include "appstate/AppState.h"
 #include "platform/testing/FakeAccessibility.h"
 #include "platform/testing/FakeBrowserScripting.h"
 #include "platform/testing/FakeHttpTransport.h"
@@ -39,7 +39,7 @@ struct StartupHarness : EngineHarness {
 
     void build() {
         backend =
-            std::make_unique<BackendService>("https://backend.test", "", queue, sessions, storage, network);
+            std::make_unique<BackendService>("https://backend.test", "", queue, sessions, storage.deviceId(), network);
         coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
         modes = std::make_unique<ModeManager>(queue, notifications, modesStore, storage, *coordinator);
         autoModes = std::make_unique<AutoModeManager>(queue, background, notifications, workspace, scripting,

@@ -1,4 +1,4 @@
-#include "backend/SignInViewModel.h"
+#include "screens/SignInViewModel.h"
 
 #include <algorithm>
 #include <cctype>
