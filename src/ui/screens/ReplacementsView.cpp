@@ -43,6 +43,9 @@ class ReplacementRow : public QFrame {
         setRole(this, "tableRow");
         setAttribute(Qt::WA_Hover);
         setCursor(Qt::PointingHandCursor);
+        // Read out as the pair it is; the whole row opens the drawer.
+        setAccessibleName(qs(r.original));
+        setAccessibleDescription(qs(r.replacement));
         auto* h = new QHBoxLayout(this);
         h->setContentsMargins(10, 6, 6, 6);
         auto* from = new ElidedLabel(display(r.original));
@@ -53,6 +56,7 @@ class ReplacementRow : public QFrame {
         setRole(trash, "plain");
         trash->setIcon(symbolIcon("trash"));
         trash->setToolTip("Delete");
+        trash->setAccessibleName("Delete " + qs(r.original));
         trash->setFixedSize(28, 28);
         trash->setCursor(Qt::PointingHandCursor);
         QObject::connect(trash, &QPushButton::clicked, trash, [onDelete = std::move(onDelete)] { onDelete(); });
@@ -133,15 +137,19 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     setRole(close, "plain");
     close->setIcon(symbolIcon("xmark"));
     close->setFixedSize(28, 28);
+    close->setToolTip("Close");
+    close->setAccessibleName("Close");
     titleRow->addWidget(close);
     d->addLayout(titleRow);
     d->addSpacing(6);
     d->addWidget(label("Original Text", "caption"));
     original_ = new QLineEdit;
+    original_->setAccessibleName("Original Text");
     original_->setPlaceholderText(ReplacementsViewModel::kOriginalPlaceholder);
     d->addWidget(original_);
     d->addWidget(label("Replacement Text", "caption"));
     replacement_ = new QLineEdit;
+    replacement_->setAccessibleName("Replacement Text");
     d->addWidget(replacement_);
     drawerError_ = paragraph("", "error");
     d->addWidget(drawerError_);
