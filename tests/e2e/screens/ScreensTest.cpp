@@ -71,7 +71,16 @@ class Screens : public ::testing::Test {
     }
 
     void clickOn(const std::string& name, const std::string& role = "") {
-        const SeenWidget w = see(name, role);
+        SeenWidget w = see(name, role);
+        // Below the fold of a scrolling screen: turn the wheel over its scroll bar (over the page, the wheel
+        // could land on a combo box and change it).
+        const auto window = reader->find("Vocle", "frame");
+        for (int turn = 0; window && w.centerY() >= window->y + window->height && turn < 10; ++turn) {
+            const auto bar = reader->find("", "scroll bar");
+            if (!bar) break;
+            desktop->scroll(bar->centerX(), bar->centerY(), 5);
+            w = see(name, role);
+        }
         desktop->click(w.centerX(), w.centerY());
     }
 
@@ -188,6 +197,114 @@ TEST_F(Screens, TypedVocabularyIsAutoSavedOnceAndBackedUp) {
     // Typed in one go: one save, not one per key.
     EXPECT_EQ(occurrences(desktop->vocleLog(), "Vocabulary auto-saved at ", from), 1u)
         << desktop->vocleLog().substr(from);
+}
+
+// Every screen of the running app as the user sees it, first as a new user finds it and then filled in
+// through the screens themselves; each picture is kept under the build tree's screenshots folder.
+TEST_F(Screens, EveryScreenShowsItsContentFreshAndFilledIn) {
+    const fs::path folder = fs::path(VOCLE_BINARY_DIR) / "screenshots";
+    auto shoot = [&](const std::string& name) {
+        const fs::path file = folder / (name + ".png");
+        fs::remove(file);
+        desktop->screenshot(file);
+        // A real capture of a 1440x900 desktop, not an empty file.
+        EXPECT_GT(fs::file_size(file), 20000u) << file;
+    };
+    auto walk = [&](const std::string& state, bool filled) {
+        openScreen("Home", "Getting Started");
+        see(filled ? "6 of 6 complete" : "2 of 6 complete", "label");
+        shoot("home-" + state);
+
+        openScreen("Modes");
+        see("Create Mode", "push button");
+        shoot("modes-" + state);
+        if (filled) {
+            clickOn("Meeting notes");
+            see("Edit Mode", "label");
+        } else {
+            clickOn("Create Mode", "push button");
+            see("New Mode", "label");
+        }
+        shoot("mode-editor-" + state);
+        clickOn("Cancel", "push button");
+        see("Create Mode", "push button");
+
+        openScreen("Replacements");
+        if (filled) see("vocle dot org");
+        shoot("replacements-" + state);
+        clickOn("Add Replacement", "push button");
+        see("Original Text", "text");
+        shoot("replacements-drawer-" + state);
+        clickOn("Close", "push button");
+        EXPECT_TRUE(waitFor([&] { return !reader->find("Original Text", "text"); }, 5s)) << reader->dump();
+
+        openScreen("Vocabulary");
+        shoot("vocabulary-" + state);
+
+        openScreen("Settings");
+        see("Toggle Recording On/Off", "push button");
+        shoot("settings-" + state);
+        clickOn("Toggle Recording On/Off", "push button");
+        see("Change Shortcut", "dialog");
+        shoot("shortcut-picker-" + state);
+        desktop->pressKeys("Escape");
+        EXPECT_TRUE(waitFor([&] { return !reader->find("Change Shortcut", "dialog"); }, 5s)) << reader->dump();
+
+        openScreen("History");
+        if (filled) see("Today", "list item");
+        else see("No history yet", "label");
+        shoot("history-" + state);
+
+        openScreen("Help");
+        see("Send message", "push button");
+        shoot("help-" + state);
+
+        clickOn("Dictation", "menu item");
+        clickOn("Show Permissions", "menu item");
+        see("Required Permissions", "label");
+        shoot("permissions-" + state);
+        clickOn("Close", "push button");
+        EXPECT_TRUE(waitFor([&] { return !reader->find("Required Permissions", "label"); }, 5s)) << reader->dump();
+    };
+
+    desktop->startVocle();
+    walk("fresh", false);
+
+    // Filled in the way a user would: a mode, a replacement, vocabulary, and one dictation.
+    openScreen("Modes");
+    clickOn("Create Mode", "push button");
+    clickOn("Mode Name", "text");
+    desktop->pressKeys("ctrl+a");
+    desktop->typeText("Meeting notes");
+    clickOn("Save", "push button");
+    see("Meeting notes");
+
+    openScreen("Replacements");
+    clickOn("Add Replacement", "push button");
+    clickOn("Original Text", "text");
+    desktop->typeText("vocle dot org");
+    clickOn("Replacement Text", "text");
+    desktop->typeText("vocle.org");
+    clickOn("Save", "push button");
+    see("vocle dot org");
+
+    openScreen("Vocabulary");
+    clickOn("Vocabulary", "text");
+    const size_t typed = desktop->logSize();
+    desktop->typeText("Vocle, PulseAudio, Xvfb, openbox");
+    ASSERT_TRUE(desktop->waitForLog("Vocabulary auto-saved at ", 10s, typed));
+
+    desktop->openTextTarget();
+    const size_t start = desktop->logSize();
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
+    desktop->play(kClip);
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 100ms))
+        << desktop->vocleLog().substr(start);
+    // Back to the main window, by clicking into it.
+    clickOn("Home", "check box");
+    walk("filled", true);
 }
 
 }  // namespace

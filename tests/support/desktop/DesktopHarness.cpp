@@ -173,11 +173,19 @@ void DesktopHarness::typeText(const std::string& text) const {
 }
 
 void DesktopHarness::click(int x, int y) const {
-    const auto result = runProgram({{"xdotool", "mousemove", "--sync", std::to_string(x), std::to_string(y), "click",
-                                     "1"},
+    // No --sync: it waits for the pointer to move and fails when the pointer is already there.
+    const auto result =
+        runProgram({{"xdotool", "mousemove", std::to_string(x), std::to_string(y), "sleep", "0.05", "click", "1"}, env_},
+                   10s);
+    require(result.status == 0, "xdotool click failed: " + result.output);
+}
+
+void DesktopHarness::scroll(int x, int y, int steps) const {
+    const auto result = runProgram({{"xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", "--repeat",
+                                     std::to_string(std::abs(steps)), "--delay", "30", steps > 0 ? "5" : "4"},
                                     env_},
                                    10s);
-    require(result.status == 0, "xdotool click failed: " + result.output);
+    require(result.status == 0, "xdotool scroll failed: " + result.output);
 }
 
 void DesktopHarness::focusTextTarget() const {

@@ -57,6 +57,8 @@ class DesktopHarness {
     void typeText(const std::string& text) const;
     // A left click at a point of the screen, through XTest.
     void click(int x, int y) const;
+    // Turns the mouse wheel over a point: positive `steps` scroll down, negative up.
+    void scroll(int x, int y, int steps) const;
     // Clicks into the text window of the other application, as a user giving it the focus would.
     void focusTextTarget() const;
     // The whole screen as a PNG.
