@@ -17,6 +17,9 @@ using namespace screens;
 
 namespace {
 
+constexpr int kColumnSpacing = 8;
+constexpr int kTrashSize = 28;
+
 // A one-line label that ends in "…" when the column is too narrow; the full text is the tooltip.
 class ElidedLabel : public QLabel {
   public:
@@ -48,6 +51,7 @@ class ReplacementRow : public QFrame {
         setAccessibleDescription(qs(r.replacement));
         auto* h = new QHBoxLayout(this);
         h->setContentsMargins(10, 6, 6, 6);
+        h->setSpacing(kColumnSpacing);
         auto* from = new ElidedLabel(display(r.original));
         auto* to = new ElidedLabel(display(r.replacement));
         h->addWidget(from, 1);
@@ -57,7 +61,7 @@ class ReplacementRow : public QFrame {
         trash->setIcon(symbolIcon("trash"));
         trash->setToolTip("Delete");
         trash->setAccessibleName("Delete " + qs(r.original));
-        trash->setFixedSize(28, 28);
+        trash->setFixedSize(kTrashSize, kTrashSize);
         trash->setCursor(Qt::PointingHandCursor);
         QObject::connect(trash, &QPushButton::clicked, trash, [onDelete = std::move(onDelete)] { onDelete(); });
         h->addWidget(trash);
@@ -113,9 +117,15 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     t->setContentsMargins(4, 6, 4, 6);
     t->setSpacing(0);
     auto* headings = new QHBoxLayout;
-    headings->setContentsMargins(10, 2, 40, 6);
+    // The rows' geometry exactly, the trash button's column left empty, so that headings line up.
+    headings->setContentsMargins(10, 2, 6, 6);
+    headings->setSpacing(kColumnSpacing);
     headings->addWidget(label("Original Text", "caption"), 1);
     headings->addWidget(label("Replacement Text", "caption"), 1);
+    // A widget, not a spacer: layouts put no spacing next to empty items.
+    auto* trashColumn = new QWidget;
+    trashColumn->setFixedSize(kTrashSize, 1);
+    headings->addWidget(trashColumn);
     t->addLayout(headings);
     rows_ = new QVBoxLayout;
     rows_->setSpacing(0);
