@@ -120,11 +120,15 @@ void setRole(QWidget* widget, const char* role) {
 
 namespace {
 
-// A filled box alone does not read as "on"; the tick says it. Appended apart: the path may hold a "%".
-QString checkMark() {
-    const QString file = iconFile("check");
-    if (file.isEmpty()) return {};
-    return QStringLiteral("QCheckBox::indicator:checked { image: url(%1); }\n").arg(file);
+// A filled box alone does not read as "on", and a combo box without its arrow as a choice; the images
+// say it. Appended apart: a path may hold a "%".
+QString indicatorImages() {
+    QString rules;
+    if (const QString tick = iconFile("check"); !tick.isEmpty())
+        rules += QStringLiteral("QCheckBox::indicator:checked { image: url(%1); }\n").arg(tick);
+    if (const QString arrow = iconFile("chevron-down"); !arrow.isEmpty())
+        rules += QStringLiteral("QComboBox::down-arrow { image: url(%1); width: 12px; height: 12px; }\n").arg(arrow);
+    return rules;
 }
 
 }  // namespace
@@ -232,7 +236,7 @@ QMenu::separator { height: 1px; background: %4; margin: 4px 6px; }
         .arg(hex(kText), hex(kWindow), hex(kSurface), hex(kBorder), hex(kSecondaryText), hex(kRed), hex(kGreen),
              hex(kAccent), accentHover)
         .arg(accentPressed) +
-           checkMark();
+           indicatorImages();
 }
 
 void apply(QApplication& app) {
