@@ -147,11 +147,14 @@ TEST_F(Screens, ANewToggleShortcutRecordedInThePickerStartsAndStopsDictationInAn
     ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
     // The same lines the old combination must not produce.
     EXPECT_NE(desktop->vocleLog().find(kToggleLines[0], start), std::string::npos) << desktop->vocleLog().substr(start);
+    see("Vocle Recording Indicator");
     desktop->play(kClip);
     desktop->pressKeys("ctrl+shift+d");
     ASSERT_TRUE(waitFor([&] { return wordsHeard(desktop->targetText(), kClipWords) >= 3; }, 90s, 50ms))
         << desktop->targetText() << "\n" << desktop->vocleLog().substr(start);
+    // Pasted without taking the focus, and the indicator goes once the text is in.
     EXPECT_EQ(desktop->activeWindowName(), "Vocle test target");
+    EXPECT_TRUE(waitFor([&] { return !reader->find("Vocle Recording Indicator"); }, 10s)) << reader->dump();
 }
 
 TEST_F(Screens, AReplacementAddedInTheDrawerIsSavedAndBackedUp) {
