@@ -306,7 +306,10 @@ void MainView::updatePermissionsSheet() {
         permissionsSheet_->setObjectName("PermissionsSheet");
         permissionsSheet_->setWindowTitle("Permissions");
         permissionsSheet_->setFixedSize(520, 460);
+        // The screen brings its own margins; the button row repeats them so that both right edges meet.
         auto* layout = new QVBoxLayout(permissionsSheet_);
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->setSpacing(0);
         DetailScreen screen;
         screen.kind = DetailScreen::Kind::permissions;
         screen.tab = -1;
@@ -316,7 +319,11 @@ void MainView::updatePermissionsSheet() {
         auto* close = new QPushButton("Close", permissionsSheet_);
         close->setObjectName("PermissionsClose");
         Theme::setRole(close, "primary");
-        layout->addWidget(close, 0, Qt::AlignRight);
+        auto* buttons = new QHBoxLayout;
+        buttons->setContentsMargins(28, 0, 28, 20);
+        buttons->addStretch();
+        buttons->addWidget(close);
+        layout->addLayout(buttons);
         connect(close, &QPushButton::clicked, this, [this] { app_.showPermissionsWindow.set(false); });
         connect(permissionsSheet_, &QDialog::rejected, this, [this] {
             if (app_.showPermissionsWindow.get()) app_.showPermissionsWindow.set(false);

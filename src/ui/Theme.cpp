@@ -62,28 +62,38 @@ private:
     std::shared_ptr<QSvgRenderer> renderer_;
 };
 
+// Where icons may be, most specific first.
+const QStringList& iconCandidates() {
+    static const QStringList candidates = [] {
+        QStringList c;
+        if (const QByteArray env = qgetenv("VOCLE_DATA_DIR"); !env.isEmpty()) c << QString::fromLocal8Bit(env) + "/icons";
+        const QString appDir = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
+        if (!appDir.isEmpty()) c << appDir + "/../share/vocle/icons";
+#ifdef VOCLE_INSTALL_DATADIR
+        c << QString(VOCLE_INSTALL_DATADIR) + "/icons";
+#endif
+#ifdef VOCLE_SOURCE_DIR
+        c << QString(VOCLE_SOURCE_DIR) + "/data/icons";
+#endif
+        return c;
+    }();
+    return candidates;
+}
+
+// The icon from the first place that has it: an older installation beside a build tree may lack newer ones.
 QString iconFile(const QString& name) {
     const QString dir = iconDirectory();
-    if (dir.isEmpty()) return {};
-    const QString file = dir + "/" + name + ".svg";
-    return QFileInfo::exists(file) ? file : QString();
+    if (!dir.isEmpty() && QFileInfo::exists(dir + "/" + name + ".svg")) return dir + "/" + name + ".svg";
+    for (const QString& c : iconCandidates())
+        if (QFileInfo::exists(c + "/" + name + ".svg")) return QDir(c).absoluteFilePath(name + ".svg");
+    return {};
 }
 
 }  // namespace
 
 QString iconDirectory() {
     static const QString found = [] {
-        QStringList candidates;
-        if (const QByteArray env = qgetenv("VOCLE_DATA_DIR"); !env.isEmpty()) candidates << QString::fromLocal8Bit(env) + "/icons";
-        const QString appDir = QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
-        if (!appDir.isEmpty()) candidates << appDir + "/../share/vocle/icons";
-#ifdef VOCLE_INSTALL_DATADIR
-        candidates << QString(VOCLE_INSTALL_DATADIR) + "/icons";
-#endif
-#ifdef VOCLE_SOURCE_DIR
-        candidates << QString(VOCLE_SOURCE_DIR) + "/data/icons";
-#endif
-        for (const QString& c : candidates)
+        for (const QString& c : iconCandidates())
             if (QFileInfo::exists(c + "/tray.svg")) return QDir(c).absolutePath();
         return QString();
     }();
@@ -107,6 +117,21 @@ void setRole(QWidget* widget, const char* role) {
     widget->style()->unpolish(widget);
     widget->style()->polish(widget);
 }
+
+namespace {
+
+// A filled box alone does not read as "on", and a combo box without its arrow as a choice; the images
+// say it. Appended apart: a path may hold a "%".
+QString indicatorImages() {
+    QString rules;
+    if (const QString tick = iconFile("check"); !tick.isEmpty())
+        rules += QStringLiteral("QCheckBox::indicator:checked { image: url(%1); }\n").arg(tick);
+    if (const QString arrow = iconFile("chevron-down"); !arrow.isEmpty())
+        rules += QStringLiteral("QComboBox::down-arrow { image: url(%1); width: 12px; height: 12px; }\n").arg(arrow);
+    return rules;
+}
+
+}  // namespace
 
 QString styleSheet() {
     const QString accentPressed = hex(kAccent.darker(120));
@@ -188,6 +213,7 @@ QCheckBox::indicator:checked { background: %8; border-color: %8; }
 QListView, QListWidget, QTreeView, QTableView, QTableWidget {
     background: %2; border: 1px solid %4; border-radius: 8px; alternate-background-color: %3; }
 QListView::item, QListWidget::item { padding: 6px; border-radius: 6px; }
+QListView#historyList { border: none; }
 QListView::item:selected, QListWidget::item:selected { background: rgba(102,92,210,0.35); color: %1; }
 QHeaderView::section { background: %3; color: %5; border: none; padding: 4px 6px; }
 
@@ -209,7 +235,8 @@ QMenu::separator { height: 1px; background: %4; margin: 4px 6px; }
 )")
         .arg(hex(kText), hex(kWindow), hex(kSurface), hex(kBorder), hex(kSecondaryText), hex(kRed), hex(kGreen),
              hex(kAccent), accentHover)
-        .arg(accentPressed);
+        .arg(accentPressed) +
+           indicatorImages();
 }
 
 void apply(QApplication& app) {

@@ -26,6 +26,7 @@ HelpView::HelpView(HelpViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm
     auto* form = section(page, "Contact");
     form->addWidget(paragraph(HelpViewModel::kIntro));
     editor_ = new QPlainTextEdit;
+    editor_->setAccessibleName("Message");
     editor_->setMinimumHeight(160);
     editor_->setPlaceholderText("Your message");
     form->addWidget(editor_);

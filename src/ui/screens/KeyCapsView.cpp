@@ -1,6 +1,9 @@
 #include "ui/screens/KeyCapsView.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QEnterEvent>
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -9,8 +12,51 @@
 
 namespace vocle {
 
+namespace {
+
+// A clickable box is a button to assistive technology, read out as its name and the shortcut it shows;
+// a plain one is static text.
+class KeyCapsAccessible : public QAccessibleWidget {
+  public:
+    explicit KeyCapsAccessible(KeyCapsView* view)
+        : QAccessibleWidget(view, view->isClickable() ? QAccessible::Button : QAccessible::StaticText) {}
+
+    QString text(QAccessible::Text t) const override {
+        const auto* view = static_cast<const KeyCapsView*>(widget());
+        if (t == QAccessible::Name && view->accessibleName().isEmpty()) return view->partsText();
+        if (t == QAccessible::Description && view->accessibleDescription().isEmpty()) return view->partsText();
+        return QAccessibleWidget::text(t);
+    }
+    QStringList actionNames() const override {
+        auto names = QAccessibleWidget::actionNames();
+        if (static_cast<const KeyCapsView*>(widget())->isClickable()) names.prepend(pressAction());
+        return names;
+    }
+    void doAction(const QString& action) override {
+        if (action == pressAction()) static_cast<KeyCapsView*>(widget())->activate();
+        else QAccessibleWidget::doAction(action);
+    }
+};
+
+QAccessibleInterface* keyCapsAccessible(const QString& className, QObject* object) {
+    if (className == QLatin1String(KeyCapsView::staticMetaObject.className()) && object && object->isWidgetType())
+        return new KeyCapsAccessible(static_cast<KeyCapsView*>(object));
+    return nullptr;
+}
+
+}  // namespace
+
 KeyCapsView::KeyCapsView(QWidget* parent, bool clickable) : QWidget(parent), clickable_(clickable) {
-    if (clickable_) setCursor(Qt::PointingHandCursor);
+    static const bool factoryInstalled = [] {
+        QAccessible::installFactory(keyCapsAccessible);
+        return true;
+    }();
+    (void)factoryInstalled;
+    if (clickable_) {
+        setCursor(Qt::PointingHandCursor);
+        // Reachable with Tab and opened with Space or Return, like a button.
+        setFocusPolicy(Qt::StrongFocus);
+    }
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
     setAttribute(Qt::WA_Hover, clickable_);
 }
@@ -52,9 +98,10 @@ void KeyCapsView::paintEvent(QPaintEvent*) {
     if (clickable_) {
         QColor frame = palette().color(QPalette::WindowText);
         frame.setAlphaF(hovering_ ? 0.12 : 0.05);
-        p.setPen(Qt::NoPen);
+        if (hasFocus()) p.setPen(QPen(palette().color(QPalette::Highlight), 1.5));
+        else p.setPen(Qt::NoPen);
         p.setBrush(frame);
-        p.drawRoundedRect(rect().adjusted(0, 0, -1, -1), 8, 8);
+        p.drawRoundedRect(QRectF(rect()).adjusted(0.75, 0.75, -0.75, -0.75), 8, 8);
     }
     QFont f = font();
     f.setPixelSize(fontSize_);
@@ -78,6 +125,40 @@ void KeyCapsView::paintEvent(QPaintEvent*) {
     }
 }
 
+QString KeyCapsView::partsText() const {
+    QStringList list(parts_.begin(), parts_.end());
+    return list.join(' ');
+}
+
+void KeyCapsView::activate() {
+    if (clickable_) emit clicked();
+}
+
+void KeyCapsView::keyPressEvent(QKeyEvent* event) {
+    switch (event->key()) {
+        case Qt::Key_Space:
+        case Qt::Key_Return:
+        case Qt::Key_Enter:
+            if (clickable_ && event->modifiers() == Qt::NoModifier) {
+                activate();
+                return;
+            }
+            break;
+        default: break;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void KeyCapsView::focusInEvent(QFocusEvent* event) {
+    QWidget::focusInEvent(event);
+    update();
+}
+
+void KeyCapsView::focusOutEvent(QFocusEvent* event) {
+    QWidget::focusOutEvent(event);
+    update();
+}
+
 void KeyCapsView::enterEvent(QEnterEvent*) {
     hovering_ = true;
     update();
@@ -89,7 +170,7 @@ void KeyCapsView::leaveEvent(QEvent*) {
 }
 
 void KeyCapsView::mouseReleaseEvent(QMouseEvent* event) {
-    if (clickable_ && event->button() == Qt::LeftButton && rect().contains(event->position().toPoint())) emit clicked();
+    if (event->button() == Qt::LeftButton && rect().contains(event->position().toPoint())) activate();
 }
 
 }  // namespace vocle

@@ -16,6 +16,11 @@ class KeyCapsView : public QWidget {
 
     void setParts(const std::vector<std::string>& parts);
     void setKeyMetrics(int minWidth, int height, int fontSize);
+    bool isClickable() const { return clickable_; }
+    // The parts as one line ("⌥ Space"), as assistive technology reads them.
+    QString partsText() const;
+    // What a click does; also the accessible "press" action.
+    void activate();
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override { return sizeHint(); }
 
@@ -27,6 +32,9 @@ class KeyCapsView : public QWidget {
     void enterEvent(QEnterEvent*) override;
     void leaveEvent(QEvent*) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
 
   private:
     int capWidth(const QString& label) const;

@@ -104,9 +104,11 @@ ModeDetailView::ModeDetailView(ModeDetailViewModel& vm, QWidget* parent) : QWidg
     auto* general = section(page, "General");
     general->addWidget(fieldLabel("Mode Name"));
     name_ = new QLineEdit;
+    name_->setAccessibleName("Mode Name");
     general->addWidget(name_);
     general->addWidget(fieldLabel("Mode Type"));
     typeTrigger_ = button("", "dropdown");
+    typeTrigger_->setAccessibleDescription("Mode Type");
     typeTrigger_->setIcon(symbolIcon("chevron.down"));
     typeTrigger_->setLayoutDirection(Qt::RightToLeft);
     general->addWidget(typeTrigger_);
@@ -121,6 +123,7 @@ ModeDetailView::ModeDetailView(ModeDetailViewModel& vm, QWidget* parent) : QWidg
 
     auto* instructions = section(page, "Custom Instructions");
     prompt_ = new QPlainTextEdit;
+    prompt_->setAccessibleName("Custom Instructions");
     prompt_->setMinimumHeight(110);
     instructions->addWidget(prompt_);
     instructions->addWidget(paragraph(ModeDetailViewModel::kPromptHelp, "caption"));
@@ -157,10 +160,12 @@ ModeDetailView::ModeDetailView(ModeDetailViewModel& vm, QWidget* parent) : QWidg
     setRole(edit, "plain");
     edit->setIcon(symbolIcon("pencil"));
     edit->setToolTip("Change application");
+    edit->setAccessibleName("Change application");
     auto* clear = new QPushButton;
     setRole(clear, "plain");
     clear->setIcon(symbolIcon("trash"));
     clear->setToolTip("Remove application");
+    clear->setAccessibleName("Remove application");
     for (auto* b : {edit, clear}) {
         b->setFixedSize(28, 28);
         b->setCursor(Qt::PointingHandCursor);
@@ -169,6 +174,7 @@ ModeDetailView::ModeDetailView(ModeDetailViewModel& vm, QWidget* parent) : QWidg
     activation->addWidget(applicationRow_);
     activation->addWidget(fieldLabel("Website Domain"));
     website_ = new QLineEdit;
+    website_->setAccessibleName("Website Domain");
     website_->setPlaceholderText(ModeDetailViewModel::kWebsitePlaceholder);
     activation->addWidget(website_);
 

@@ -21,6 +21,8 @@ class ModeRow : public QFrame {
         setRole(this, "listRow");
         setAttribute(Qt::WA_Hover);
         setCursor(Qt::PointingHandCursor);
+        setAccessibleName(qs(mode.name));
+        setAccessibleDescription(active ? "Active" : "");
         auto* h = new QHBoxLayout(this);
         h->setContentsMargins(12, 10, 12, 10);
         h->setSpacing(10);

@@ -17,6 +17,9 @@ using namespace screens;
 
 namespace {
 
+constexpr int kColumnSpacing = 8;
+constexpr int kTrashSize = 28;
+
 // A one-line label that ends in "…" when the column is too narrow; the full text is the tooltip.
 class ElidedLabel : public QLabel {
   public:
@@ -43,8 +46,12 @@ class ReplacementRow : public QFrame {
         setRole(this, "tableRow");
         setAttribute(Qt::WA_Hover);
         setCursor(Qt::PointingHandCursor);
+        // Read out as the pair it is; the whole row opens the drawer.
+        setAccessibleName(qs(r.original));
+        setAccessibleDescription(qs(r.replacement));
         auto* h = new QHBoxLayout(this);
         h->setContentsMargins(10, 6, 6, 6);
+        h->setSpacing(kColumnSpacing);
         auto* from = new ElidedLabel(display(r.original));
         auto* to = new ElidedLabel(display(r.replacement));
         h->addWidget(from, 1);
@@ -53,7 +60,8 @@ class ReplacementRow : public QFrame {
         setRole(trash, "plain");
         trash->setIcon(symbolIcon("trash"));
         trash->setToolTip("Delete");
-        trash->setFixedSize(28, 28);
+        trash->setAccessibleName("Delete " + qs(r.original));
+        trash->setFixedSize(kTrashSize, kTrashSize);
         trash->setCursor(Qt::PointingHandCursor);
         QObject::connect(trash, &QPushButton::clicked, trash, [onDelete = std::move(onDelete)] { onDelete(); });
         h->addWidget(trash);
@@ -109,9 +117,15 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     t->setContentsMargins(4, 6, 4, 6);
     t->setSpacing(0);
     auto* headings = new QHBoxLayout;
-    headings->setContentsMargins(10, 2, 40, 6);
+    // The rows' geometry exactly, the trash button's column left empty, so that headings line up.
+    headings->setContentsMargins(10, 2, 6, 6);
+    headings->setSpacing(kColumnSpacing);
     headings->addWidget(label("Original Text", "caption"), 1);
     headings->addWidget(label("Replacement Text", "caption"), 1);
+    // A widget, not a spacer: layouts put no spacing next to empty items.
+    auto* trashColumn = new QWidget;
+    trashColumn->setFixedSize(kTrashSize, 1);
+    headings->addWidget(trashColumn);
     t->addLayout(headings);
     rows_ = new QVBoxLayout;
     rows_->setSpacing(0);
@@ -133,15 +147,19 @@ ReplacementsView::ReplacementsView(ReplacementsViewModel& vm, QWidget* parent) :
     setRole(close, "plain");
     close->setIcon(symbolIcon("xmark"));
     close->setFixedSize(28, 28);
+    close->setToolTip("Close");
+    close->setAccessibleName("Close");
     titleRow->addWidget(close);
     d->addLayout(titleRow);
     d->addSpacing(6);
     d->addWidget(label("Original Text", "caption"));
     original_ = new QLineEdit;
+    original_->setAccessibleName("Original Text");
     original_->setPlaceholderText(ReplacementsViewModel::kOriginalPlaceholder);
     d->addWidget(original_);
     d->addWidget(label("Replacement Text", "caption"));
     replacement_ = new QLineEdit;
+    replacement_->setAccessibleName("Replacement Text");
     d->addWidget(replacement_);
     drawerError_ = paragraph("", "error");
     d->addWidget(drawerError_);

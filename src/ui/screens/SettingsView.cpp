@@ -42,8 +42,10 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
 
     auto* shortcuts = section(layout, "Shortcuts");
     toggleBox_ = new KeyCapsView(nullptr, true);
+    toggleBox_->setAccessibleName("Toggle Recording On/Off");
     row(shortcuts, "Toggle Recording On/Off")->addWidget(toggleBox_);
     cancelBox_ = new KeyCapsView(nullptr, true);
+    cancelBox_->setAccessibleName("Cancel Recording");
     row(shortcuts, "Cancel Recording")->addWidget(cancelBox_);
     connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
     connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);

@@ -71,8 +71,10 @@ ShortcutPickerSheet::~ShortcutPickerSheet() {
 }
 
 void ShortcutPickerSheet::showEvent(QShowEvent* event) {
-    // The theme's title font is known only once polished; size to it.
+    // The theme's title font is known only once polished; size to it. A sheet is not resized, so the
+    // window manager draws no resize handle under it.
     adjustSize();
+    setFixedSize(size());
     QDialog::showEvent(event);
     vm_.startCapturing();
 }
@@ -122,6 +124,7 @@ CancelPickerSheet::~CancelPickerSheet() {
 
 void CancelPickerSheet::showEvent(QShowEvent* event) {
     adjustSize();
+    setFixedSize(size());
     QDialog::showEvent(event);
     vm_.startCapturing();
 }

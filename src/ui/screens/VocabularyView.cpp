@@ -14,6 +14,7 @@ VocabularyView::VocabularyView(VocabularyViewModel& vm, QWidget* parent) : QWidg
     header(page, "Vocabulary", VocabularyViewModel::kExplanation);
     page->addWidget(paragraph(VocabularyViewModel::kExamples, "caption"));
     editor_ = new QPlainTextEdit;
+    editor_->setAccessibleName("Vocabulary");
     editor_->setMinimumHeight(200);
     editor_->setPlaceholderText("John Doe, ACME Corp, …");
     page->addWidget(editor_, 1);

@@ -20,6 +20,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -34,6 +35,7 @@
 #include "ui/screens/HelpView.h"
 #include "ui/screens/HistoryView.h"
 #include "ui/screens/HomeView.h"
+#include "ui/screens/KeyCapsView.h"
 #include "ui/screens/ModeDetailView.h"
 #include "ui/screens/ModesView.h"
 #include "ui/screens/PermissionsView.h"
@@ -359,6 +361,43 @@ TEST_F(ScreensTest, PickerSheetsCaptureRealKeyPresses) {
         ASSERT_TRUE(desktop().pumpUntil([&] { return !sheet.isVisible(); }, 5));
         EXPECT_EQ(shortcuts.cancel, (KeyCombination{53, 0}));
     }
+}
+
+TEST_F(ScreensTest, ShortcutBoxIsAButtonToAssistiveTechnologyAndToTheKeyboard) {
+    KeyCapsView box(nullptr, true);
+    box.setAccessibleName("Toggle Recording On/Off");
+    box.setParts({"⌥", "Space"});
+    int presses = 0;
+    QObject::connect(&box, &KeyCapsView::clicked, [&] { ++presses; });
+    box.move(100, 150);
+    box.show();
+    ASSERT_TRUE(desktop().activate(box));
+
+    QAccessibleInterface* seen = QAccessible::queryAccessibleInterface(&box);
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(seen->role(), QAccessible::Button);
+    EXPECT_EQ(seen->text(QAccessible::Name).toStdString(), "Toggle Recording On/Off");
+    EXPECT_EQ(seen->text(QAccessible::Description).toStdString(), "⌥ Space");
+    ASSERT_NE(seen->actionInterface(), nullptr);
+    seen->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    EXPECT_EQ(presses, 1);
+
+    box.setFocus();
+    desktop().run("xdotool key space");
+    ASSERT_TRUE(desktop().pumpUntil([&] { return presses == 2; }, 5));
+    // With a modifier it is somebody's shortcut, not a press of the box.
+    desktop().run("xdotool key alt+space");
+    desktop().pump(0.3);
+    EXPECT_EQ(presses, 2);
+
+    // The home screen's boxes only show a shortcut: text, no action.
+    KeyCapsView shown;
+    shown.setParts({"⌥", "Space"});
+    QAccessibleInterface* text = QAccessible::queryAccessibleInterface(&shown);
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(text->role(), QAccessible::StaticText);
+    EXPECT_EQ(text->text(QAccessible::Name).toStdString(), "⌥ Space");
+    EXPECT_FALSE(text->actionInterface()->actionNames().contains(QAccessibleActionInterface::pressAction()));
 }
 
 }  // namespace

@@ -48,6 +48,8 @@ DesktopHarness::DesktopHarness() {
 DesktopHarness::~DesktopHarness() {
     target_.reset();
     vocle_.reset();
+    accessibilityRegistry_.reset();
+    accessibilityBus_.reset();
     stopServer();
     desktop_.reset();
 }
@@ -163,6 +165,69 @@ void DesktopHarness::pressKeys(const std::string& keys) const {
     // Held for a moment like a finger would, so the monitors see a real press and release.
     const auto result = runProgram({{"xdotool", "key", "--delay", "60", keys}, env_}, 10s);
     require(result.status == 0, "xdotool key " + keys + " failed: " + result.output);
+}
+
+void DesktopHarness::typeText(const std::string& text) const {
+    const auto result = runProgram({{"xdotool", "type", "--delay", "40", "--", text}, env_}, 30s);
+    require(result.status == 0, "xdotool type failed: " + result.output);
+}
+
+void DesktopHarness::click(int x, int y) const {
+    // No --sync: it waits for the pointer to move and fails when the pointer is already there.
+    const auto result =
+        runProgram({{"xdotool", "mousemove", std::to_string(x), std::to_string(y), "sleep", "0.05", "click", "1"}, env_},
+                   10s);
+    require(result.status == 0, "xdotool click failed: " + result.output);
+}
+
+void DesktopHarness::scroll(int x, int y, int steps) const {
+    const auto result = runProgram({{"xdotool", "mousemove", std::to_string(x), std::to_string(y), "click", "--repeat",
+                                     std::to_string(std::abs(steps)), "--delay", "30", steps > 0 ? "5" : "4"},
+                                    env_},
+                                   10s);
+    require(result.status == 0, "xdotool scroll failed: " + result.output);
+}
+
+void DesktopHarness::focusTextTarget() const {
+    const auto found = runProgram({{"xdotool", "search", "--name", "^Vocle test target$", "getwindowgeometry",
+                                    "--shell"},
+                                   env_},
+                                  10s);
+    std::smatch x, y;
+    require(std::regex_search(found.output, x, std::regex("X=(-?[0-9]+)")) &&
+                std::regex_search(found.output, y, std::regex("Y=(-?[0-9]+)")),
+            "no text window: " + found.output);
+    click(std::stoi(x[1]) + 40, std::stoi(y[1]) + 40);
+    const bool focused = waitFor([&] { return activeWindowName() == "Vocle test target"; }, 10s, 50ms);
+    require(focused, "the text window did not take the focus; active: " + activeWindowName());
+}
+
+void DesktopHarness::screenshot(const fs::path& file) const {
+    fs::create_directories(file.parent_path());
+    const auto result =
+        runProgram({{"import", "-display", env_.at("DISPLAY"), "-window", "root", file.string()}, env_}, 30s);
+    require(result.status == 0 && fs::exists(file), "import " + file.string() + " failed: " + result.output);
+}
+
+void DesktopHarness::enableAccessibility() {
+    constexpr const char* kBusLauncher = "/usr/libexec/at-spi-bus-launcher";
+    constexpr const char* kRegistry = "/usr/libexec/at-spi2-registryd";
+    accessibilityBus_ = std::make_unique<ChildProcess>(
+        ChildProcess::Options{{kBusLauncher}, env_, dir_.path() / "at-spi-bus-launcher.log"});
+    const bool up = waitFor(
+        [&] {
+            return runProgram({{"dbus-send", "--session", "--print-reply", "--dest=org.a11y.Bus", "/org/a11y/bus",
+                                "org.a11y.Bus.GetAddress"},
+                               env_},
+                              5s)
+                       .status == 0;
+        },
+        15s, 100ms);
+    require(up, "the accessibility bus did not start: " + readFile(dir_.path() / "at-spi-bus-launcher.log"));
+    accessibilityRegistry_ = std::make_unique<ChildProcess>(
+        ChildProcess::Options{{kRegistry}, env_, dir_.path() / "at-spi2-registryd.log"});
+    // Qt publishes its widgets only while a reader is known to exist; say so from the start.
+    env_["QT_LINUX_ACCESSIBILITY_ALWAYS_ON"] = "1";
 }
 
 void DesktopHarness::play(const fs::path& file, bool toSpeakers) const {

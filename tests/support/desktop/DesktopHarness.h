@@ -53,6 +53,20 @@ class DesktopHarness {
 
     // Key presses through XTest, as a user's keyboard would make them ("alt+space", "Escape").
     void pressKeys(const std::string& keys) const;
+    // Text typed key by key into the focused window.
+    void typeText(const std::string& text) const;
+    // A left click at a point of the screen, through XTest.
+    void click(int x, int y) const;
+    // Turns the mouse wheel over a point: positive `steps` scroll down, negative up.
+    void scroll(int x, int y, int steps) const;
+    // Clicks into the text window of the other application, as a user giving it the focus would.
+    void focusTextTarget() const;
+    // The whole screen as a PNG.
+    void screenshot(const std::filesystem::path& file) const;
+
+    // Starts the desktop's accessibility bus and registry; programs started afterwards publish their
+    // widgets on it (Qt's bridge), and this process can read them through libatspi.
+    void enableAccessibility();
     // Plays a file into the virtual microphone (or, with `toSpeakers`, to the default output) to the end.
     void play(const std::filesystem::path& file, bool toSpeakers = false) const;
 
@@ -70,6 +84,8 @@ class DesktopHarness {
     std::unique_ptr<DesktopSession> desktop_;
     std::unique_ptr<ChildProcess> vocle_;
     std::unique_ptr<ChildProcess> target_;
+    std::unique_ptr<ChildProcess> accessibilityBus_;
+    std::unique_ptr<ChildProcess> accessibilityRegistry_;
     std::filesystem::path targetFile_;
     SystemClock clock_;
     server::ServerConfig serverConfig_;

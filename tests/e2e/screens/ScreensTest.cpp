@@ -1,0 +1,313 @@
+#include <gtest/gtest.h>
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "ScreenReader.h"
+#include "foundation/Base64.h"
+#include "foundation/Json.h"
+#include "support/desktop/DesktopHarness.h"
+
+using namespace vocle::testing;
+namespace fs = std::filesystem;
+
+namespace {
+
+const fs::path kClip = "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav";
+const std::string kClipWords = "he was not an ill disposed young man";
+
+// How many of the reference's words are in the text (the recogniser gets most, not all, right).
+size_t wordsHeard(const std::string& text, const std::string& reference) {
+    std::string cleaned;
+    for (const char c : text)
+        cleaned += std::isalpha(static_cast<unsigned char>(c)) ? static_cast<char>(std::tolower(c)) : ' ';
+    std::istringstream heard(cleaned);
+    std::set<std::string> words{std::istream_iterator<std::string>(heard), {}};
+    std::istringstream expected(reference);
+    size_t n = 0;
+    for (std::string w; expected >> w;) n += words.count(w);
+    return n;
+}
+
+// What the app logs when a toggle shortcut reaches it: the grabbed hot key, the key monitors, the start.
+const char* const kToggleLines[] = {"Carbon HotKey toggle detected!", "Global NSEvent shortcut detected!",
+                                    "USER SHORTCUT TRIGGERED", "audioOutput.isRecording after"};
+
+size_t occurrences(const std::string& text, const std::string& part, size_t from = 0) {
+    size_t n = 0;
+    for (size_t at = text.find(part, from); at != std::string::npos; at = text.find(part, at + part.size())) ++n;
+    return n;
+}
+
+// A user driving the running application: finds widgets the way a screen reader does and clicks and types
+// with XTest.
+class Screens : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        desktop = std::make_unique<DesktopHarness>();
+        desktop->enableAccessibility();
+        desktop->signIn("screens@example.com");
+        reader = std::make_unique<ScreenReader>("Vocle", desktop->environment());
+    }
+
+    void TearDown() override {
+        reader.reset();
+        desktop.reset();
+    }
+
+    SeenWidget see(const std::string& name, const std::string& role = "",
+                   std::chrono::milliseconds deadline = std::chrono::seconds(10)) {
+        auto found = reader->waitFor(name, role, deadline);
+        if (!found)
+            throw std::runtime_error("no " + (role.empty() ? "widget" : role) + " \"" + name + "\" on screen:\n" +
+                                     reader->dump());
+        return *found;
+    }
+
+    void clickOn(const std::string& name, const std::string& role = "") {
+        SeenWidget w = see(name, role);
+        // Below the fold of a scrolling screen: turn the wheel over its scroll bar (over the page, the wheel
+        // could land on a combo box and change it).
+        const auto window = reader->find("Vocle", "frame");
+        for (int turn = 0; window && w.centerY() >= window->y + window->height && turn < 10; ++turn) {
+            const auto bar = reader->find("", "scroll bar");
+            if (!bar) break;
+            desktop->scroll(bar->centerX(), bar->centerY(), 5);
+            w = see(name, role);
+        }
+        desktop->click(w.centerX(), w.centerY());
+    }
+
+    // Picks a screen in the sidebar and waits for its title.
+    void openScreen(const std::string& entry, const std::string& title = "") {
+        clickOn(entry, "check box");
+        see(title.empty() ? entry : title, "label");
+    }
+
+    vocle::Json settingsFile() const {
+        return vocle::Json::parse(readText(desktop->dataFolder() / "settings.json"));
+    }
+
+    // The settings document the server keeps for this user, read with the app's own session.
+    vocle::Json backedUpSettings() const {
+        const vocle::Json session = vocle::Json::parse(readText(desktop->dataFolder() / "session.json"));
+        httplib::Client client(desktop->backendURL());
+        client.set_read_timeout(5, 0);
+        const auto response = client.Get(
+            "/settings", {{"Authorization", "Bearer " + session.at("access_token").get<std::string>()}});
+        if (!response || response->status != 200) return vocle::Json::object();
+        const vocle::Json body = vocle::Json::parse(response->body);
+        return body.contains("settings") ? body.at("settings") : vocle::Json::object();
+    }
+
+    std::unique_ptr<DesktopHarness> desktop;
+    std::unique_ptr<ScreenReader> reader;
+};
+
+TEST_F(Screens, ANewToggleShortcutRecordedInThePickerStartsAndStopsDictationInAnotherApplication) {
+    desktop->startVocle();
+    openScreen("Settings");
+    clickOn("Toggle Recording On/Off", "push button");
+    see("Change Shortcut", "dialog");
+    see("Press a shortcut… (Esc to cancel)", "label");
+
+    // Control+Shift+D: no window manager binding, no text-editing meaning.
+    desktop->pressKeys("ctrl+shift+d");
+    see("⇧ ⌃ D", "label");
+    const size_t saved = desktop->logSize();
+    desktop->pressKeys("Return");
+    ASSERT_TRUE(desktop->waitForLog("Registering shortcuts: keyCode=2", 10s, saved)) << desktop->vocleLog().substr(saved);
+    ASSERT_TRUE(waitFor([&] { return !reader->find("Change Shortcut", "dialog"); }, 5s)) << reader->dump();
+
+    const vocle::Json settings = settingsFile();
+    ASSERT_TRUE(settings.contains("toggleShortcut")) << settings.dump();
+    const auto stored = vocle::base64::decode(settings.at("toggleShortcut").get<std::string>());
+    ASSERT_TRUE(stored.has_value());
+    const vocle::Json shortcut = vocle::Json::parse(*stored);
+    EXPECT_EQ(shortcut.at("keyCode").get<int>(), 2);
+    EXPECT_EQ(shortcut.at("modifiersRaw").get<uint64_t>(), 0x20000u | 0x40000u);
+
+    desktop->openTextTarget();
+    // The old combination is free again: it starts nothing.
+    const size_t old = desktop->logSize();
+    desktop->pressKeys("alt+space");
+    std::this_thread::sleep_for(2s);
+    for (const char* toggled : kToggleLines)
+        EXPECT_EQ(desktop->vocleLog().find(toggled, old), std::string::npos) << desktop->vocleLog().substr(old);
+    desktop->focusTextTarget();
+
+    const size_t start = desktop->logSize();
+    desktop->pressKeys("ctrl+shift+d");
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
+    // The same lines the old combination must not produce.
+    EXPECT_NE(desktop->vocleLog().find(kToggleLines[0], start), std::string::npos) << desktop->vocleLog().substr(start);
+    see("Vocle Recording Indicator");
+    desktop->play(kClip);
+    desktop->pressKeys("ctrl+shift+d");
+    ASSERT_TRUE(waitFor([&] { return wordsHeard(desktop->targetText(), kClipWords) >= 3; }, 90s, 50ms))
+        << desktop->targetText() << "\n" << desktop->vocleLog().substr(start);
+    // Pasted without taking the focus, and the indicator goes once the text is in.
+    EXPECT_EQ(desktop->activeWindowName(), "Vocle test target");
+    EXPECT_TRUE(waitFor([&] { return !reader->find("Vocle Recording Indicator"); }, 10s)) << reader->dump();
+}
+
+TEST_F(Screens, AReplacementAddedInTheDrawerIsSavedAndBackedUp) {
+    desktop->startVocle();
+    openScreen("Replacements");
+    clickOn("Add Replacement", "push button");
+    see("Add Replacement", "label");
+    clickOn("Original Text", "text");
+    desktop->typeText("vocle dot org");
+    clickOn("Replacement Text", "text");
+    desktop->typeText("vocle.org");
+    clickOn("Save", "push button");
+
+    // The drawer closes and the table shows the new pair.
+    see("vocle dot org");
+    EXPECT_TRUE(waitFor([&] { return !reader->find("Original Text", "text"); }, 5s)) << reader->dump();
+
+    const vocle::Json pair{{"from", "vocle dot org"}, {"to", "vocle.org"}};
+    auto holds = [&](const vocle::Json& list) {
+        return list.is_array() && std::find(list.begin(), list.end(), pair) != list.end();
+    };
+    ASSERT_TRUE(waitFor([&] { return holds(settingsFile().value("textReplacements", vocle::Json())); }, 10s))
+        << settingsFile().dump();
+    ASSERT_TRUE(waitFor([&] { return holds(backedUpSettings().value("text_replacements", vocle::Json())); }, 15s, 200ms))
+        << backedUpSettings().dump();
+    const vocle::Json onboarding = vocle::Json::parse(readText(desktop->dataFolder() / "onboarding.json"));
+    EXPECT_TRUE(onboarding.at("hasAddedOrEditedReplacement").get<bool>());
+}
+
+TEST_F(Screens, TypedVocabularyIsAutoSavedOnceAndBackedUp) {
+    desktop->startVocle();
+    openScreen("Vocabulary");
+    clickOn("Vocabulary", "text");
+    const size_t from = desktop->logSize();
+    desktop->typeText("Vocle, PulseAudio, Xvfb");
+
+    ASSERT_TRUE(desktop->waitForLog("Vocabulary auto-saved at ", 10s, from)) << desktop->vocleLog().substr(from);
+    ASSERT_TRUE(waitFor([&] { return settingsFile().value("vocabularyWords", "") == "Vocle, PulseAudio, Xvfb"; }, 10s))
+        << settingsFile().dump();
+    ASSERT_TRUE(waitFor([&] { return backedUpSettings().value("vocab_words", "") == "Vocle, PulseAudio, Xvfb"; }, 15s,
+                        200ms))
+        << backedUpSettings().dump();
+    // Typed in one go: one save, not one per key.
+    EXPECT_EQ(occurrences(desktop->vocleLog(), "Vocabulary auto-saved at ", from), 1u)
+        << desktop->vocleLog().substr(from);
+}
+
+// Every screen of the running app as the user sees it, first as a new user finds it and then filled in
+// through the screens themselves; each picture is kept under the build tree's screenshots folder.
+TEST_F(Screens, EveryScreenShowsItsContentFreshAndFilledIn) {
+    const fs::path folder = fs::path(VOCLE_BINARY_DIR) / "screenshots";
+    auto shoot = [&](const std::string& name) {
+        const fs::path file = folder / (name + ".png");
+        fs::remove(file);
+        desktop->screenshot(file);
+        // A real capture of a 1440x900 desktop, not an empty file.
+        EXPECT_GT(fs::file_size(file), 20000u) << file;
+    };
+    auto walk = [&](const std::string& state, bool filled) {
+        openScreen("Home", "Getting Started");
+        see(filled ? "6 of 6 complete" : "2 of 6 complete", "label");
+        shoot("home-" + state);
+
+        openScreen("Modes");
+        see("Create Mode", "push button");
+        shoot("modes-" + state);
+        if (filled) {
+            clickOn("Meeting notes");
+            see("Edit Mode", "label");
+        } else {
+            clickOn("Create Mode", "push button");
+            see("New Mode", "label");
+        }
+        shoot("mode-editor-" + state);
+        clickOn("Cancel", "push button");
+        see("Create Mode", "push button");
+
+        openScreen("Replacements");
+        if (filled) see("vocle dot org");
+        shoot("replacements-" + state);
+        clickOn("Add Replacement", "push button");
+        see("Original Text", "text");
+        shoot("replacements-drawer-" + state);
+        clickOn("Close", "push button");
+        EXPECT_TRUE(waitFor([&] { return !reader->find("Original Text", "text"); }, 5s)) << reader->dump();
+
+        openScreen("Vocabulary");
+        shoot("vocabulary-" + state);
+
+        openScreen("Settings");
+        see("Toggle Recording On/Off", "push button");
+        shoot("settings-" + state);
+        clickOn("Toggle Recording On/Off", "push button");
+        see("Change Shortcut", "dialog");
+        shoot("shortcut-picker-" + state);
+        desktop->pressKeys("Escape");
+        EXPECT_TRUE(waitFor([&] { return !reader->find("Change Shortcut", "dialog"); }, 5s)) << reader->dump();
+
+        openScreen("History");
+        if (filled) see("Today", "list item");
+        else see("No history yet", "label");
+        shoot("history-" + state);
+
+        openScreen("Help");
+        see("Send message", "push button");
+        shoot("help-" + state);
+
+        clickOn("Dictation", "menu item");
+        clickOn("Show Permissions", "menu item");
+        see("Required Permissions", "label");
+        shoot("permissions-" + state);
+        clickOn("Close", "push button");
+        EXPECT_TRUE(waitFor([&] { return !reader->find("Required Permissions", "label"); }, 5s)) << reader->dump();
+    };
+
+    desktop->startVocle();
+    walk("fresh", false);
+
+    // Filled in the way a user would: a mode, a replacement, vocabulary, and one dictation.
+    openScreen("Modes");
+    clickOn("Create Mode", "push button");
+    clickOn("Mode Name", "text");
+    desktop->pressKeys("ctrl+a");
+    desktop->typeText("Meeting notes");
+    clickOn("Save", "push button");
+    see("Meeting notes");
+
+    openScreen("Replacements");
+    clickOn("Add Replacement", "push button");
+    clickOn("Original Text", "text");
+    desktop->typeText("vocle dot org");
+    clickOn("Replacement Text", "text");
+    desktop->typeText("vocle.org");
+    clickOn("Save", "push button");
+    see("vocle dot org");
+
+    openScreen("Vocabulary");
+    clickOn("Vocabulary", "text");
+    const size_t typed = desktop->logSize();
+    desktop->typeText("Vocle, PulseAudio, Xvfb, openbox");
+    ASSERT_TRUE(desktop->waitForLog("Vocabulary auto-saved at ", 10s, typed));
+
+    desktop->openTextTarget();
+    const size_t start = desktop->logSize();
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
+    desktop->play(kClip);
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 100ms))
+        << desktop->vocleLog().substr(start);
+    // Back to the main window, by clicking into it.
+    clickOn("Home", "check box");
+    walk("filled", true);
+}
+
+}  // namespace
