@@ -11,9 +11,7 @@ namespace vocle {
 SignInViewModel::SignInViewModel(MainQueue& main, BackendService& backend, SessionStore& sessions)
     : main_(main), backend_(backend), sessions_(sessions) {}
 
-SignInViewModel::~SignInViewModel() {
-    retryTimer_.cancel();
-}
+SignInViewModel::~SignInViewModel() = default;
 
 bool SignInViewModel::isValidEmail(const std::string& address) {
     static const std::regex pattern("^[A-Za-z0-9._%+-]+@[A-Za-z0-9.-]+\\.[A-Za-z]{2,}$");
@@ -49,8 +47,7 @@ void SignInViewModel::requestCode() {
 
 void SignInViewModel::startRetryCountdown() {
     retryCountdown.set(kResendCountdownSeconds);
-    retryTimer_.cancel();
-    retryTimer_ = main_.scheduleRepeating(1.0, token_.guard([this] {
+    retryTimer_.startRepeating(main_, kCountdownTick, token_.guard([this] {
         if (retryCountdown.get() < 1) {
             retryTimer_.cancel();
             return;

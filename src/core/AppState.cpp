@@ -136,10 +136,10 @@ void AppState::startRecording() {
     engine_->startRecording();
 
     // Shown twice on purpose: the panel can fail to appear when another application became active.
-    d_.mainQueue.postAfter(0.1, token_.guard([this] {
+    d_.mainQueue.postAfter(Seconds(0.1), token_.guard([this] {
         log("✨ Explicitly showing floating indicator from startRecording");
         d_.indicator.showIndicator();
-        d_.mainQueue.postAfter(0.5, token_.guard([this] {
+        d_.mainQueue.postAfter(Seconds(0.5), token_.guard([this] {
             log("✨ Double-checking floating indicator visibility");
             d_.indicator.showIndicator();
         }));
@@ -398,7 +398,7 @@ void AppState::subscribeToSettingsChanges() {
 void AppState::scheduleSettingsSave() {
     settingsSaveDebounce_.cancel();
     settingsSaveDebounce_ =
-        d_.mainQueue.postAfter(kSettingsSaveDelay, token_.guard([this] { persistSettings(); }));
+        d_.mainQueue.postAfter(Seconds(kSettingsSaveDelay), token_.guard([this] { persistSettings(); }));
 }
 
 void AppState::persistSettings() {

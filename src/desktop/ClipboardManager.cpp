@@ -99,16 +99,16 @@ void ClipboardManager::startNext() {
     pasteboard_.setString(text);
     log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()),
         " - clipboard copy completed, starting paste");
-    waitForModifiers(mainQueue_.clock().now() + kModifierReleaseTimeout);
+    waitForModifiers(mainQueue_.clock().monotonicNow() + kModifierReleaseTimeout);
 }
 
-void ClipboardManager::waitForModifiers(double deadline) {
+void ClipboardManager::waitForModifiers(MonotonicTime deadline) {
     const uint64_t held = keys_.heldModifiers();
     if (held != 0) {
-        const double left = deadline - mainQueue_.clock().now();
+        const Seconds left = deadline - mainQueue_.clock().monotonicNow();
         // Sums of poll intervals fall short of the deadline by rounding; the last poll lands on it.
-        if (left > 1e-6) {
-            pollTimer_ = mainQueue_.postAfter(std::min(kModifierPollInterval, left),
+        if (left.count() > 1e-6) {
+            pollTimer_.start(mainQueue_, std::min(kModifierPollInterval, left),
                                               owner_.guard([this, deadline] { waitForModifiers(deadline); }));
             return;
         }

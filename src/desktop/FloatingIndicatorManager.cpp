@@ -17,7 +17,7 @@ FloatingIndicatorManager::FloatingIndicatorManager(MainQueue& mainQueue, Indicat
                                                    FloatingRecordingView& view)
     : mainQueue_(mainQueue), panels_(panels), view_(view) {}
 
-FloatingIndicatorManager::~FloatingIndicatorManager() { pendingHideWorkItem_.cancel(); }
+FloatingIndicatorManager::~FloatingIndicatorManager() = default;
 
 ScreenRect FloatingIndicatorManager::panelFrame(const ScreenRect& screen) {
     return {screen.maxX() - kPanelSize - kRightMargin, screen.midY() - kPanelSize / 2, kPanelSize, kPanelSize};
@@ -59,7 +59,7 @@ void FloatingIndicatorManager::handleState(bool isRecording, bool isProcessing) 
     pendingHideWorkItem_.cancel();
     if (!isRecording && !isProcessing) {
         log("💡 RECORDING STOPPED - Hiding indicator");
-        pendingHideWorkItem_ = mainQueue_.postAfter(kHideDelay, token_.guard([this] { hideCheck(); }));
+        pendingHideWorkItem_.start(mainQueue_, kHideDelay, token_.guard([this] { hideCheck(); }));
     } else {
         log("💡 RECORDING STARTED - Showing indicator");
         showIndicator();

@@ -26,9 +26,7 @@ FloatingRecordingView::FloatingRecordingView(MainQueue& mainQueue, NotificationC
                                              std::function<double()> random)
     : mainQueue_(mainQueue), notifications_(notifications), random_(std::move(random)) {}
 
-FloatingRecordingView::~FloatingRecordingView() {
-    animationTimer_.cancel();
-}
+FloatingRecordingView::~FloatingRecordingView() = default;
 
 void FloatingRecordingView::publish(SpringAnimation animation) { changed.emit(animation); }
 
@@ -133,7 +131,7 @@ void FloatingRecordingView::startAnimation() {
     for (auto& t : targetLevels_) t = 0.5 + random_() * 0.5;
     simulatedLevels_ = targetLevels_;
     publish({0.3, 0.6});
-    animationTimer_ = mainQueue_.scheduleRepeating(kWobbleInterval, [this] {
+    animationTimer_.startRepeating(mainQueue_, kWobbleInterval, [this] {
         if (isBelowNoiseFloor_) return;
         for (auto& t : targetLevels_) t = 0.7 + random_() * 0.2;
         simulatedLevels_ = targetLevels_;
@@ -144,7 +142,6 @@ void FloatingRecordingView::startAnimation() {
 void FloatingRecordingView::stopAnimation() {
     log("💡 FloatingRecordingView - Stopping animation");
     animationTimer_.cancel();
-    animationTimer_ = TimerHandle();
 }
 
 }  // namespace vocle

@@ -8,9 +8,7 @@ SettingsCoordinator::SettingsCoordinator(MainQueue& main, BackendService& backen
     : main_(main), backend_(backend) {}
 
 void SettingsCoordinator::scheduleBackup(SettingsDoc doc) {
-    saveDebouncer_.cancel();
-    saveDebouncer_ =
-        main_.postAfter(kBackupDelay, token_.guard([this, doc = std::move(doc)] { upload(doc); }));
+    saveDebouncer_.start(main_, kBackupDelay, token_.guard([this, doc = std::move(doc)] { upload(doc); }));
 }
 
 void SettingsCoordinator::upload(SettingsDoc doc) {

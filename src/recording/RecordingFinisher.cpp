@@ -2,6 +2,7 @@
 
 #include <system_error>
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
 #include "recording/AudioMixer.h"
 
@@ -104,7 +105,7 @@ void RecordingFinisher::processRecording(const fs::path& url) {
     }
     auto stamp = [this] { return formatTimestamp(mainQueue_.clock().now()); };
     log("TIMESTAMP: ", stamp(), " - starting audio processing");
-    auto onMain = token_.guard([this, stamp](Result<std::string> result) {
+    auto onMain = bindToMain(mainQueue_, token_, [this, stamp](Result<std::string> result) {
         out_.isProcessing.set(false);
         if (!result.ok()) {
             log("TIMESTAMP: ", stamp(), " - transcription failed: ", result.error().description);
@@ -116,11 +117,7 @@ void RecordingFinisher::processRecording(const fs::path& url) {
         paster_.copyAndPaste(result.value());
         log("TIMESTAMP: ", stamp(), " - dictation flow complete");
     });
-    MainQueue* queue = &mainQueue_;
-    processor_.processRecording(url, *context_.mode, context_.vocabulary, context_.replacements,
-                                [queue, onMain](Result<std::string> result) mutable {
-                                    queue->post([onMain, result]() mutable { onMain(result); });
-                                });
+    processor_.processRecording(url, *context_.mode, context_.vocabulary, context_.replacements, onMain);
 }
 
 }  // namespace vocle

@@ -1,5 +1,6 @@
 #include "recording/SystemAudioRecorder.h"
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
 #include "recording/SystemAudioController.h"
 #include "recording/SystemAudioSink.h"
@@ -16,9 +17,8 @@ SystemAudioRecorder::SystemAudioRecorder(MainQueue& mainQueue, ScreenCapture& sc
 SystemAudioRecorder::~SystemAudioRecorder() = default;
 
 void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks callbacks) {
-    MainQueue* queue = &mainQueue_;
-    auto made = token_.guard([this, queue, target = std::move(target),
-                              callbacks](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
+    auto made = [this, target = std::move(target),
+                 callbacks](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
         if (callbacks.isCancelled()) {
             log("🚫 Cancel flagged — dropping the system audio stream that was still being set up");
             return;
@@ -34,20 +34,13 @@ void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks cal
                                                 [sink](const AudioSampleBuffer& b) { sink->handle(b); })) {
             return callbacks.failed(*error);
         }
-        stream->startCapture([queue, started = callbacks.started](std::optional<Error> error) mutable {
-            queue->post([started, error]() mutable { started(error); });
-        });
-    });
-    screenCapture_.makeStream([queue, made](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
-        queue->post([made, result]() mutable { made(result); });
-    });
+        stream->startCapture(bindToMain(mainQueue_, token_, callbacks.started));
+    };
+    screenCapture_.makeStream(bindToMain(mainQueue_, token_, made));
 }
 
 void SystemAudioRecorder::stop(Completion done) {
-    MainQueue* queue = &mainQueue_;
-    stream_->stopCapture([queue, done](std::optional<Error> error) mutable {
-        queue->post([done, error]() mutable { done(error); });
-    });
+    stream_->stopCapture(bindToMain(mainQueue_, token_, done));
 }
 
 void SystemAudioRecorder::release() {

@@ -14,6 +14,7 @@
 #include "foundation/DispatchQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoopMainQueue.h"
+#include "foundation/Timer.h"
 #include "platform/linux/PulseAudioPlayback.h"
 #include "platform/linux/PulseCapture.h"
 #include "platform/linux/PulseConnection.h"
@@ -137,10 +138,9 @@ int record(CliContext& ctx) {
     ctx.out << "Recording " << seconds << " s from the "
             << (system ? "microphone and system audio" : "microphone") << "…\n";
     engine.startRecording();
-    auto meterTimer =
-        queue.scheduleRepeating(1.0, [&] { ctx.out << meter(lastLevel) << "\n"
-                                                   << std::flush; });
-    queue.runUntil([] { return false; }, seconds);
+    Timer meterTimer;
+    meterTimer.startRepeating(queue, Seconds(1.0), [&] { ctx.out << meter(lastLevel) << "\n" << std::flush; });
+    queue.runUntil([] { return false; }, Seconds(seconds));
     meterTimer.cancel();
     engine.stopRecording();
     const bool finished = queue.runUntil(
@@ -148,7 +148,7 @@ int record(CliContext& ctx) {
             return processor.file.has_value() ||
                    (!engine.isProcessing.get() && !engine.flags().isCleanupInProgress);
         },
-        15.0);
+        Seconds(15.0));
     if (!processor.file) {
         std::string kept;
         for (const auto& p : {engine.flags().micFileURL, engine.flags().audioFileURL})

@@ -109,7 +109,7 @@ TEST(FloatingIndicatorManager, HideCheckThatFindsWorkAgainIsCancelled) {
     rig.queue.runUntilIdle();
     rig.isRecording.set(false);
     // Processing starts at the very moment the check is due, before its state delivery arrives.
-    rig.queue.postAfter(0.15, [&] { rig.isProcessing.set(true); });
+    rig.queue.postAfter(Seconds(0.15), [&] { rig.isProcessing.set(true); });
     rig.queue.runUntilIdle();
     rig.queue.advance(0.15);
     EXPECT_TRUE(rig.logs->contains("💡 Hide canceled due to state change"));
