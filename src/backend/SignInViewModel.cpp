@@ -4,6 +4,7 @@
 #include <cctype>
 #include <regex>
 
+#include "foundation/MainQueueCheck.h"
 #include "foundation/Text.h"
 
 namespace vocle {
@@ -19,6 +20,7 @@ bool SignInViewModel::isValidEmail(const std::string& address) {
 }
 
 void SignInViewModel::sendCode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (email.get().empty()) return;
     // Not trimmed: a trailing blank is an invalid address.
     if (!isValidEmail(email.get())) {
@@ -31,6 +33,7 @@ void SignInViewModel::sendCode() {
 }
 
 void SignInViewModel::resendCode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (retryCountdown.get() != 0 || isLoading.get()) return;
     isLoading.set(true);
     requestCode();
@@ -57,6 +60,7 @@ void SignInViewModel::startRetryCountdown() {
 }
 
 void SignInViewModel::verifyCode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (email.get().empty() || code.get().empty()) return;
     isLoading.set(true);
     verifyRequest_ = backend_.verifyOTP(email.get(), code.get(), token_.guard([this](VerifyOTPResult result) {
@@ -78,6 +82,7 @@ void SignInViewModel::verifyCode() {
 }
 
 void SignInViewModel::goBack() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     step.set(1);
     code.set("");
     error.set(std::nullopt);
@@ -86,6 +91,7 @@ void SignInViewModel::goBack() {
 
 bool SignInViewModel::handleKeyDown(const SignInKeyPress& press,
                                     const std::function<std::optional<std::string>()>& clipboardText) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     std::string key = press.charactersIgnoringModifiers;
     std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
     const bool onlyControl = press.control && !press.shift && !press.alt && !press.super;

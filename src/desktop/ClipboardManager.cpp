@@ -5,6 +5,7 @@
 #include <cctype>
 
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -80,6 +81,7 @@ bool ClipboardManager::isTerminalClass(const std::string& windowClass) {
 }
 
 void ClipboardManager::copyAndPaste(const std::string& text) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     pending_.push_back(text);
     // A transcript that arrives while an earlier one waits to be pasted must not replace the clipboard
     // under it.

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -24,6 +25,7 @@ ScreenRect FloatingIndicatorManager::panelFrame(const ScreenRect& screen) {
 }
 
 void FloatingIndicatorManager::setup(Observable<bool>& isRecording, Observable<bool>& isProcessing) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("💡 FloatingIndicatorManager: Setting up with AppState");
     isRecording_ = &isRecording;
     isProcessing_ = &isProcessing;
@@ -75,6 +77,7 @@ void FloatingIndicatorManager::hideCheck() {
 }
 
 void FloatingIndicatorManager::showIndicator() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("💡 Showing floating indicator");
     if (!panel_) {
         createPanel();
@@ -100,6 +103,7 @@ void FloatingIndicatorManager::showIndicator() {
 }
 
 void FloatingIndicatorManager::hideIndicator() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("Hiding floating indicator");
     mainQueue_.post(token_.guard([this] {
         if (panel_) panel_->fadeOut(kFadeOutDuration, [] {});

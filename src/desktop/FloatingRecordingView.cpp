@@ -5,6 +5,7 @@
 
 #include "core/AppConstants.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -36,6 +37,7 @@ double FloatingRecordingView::barHeight(int i) const {
 }
 
 void FloatingRecordingView::onAppear() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("💡 FloatingRecordingView appeared");
     simulatedLevels_ = kFlat;
     audioMultiplier_ = kFloorMultiplier;
@@ -45,6 +47,7 @@ void FloatingRecordingView::onAppear() {
 }
 
 void FloatingRecordingView::setRecording(bool recording) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (recording == isRecording_) return;
     isRecording_ = recording;
     log("💡 FloatingRecordingView - isRecording changed to: ", boolText(recording));
@@ -66,6 +69,7 @@ void FloatingRecordingView::setRecording(bool recording) {
 }
 
 void FloatingRecordingView::setProcessing(bool processing) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (processing == isProcessing_) return;
     isProcessing_ = processing;
     log("💡 FloatingRecordingView - isProcessing changed to: ", boolText(processing));
@@ -87,6 +91,7 @@ void FloatingRecordingView::startListening() {
 void FloatingRecordingView::stopListening() { observerToken_.reset(); }
 
 void FloatingRecordingView::handleLevel(const Notification& notification) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     const bool wasBelow = isBelowNoiseFloor_;
     if (auto level = floatValue(notification.userInfo, "level")) {
         if (*level <= -40) {

@@ -2,6 +2,7 @@
 
 #include "backend/HttpTransport.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -39,12 +40,14 @@ UpdaterManager::UpdaterManager(MainQueue& mainQueue, AppcastFetcher& fetcher, Co
 UpdaterManager::~UpdaterManager() = default;
 
 void UpdaterManager::checkForUpdates() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("🔍 Manual update check requested by user");
     if (!started_) return;
     check(true);
 }
 
 void UpdaterManager::checkForUpdatesInBackground() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (!started_) return;
     check(false);
 }

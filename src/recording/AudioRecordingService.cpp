@@ -6,6 +6,7 @@
 #include "core/AppConstants.h"
 #include "foundation/BindToMain.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "recording/BluetoothAudioRouteManager.h"
 #include "recording/NumberText.h"
 #include "recording/SystemAudioController.h"
@@ -35,12 +36,14 @@ AudioRecordingService::~AudioRecordingService() = default;
 
 void AudioRecordingService::setRecordingContext(const Mode& mode, const std::string& vocabulary,
                                                 const std::vector<Replacement>& replacements) {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     context_ = {mode, vocabulary, replacements};
 }
 
 // MARK: start path
 
 void AudioRecordingService::startRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - startRecording() called");
     f_.isCancelled = false;
     f_.recordingStartTime = d_.mainQueue.clock().monotonicNow();
@@ -365,6 +368,7 @@ void AudioRecordingService::showRecordingLimitAlert() {
 // MARK: stop, cancel, join
 
 void AudioRecordingService::stopRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - stopRecording() called");
     log("🛑 stopRecording debug: scStream exists? ", boolText(sys_.hasStream()));
     if (!f_.audioFileURL) return;
@@ -441,6 +445,7 @@ void AudioRecordingService::scheduleRouteRestore() {
 }
 
 void AudioRecordingService::cancelRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("❌ cancelRecording() called. isRecording=", boolText(isRecording.get()));
     f_.isCancelled = true;
     f_.isCleanupInProgress = true;
@@ -473,6 +478,7 @@ void AudioRecordingService::maybeMixAndProcess() {
 }
 
 void AudioRecordingService::audioRecorderDidFinishRecording(bool successfully) {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     if (successfully) return;
     isRecording.set(false);
     isProcessing.set(false);
@@ -480,6 +486,7 @@ void AudioRecordingService::audioRecorderDidFinishRecording(bool successfully) {
 }
 
 void AudioRecordingService::audioRecorderEncodeErrorDidOccur(const Error& error) {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     isRecording.set(false);
     isProcessing.set(false);
     errorMessage.set("Recording error: " + error.description);

@@ -4,6 +4,7 @@
 
 #include "foundation/BindToMain.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "recording/AudioMixer.h"
 
 namespace vocle {
@@ -21,6 +22,7 @@ RecordingFinisher::RecordingFinisher(MainQueue& mainQueue, RecordingProcessor& p
       out_(outputs) {}
 
 void RecordingFinisher::endCleanup(bool dropPendingOutput) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (dropPendingOutput) f_.pendingOutputURL.reset();
     out_.isProcessing.set(false);
     f_.isCleanupInProgress = false;
@@ -28,6 +30,7 @@ void RecordingFinisher::endCleanup(bool dropPendingOutput) {
 
 void RecordingFinisher::maybeMixAndProcess(const std::optional<fs::path>& openSystemFile,
                                            bool systemStreamPresent) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (f_.isCancelled) {
         log("🚫 Cancel flagged — skipping processing and cleaning up");
         return endCleanup(true);

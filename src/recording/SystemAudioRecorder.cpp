@@ -2,6 +2,7 @@
 
 #include "foundation/BindToMain.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "recording/SystemAudioController.h"
 #include "recording/SystemAudioSink.h"
 
@@ -17,6 +18,7 @@ SystemAudioRecorder::SystemAudioRecorder(MainQueue& mainQueue, ScreenCapture& sc
 SystemAudioRecorder::~SystemAudioRecorder() = default;
 
 void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks callbacks) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     auto made = [this, target = std::move(target),
                  callbacks](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
         if (callbacks.isCancelled()) {
@@ -40,16 +42,19 @@ void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks cal
 }
 
 void SystemAudioRecorder::stop(Completion done) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     stream_->stopCapture(bindToMain(mainQueue_, token_, done));
 }
 
 void SystemAudioRecorder::release() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     stream_.reset();
     if (sink_) sink_->close();
     sink_.reset();
 }
 
 void SystemAudioRecorder::dropLate() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (!stream_) return;
     stream_->stopCapture([](std::optional<Error>) {});
     release();

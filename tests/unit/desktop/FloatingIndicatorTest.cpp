@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <thread>
+#include <vector>
+
 #include "core/AppConstants.h"
 #include "desktop/FloatingIndicatorManager.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "foundation/VirtualMainQueue.h"
 #include "platform/testing/FakeIndicatorPanels.h"
 
@@ -221,3 +226,16 @@ TEST(FloatingRecordingView, SpinnerFromTheInstantRecordingStopsUntilProcessingEn
 }
 
 }  // namespace
+
+TEST(FloatingIndicatorManager, ACallFromAnotherThreadIsCaughtInDebugBuilds) {
+#ifdef NDEBUG
+    GTEST_SKIP() << "main-queue checks are compiled out of release builds";
+#else
+    IndicatorRig rig;
+    std::vector<std::string> caught;
+    ScopedMainQueueViolationHandler handler([&](const char* where) { caught.emplace_back(where); });
+    rig.manager.showIndicator();  // on the queue's thread: allowed
+    std::thread([&] { rig.manager.hideIndicator(); }).join();
+    EXPECT_EQ(caught, (std::vector<std::string>{"hideIndicator"}));
+#endif
+}
