@@ -104,8 +104,8 @@ int record(CliContext& ctx) {
     RunLoopMainQueue queue(clock);
     PulseConnection pulse("Vocle CLI");
     if (auto error = pulse.ensureConnected()) throw CliError{"no sound server: " + error->description};
-    PulseCapture capture(pulse);
-    PulseScreenCapture screen(pulse);
+    PulseCapture capture(pulse, queue);
+    PulseScreenCapture screen(pulse, queue);
     PulseCoreAudio coreAudio(pulse);
     PulseAudioPlayback playback(pulse);
     FileStorageManager storage(DataFolder::fromEnvironment(ctx.env), clock);

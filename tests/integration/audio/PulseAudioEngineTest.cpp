@@ -189,8 +189,8 @@ class PulseAudioEngine : public ::testing::Test {
     TempDir data;
     FileStorageManager storage{DataFolder(data.path()), clock};
     PulseConnection pulse{"Vocle tests"};
-    PulseCapture capture{pulse};
-    PulseScreenCapture screen{pulse};
+    PulseCapture capture{pulse, queue};
+    PulseScreenCapture screen{pulse, queue};
     PulseCoreAudio coreAudio{pulse};
     PulseAudioPlayback playback{pulse};
     SerialThreadQueue background{"background"};
