@@ -221,7 +221,8 @@ void BackendService::sendAttempt(const std::shared_ptr<Operation>& op,
     request.body = op->body.bytes;
     // Answered on a worker thread; handled on the main queue, where the tokens and the operation live.
     op->transferId = transport_->send(
-        std::move(request), bindToMain(mainQueue_, owner_, [op, next = std::move(next), this](HttpResponse response) {
+        std::move(request),
+        bindToMain(mainQueue_, owner_, [op, next = std::move(next), this](HttpResponse response) {
             if (op->done) return;
             op->transferId = 0;
             next(classify(response, op->decode));
@@ -355,8 +356,8 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
     std::string().swap(audioData);
     log("Sending transcription request with mode: ", mode.name);
 
-    return requestWithRetry<TranscribeResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST", std::move(body),
-                                                std::move(report));
+    return requestWithRetry<TranscribeResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
+                                                std::move(body), std::move(report));
 }
 
 Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completion) {
@@ -368,8 +369,8 @@ Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completi
     const std::string url = baseURL_ + "/settings";
     if (!HttpTransport::isValidURL(url))
         return deliverError(BackendError::invalidURL(), std::move(completion));
-    return requestWithRetry<SettingsEnvelope>(0, mainQueue_.clock().monotonicNow(), url, "GET", RequestBody::none(),
-                                              std::move(completion));
+    return requestWithRetry<SettingsEnvelope>(0, mainQueue_.clock().monotonicNow(), url, "GET",
+                                              RequestBody::none(), std::move(completion));
 }
 
 Subscription BackendService::backupSettings(const SettingsDoc& settings,
@@ -390,8 +391,8 @@ Subscription BackendService::backupSettings(const SettingsDoc& settings,
     } catch (const std::exception&) {
     }
     if (ifMatchVersion) body["if_match_version"] = *ifMatchVersion;
-    return requestWithRetry<BackupResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST", RequestBody::json(body),
-                                            std::move(completion));
+    return requestWithRetry<BackupResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
+                                            RequestBody::json(body), std::move(completion));
 }
 
 Subscription BackendService::sendSupportMessage(const std::string& message, Completion<bool> completion) {
@@ -434,8 +435,8 @@ Subscription BackendService::sendOTP(const std::string& email, std::function<voi
         request.headers = {"Content-Type: application/json"};
         RequestBody body = RequestBody::json(Json{{"email", email}});
         request.body = body.bytes;  // none when it could not be serialised: sent without a body
-        call->transferId =
-            transport_->send(std::move(request), bindToMain(mainQueue_, owner_, [deliver](HttpResponse) { deliver(); }));
+        call->transferId = transport_->send(
+            std::move(request), bindToMain(mainQueue_, owner_, [deliver](HttpResponse) { deliver(); }));
     }
     return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;

@@ -153,8 +153,9 @@ class BackendService {
         };
     }
 
-    Subscription start(int attempt, MonotonicTime startTime, const std::string& url, const std::string& method,
-                       RequestBody body, Decoder decode, bool retry, Finish finish);
+    Subscription start(int attempt, MonotonicTime startTime, const std::string& url,
+                       const std::string& method, RequestBody body, Decoder decode, bool retry,
+                       Finish finish);
     Subscription failLater(BackendError error, Finish finish);
     Subscription subscriptionFor(const std::shared_ptr<Operation>& op);
     void runAttempt(const std::shared_ptr<Operation>& op, int attempt);

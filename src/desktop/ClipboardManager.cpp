@@ -111,7 +111,7 @@ void ClipboardManager::waitForModifiers(MonotonicTime deadline) {
         // Sums of poll intervals fall short of the deadline by rounding; the last poll lands on it.
         if (left.count() > 1e-6) {
             pollTimer_.start(mainQueue_, std::min(kModifierPollInterval, left),
-                                              owner_.guard([this, deadline] { waitForModifiers(deadline); }));
+                             owner_.guard([this, deadline] { waitForModifiers(deadline); }));
             return;
         }
         log("⚠️ Modifiers still held (", held, "); releasing them before pasting");

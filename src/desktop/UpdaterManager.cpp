@@ -27,7 +27,8 @@ UpdaterManager::UpdaterManager(MainQueue& mainQueue, AppcastFetcher& fetcher, Co
     log("✅ Automatic updates configured:");
     log("   - Auto check: ", boolText(automaticallyChecks_));
     log("   - Auto download: ", boolText(automaticallyDownloads_));
-    log("   - Check interval: ", std::to_string(checkInterval_.count()).substr(0, std::to_string(checkInterval_.count()).find('.') + 2));
+    log("   - Check interval: ", std::to_string(checkInterval_.count())
+                                     .substr(0, std::to_string(checkInterval_.count()).find('.') + 2));
     initialCheck_.start(mainQueue_, kInitialCheckDelay, token_.guard([this] {
         log("🔍 Performing initial background update check...");
         checkForUpdatesInBackground();

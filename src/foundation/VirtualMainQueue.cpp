@@ -9,7 +9,9 @@ TimerHandle VirtualMainQueue::schedule(double due, double interval, Task task, s
     return heap_.push(due, interval, std::move(task), std::move(state));
 }
 
-void VirtualMainQueue::post(Task task) { schedule(monotonicSeconds(), 0, std::move(task)); }
+void VirtualMainQueue::post(Task task) {
+    schedule(monotonicSeconds(), 0, std::move(task));
+}
 
 TimerHandle VirtualMainQueue::postAfter(Seconds delay, Task task) {
     return schedule(monotonicSeconds() + std::max(0.0, delay.count()), 0, std::move(task));
@@ -30,7 +32,9 @@ double VirtualMainQueue::monotonicSeconds() const {
     return now_;
 }
 
-MonotonicTime VirtualMainQueue::monotonicNow() const { return MonotonicTime(Seconds(monotonicSeconds())); }
+MonotonicTime VirtualMainQueue::monotonicNow() const {
+    return MonotonicTime(Seconds(monotonicSeconds()));
+}
 
 void VirtualMainQueue::shiftWallClock(Seconds delta) {
     std::lock_guard lock(mutex_);

@@ -142,9 +142,10 @@ void BrowserAddressReader::read(const std::string& bundleId, std::optional<int> 
 
 void BrowserAddressReader::runScript(const std::string& source,
                                      std::function<void(std::optional<std::string>)> next) {
-    background_.async([&scripting = scripting_, source, deliver = bindToMain(main_, token_, std::move(next))] {
-        deliver(executeScript(scripting, source));
-    });
+    background_.async(
+        [&scripting = scripting_, source, deliver = bindToMain(main_, token_, std::move(next))] {
+            deliver(executeScript(scripting, source));
+        });
 }
 
 void BrowserAddressReader::trySafari(int attempt, std::optional<int> pid, Completion completion) {
@@ -201,12 +202,13 @@ void BrowserAddressReader::readWithAccessibility(std::optional<int> pid, Complet
         log("AutoModeManager: Accessibility API timed out after 1 second");
         completion(std::nullopt);
     }));
-    auto onResult = bindToMain(main_, token_, [answered, completion, timeout](const std::optional<std::string>& url) {
-        if (*answered) return;
-        *answered = true;
-        timeout.cancel();
-        completion(url);
-    });
+    auto onResult =
+        bindToMain(main_, token_, [answered, completion, timeout](const std::optional<std::string>& url) {
+            if (*answered) return;
+            *answered = true;
+            timeout.cancel();
+            completion(url);
+        });
     background_.async([&ax = accessibility_, &random = random_, pid = *pid, onResult] {
         onResult(lookUpAddress(ax, random, pid));
     });

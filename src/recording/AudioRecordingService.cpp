@@ -123,7 +123,8 @@ void AudioRecordingService::continueWithRecording() {
     if (!context_.mode || !context_.mode->recordSystemAudio) {
         log("🎙️ Selected capture path: Microphone");
         log("⏱️ Delaying microphone capture start by 0.2s to avoid reconfig race");
-        d_.mainQueue.postAfter(kMicrophoneStartDelay, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
+        d_.mainQueue.postAfter(kMicrophoneStartDelay,
+                               token_.guard([this] { startMicrophoneUnlessCancelled(); }));
         return;
     }
 
@@ -139,7 +140,8 @@ void AudioRecordingService::continueWithRecording() {
         log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - recording started (isRecording = true)");
         playStartSoundByModeRule();
         log("⏱️ Parallel mic start after 0.1s (SC preflight granted)");
-        d_.mainQueue.postAfter(kParallelMicrophoneStartDelay, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
+        d_.mainQueue.postAfter(kParallelMicrophoneStartDelay,
+                               token_.guard([this] { startMicrophoneUnlessCancelled(); }));
         startSystemAudioCapture();
     } else {
         log("ℹ️ SC permission not granted yet; deferring start sound until SC starts");
@@ -254,7 +256,8 @@ void AudioRecordingService::onSystemAudioStarted() {
     if (!f_.didKickOffMicStart) {
         playStartSoundByModeRule();
         log("⏱️ Mic start after SC by 0.15s (preflight not present)");
-        d_.mainQueue.postAfter(kMicrophoneAfterSystemAudioDelay, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
+        d_.mainQueue.postAfter(kMicrophoneAfterSystemAudioDelay,
+                               token_.guard([this] { startMicrophoneUnlessCancelled(); }));
     }
 }
 
@@ -377,8 +380,9 @@ void AudioRecordingService::stopRecording() {
     activeRecordingTimer_.cancel();
 
     // Without a start time the short rule does not apply.
-    const Seconds elapsed = f_.recordingStartTime ? d_.mainQueue.clock().monotonicNow() - *f_.recordingStartTime
-                                                  : kShortRecordingLimit;
+    const Seconds elapsed = f_.recordingStartTime
+                                ? d_.mainQueue.clock().monotonicNow() - *f_.recordingStartTime
+                                : kShortRecordingLimit;
     if (elapsed < kShortRecordingLimit) {
         log("⏱️ Short recording (", numberText(elapsed.count()), "s < 0.4s) — treating as cancel");
         return cancelRecording();

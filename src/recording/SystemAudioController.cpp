@@ -62,12 +62,11 @@ void SystemAudioController::playSoundEffect(const std::string& name, std::functi
     std::weak_ptr<std::atomic<uint64_t>> playingGeneration = playingGeneration_;
     std::atomic<bool>* playing = &playing_;
     playing_ = true;
-    const bool started =
-        soundEffectPlayer_->play([onMain, playingGeneration, playing, generation] {
-            // Lift the capture silence as soon as the sound ends, not one main-queue hop later.
-            if (auto g = playingGeneration.lock(); g && g->load() == generation) *playing = false;
-            onMain();
-        });
+    const bool started = soundEffectPlayer_->play([onMain, playingGeneration, playing, generation] {
+        // Lift the capture silence as soon as the sound ends, not one main-queue hop later.
+        if (auto g = playingGeneration.lock(); g && g->load() == generation) *playing = false;
+        onMain();
+    });
     if (!started) playing_ = false;
     soundCompletion_ = std::move(completion);
     log("🔊 Playing sound effect: ", name, " at volume: ", numberText(settings.soundVolume));

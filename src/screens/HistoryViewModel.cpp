@@ -79,7 +79,8 @@ void HistoryViewModel::scheduleDayChange() {
     const double midnight = static_cast<double>(std::mktime(&next));
     // A calendar boundary, so measured on the wall clock: set a day ahead, the grouping follows at the next
     // regroup rather than at this timer.
-    dayChange_.start(main_, Seconds(std::max(1.0, midnight - now + 1.0)), token_.guard([this] { regroup(); }));
+    dayChange_.start(main_, Seconds(std::max(1.0, midnight - now + 1.0)),
+                     token_.guard([this] { regroup(); }));
 }
 
 void HistoryViewModel::copy(const TranscriptionHistory& entry) {

@@ -139,7 +139,9 @@ int record(CliContext& ctx) {
             << (system ? "microphone and system audio" : "microphone") << "…\n";
     engine.startRecording();
     Timer meterTimer;
-    meterTimer.startRepeating(queue, Seconds(1.0), [&] { ctx.out << meter(lastLevel) << "\n" << std::flush; });
+    meterTimer.startRepeating(queue, Seconds(1.0), [&] {
+        ctx.out << meter(lastLevel) << "\n" << std::flush;
+    });
     queue.runUntil([] { return false; }, Seconds(seconds));
     meterTimer.cancel();
     engine.stopRecording();

@@ -13,7 +13,8 @@ namespace vocle {
 // The access answer and the did-finish callback are posted to the main queue.
 class PulseCapture final : public Capture {
   public:
-    PulseCapture(PulseConnection& connection, MainQueue& mainQueue) : pulse_(connection), mainQueue_(mainQueue) {}
+    PulseCapture(PulseConnection& connection, MainQueue& mainQueue)
+        : pulse_(connection), mainQueue_(mainQueue) {}
 
     // Linux has no per-application microphone permission.
     MicrophoneAuthorization authorizationStatus() const override {

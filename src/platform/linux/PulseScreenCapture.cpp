@@ -11,7 +11,8 @@ namespace {
 
 class PulseSystemAudioStream final : public SystemAudioStream {
   public:
-    PulseSystemAudioStream(PulseConnection& pulse, MainQueue& mainQueue) : pulse_(pulse), mainQueue_(mainQueue) {}
+    PulseSystemAudioStream(PulseConnection& pulse, MainQueue& mainQueue)
+        : pulse_(pulse), mainQueue_(mainQueue) {}
 
     std::optional<Error> addAudioOutput(DispatchQueue& queue,
                                         std::function<void(const AudioSampleBuffer&)> handler) override {
@@ -37,7 +38,8 @@ class PulseSystemAudioStream final : public SystemAudioStream {
 
     void startCapture(Completion completion) override {
         if (!stream_)
-            return answer(completion, Error{"PulseAudio", PA_ERR_INVALID, "No audio output was added to the stream"});
+            return answer(completion,
+                          Error{"PulseAudio", PA_ERR_INVALID, "No audio output was added to the stream"});
         // The stream reports from the PulseAudio loop thread.
         stream_->start([queue = &mainQueue_, completion](std::optional<Error> error) {
             queue->post([completion, error] { completion(error); });
@@ -45,7 +47,8 @@ class PulseSystemAudioStream final : public SystemAudioStream {
     }
 
     void stopCapture(Completion completion) override {
-        if (!stream_) return answer(completion, Error{"PulseAudio", PA_ERR_BADSTATE, "The stream was not started"});
+        if (!stream_)
+            return answer(completion, Error{"PulseAudio", PA_ERR_BADSTATE, "The stream was not started"});
         auto failure = stream_->failure();
         stream_->stop();
         answer(completion, failure);
@@ -67,7 +70,8 @@ void PulseScreenCapture::makeStream(
     std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) {
     auto result = [this]() -> Result<std::shared_ptr<SystemAudioStream>> {
         if (auto error = pulse_.ensureConnected()) return *error;
-        return std::shared_ptr<SystemAudioStream>(std::make_shared<PulseSystemAudioStream>(pulse_, mainQueue_));
+        return std::shared_ptr<SystemAudioStream>(
+            std::make_shared<PulseSystemAudioStream>(pulse_, mainQueue_));
     }();
     mainQueue_.post([completion = std::move(completion), result] { completion(result); });
 }

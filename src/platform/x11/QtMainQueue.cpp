@@ -31,7 +31,9 @@ TimerHandle QtMainQueue::schedule(double due, double interval, Task task, std::s
     return handle;
 }
 
-void QtMainQueue::post(Task task) { schedule(monotonicSeconds(), 0, std::move(task)); }
+void QtMainQueue::post(Task task) {
+    schedule(monotonicSeconds(), 0, std::move(task));
+}
 
 TimerHandle QtMainQueue::postAfter(Seconds delay, Task task) {
     return schedule(monotonicSeconds() + std::max(0.0, delay.count()), 0, std::move(task));
@@ -42,7 +44,9 @@ TimerHandle QtMainQueue::scheduleRepeating(Seconds interval, Task task) {
     return schedule(monotonicSeconds() + every, every, std::move(task));
 }
 
-bool QtMainQueue::isCurrent() const { return QThread::currentThread() == thread(); }
+bool QtMainQueue::isCurrent() const {
+    return QThread::currentThread() == thread();
+}
 
 size_t QtMainQueue::pendingCount() const {
     std::lock_guard lock(mutex_);

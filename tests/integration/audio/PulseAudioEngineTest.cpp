@@ -165,8 +165,8 @@ class PulseAudioEngine : public ::testing::Test {
     void record(const Mode& mode, const std::string& sink) {
         engine->setRecordingContext(mode, "", {});
         engine->startRecording();
-        ASSERT_TRUE(
-            queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, Seconds(5.0)));
+        ASSERT_TRUE(queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); },
+                                   Seconds(5.0)));
         queue.runUntil([] { return false; }, Seconds(0.5));  // past the file-output start
         playInto(sink);
         engine->stopRecording();
@@ -244,7 +244,8 @@ TEST_F(PulseAudioEngine, MonitorPathRecordsWhatTheSpeakerPlaysAndMixesItWithTheM
 TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
     engine->setRecordingContext(Mode::fresh("Dictation"), "", {});
     engine->startRecording();
-    ASSERT_TRUE(waitFor([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, Seconds(5.0)));
+    ASSERT_TRUE(
+        waitFor([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, Seconds(5.0)));
     waitFor([] { return false; }, Seconds(0.5));
 
     std::atomic<bool> done{false};

@@ -30,7 +30,9 @@ struct RunLoopHarness {
     RunLoopMainQueue q{clock};
     MainQueue& queue() { return q; }
     double now() { return clock.monotonicNow().time_since_epoch().count(); }
-    bool runUntil(const std::function<bool()>& done, double seconds) { return q.runUntil(done, Seconds(seconds)); }
+    bool runUntil(const std::function<bool()>& done, double seconds) {
+        return q.runUntil(done, Seconds(seconds));
+    }
 };
 
 using Harnesses = ::testing::Types<VirtualHarness, RunLoopHarness>;

@@ -13,10 +13,10 @@ namespace {
 // `t` is the monotonic reading; the wall clock reads `t + wallOffset`.
 class SettableClock final : public Clock {
 public:
-    double now() const override { return t.load() + wallOffset.load(); }
-    MonotonicTime monotonicNow() const override { return MonotonicTime(Seconds(t.load())); }
-    std::atomic<double> t{1000.0};
-    std::atomic<double> wallOffset{0.0};
+  double now() const override { return t.load() + wallOffset.load(); }
+  MonotonicTime monotonicNow() const override { return MonotonicTime(Seconds(t.load())); }
+  std::atomic<double> t{1000.0};
+  std::atomic<double> wallOffset{0.0};
 };
 }  // namespace
 
