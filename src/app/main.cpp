@@ -95,8 +95,8 @@ int main(int argc, char** argv) {
 
     PulseConnection pulse("Vocle");
     if (auto error = pulse.ensureConnected()) log("❌ Sound server not reachable: ", error->description);
-    PulseCapture capture(pulse);
-    PulseScreenCapture screenCapture(pulse);
+    PulseCapture capture(pulse, mainQueue);
+    PulseScreenCapture screenCapture(pulse, mainQueue);
     PulseCoreAudio coreAudio(pulse);
     PulseAudioPlayback playback(pulse);
     ui::QtAlerts alerts(mainQueue);

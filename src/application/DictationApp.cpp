@@ -2,6 +2,7 @@
 
 #include "core/AppConstants.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -39,6 +40,7 @@ std::string DictationApp::shortcutText(const Shortcut& shortcut) {
 }
 
 void DictationApp::applicationDidFinishLaunching() {
+    VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("Application did finish launching");
     graph_.updaterManager();
     log("UpdaterManager initialized for automatic updates");
@@ -85,6 +87,7 @@ void DictationApp::showAccessibilityAlert() {
 }
 
 void DictationApp::mainViewAppeared() {
+    VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("MainView appeared");
     graph_.indicator->setup(appState().isRecording, appState().isProcessing);
     if (!statusItemBound_) {
@@ -111,15 +114,18 @@ void DictationApp::registerAppState() {
 }
 
 void DictationApp::mainViewDisappeared() {
+    VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("MainView disappeared but keeping notification observer active");
 }
 
 void DictationApp::menuToggleRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("Menu command: Toggle Recording");
     appState().toggleRecording();
 }
 
 void DictationApp::menuCancelRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("Menu command: Cancel Recording");
     if (appState().isRecording.get()) appState().cancelRecording();
 }
@@ -131,6 +137,7 @@ void DictationApp::menuShowPermissions() { showPermissionsWindow.set(true); }
 void DictationApp::menuCheckForUpdates() { graph_.updaterManager().checkForUpdates(); }
 
 void DictationApp::menuSignOut() {
+    VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("Menu command: Sign Out");
     appState().signOut();
 }

@@ -92,7 +92,7 @@ public:
     // The complete backup document of the current state.
     SettingsDoc settingsDocument() const;
 
-    static constexpr double kSettingsSaveDelay = SettingsPersistence::kSaveDelay;
+    static constexpr Seconds kSettingsSaveDelay = SettingsPersistence::kSaveDelay;
     static inline const char* kScreenCaptureSettingsURL = DictationControl::kScreenCaptureSettingsURL;
 
 private:

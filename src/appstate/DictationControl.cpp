@@ -1,6 +1,7 @@
 #include "appstate/DictationControl.h"
 
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -24,6 +25,7 @@ void DictationControl::followEngine() {
 }
 
 void DictationControl::toggle() {
+    VOCLE_ASSERT_MAIN_QUEUE(s_.mainQueue);
     log("AppState - toggleRecording called, current isRecording: ", boolText(status_.isRecording.get()));
     if (!status_.isRecording.get()) {
         log("Will start recording");
@@ -37,6 +39,7 @@ void DictationControl::toggle() {
 }
 
 void DictationControl::start() {
+    VOCLE_ASSERT_MAIN_QUEUE(s_.mainQueue);
     log("AppState - startRecording called");
     log("Recording mode check:");
     const auto mode = s_.modeManager.activeMode.get();
@@ -81,10 +84,10 @@ void DictationControl::start() {
     engine_.startRecording();
 
     // Shown twice on purpose: the panel can fail to appear when another application became active.
-    s_.mainQueue.postAfter(0.1, token_.guard([this] {
+    s_.mainQueue.postAfter(Seconds(0.1), token_.guard([this] {
         log("✨ Explicitly showing floating indicator from startRecording");
         s_.indicator.showIndicator();
-        s_.mainQueue.postAfter(0.5, token_.guard([this] {
+        s_.mainQueue.postAfter(Seconds(0.5), token_.guard([this] {
             log("✨ Double-checking floating indicator visibility");
             s_.indicator.showIndicator();
         }));
@@ -92,6 +95,7 @@ void DictationControl::start() {
 }
 
 void DictationControl::stop() {
+    VOCLE_ASSERT_MAIN_QUEUE(s_.mainQueue);
     log("AppState - stopRecording called");
     auto onboarding = s_.storage.loadOnboardingState();
     onboarding.firstRecordingComplete = true;
@@ -105,6 +109,7 @@ void DictationControl::stop() {
 }
 
 void DictationControl::cancel() {
+    VOCLE_ASSERT_MAIN_QUEUE(s_.mainQueue);
     log("AppState - cancelRecording called");
     s_.mainQueue.post(token_.guard([this] {
         status_.isRecording.set(false);

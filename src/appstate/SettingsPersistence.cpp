@@ -15,8 +15,6 @@ SettingsPersistence::SettingsPersistence(MainQueue& mainQueue, const FileStorage
       coordinator_(coordinator),
       settings_(settings) {}
 
-SettingsPersistence::~SettingsPersistence() { saveDebounce_.cancel(); }
-
 void SettingsPersistence::startWatching() {
     // Judged when the value changes (always on the main queue), not a turn later, so that the writes
     // of the start-up run itself never schedule a save.
@@ -31,8 +29,7 @@ void SettingsPersistence::startWatching() {
 }
 
 void SettingsPersistence::scheduleSave() {
-    saveDebounce_.cancel();
-    saveDebounce_ = mainQueue_.postAfter(kSaveDelay, token_.guard([this] { persist(); }));
+    saveDebounce_.start(mainQueue_, kSaveDelay, token_.guard([this] { persist(); }));
 }
 
 void SettingsPersistence::persist() {

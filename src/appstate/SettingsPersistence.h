@@ -9,6 +9,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 #include "modes/ModeManager.h"
 #include "modes/ModesViewModel.h"
 #include "modes/SettingsCoordinator.h"
@@ -27,11 +28,10 @@ struct EditableSettings {
 // `kSaveDelay` after the last change of the modes, replacements or vocabulary. Main queue only.
 class SettingsPersistence {
 public:
-    static constexpr double kSaveDelay = 1.5;
+    static constexpr Seconds kSaveDelay{1.5};
 
     SettingsPersistence(MainQueue& mainQueue, const FileStorageManager& storage, ModeManager& modeManager,
                         ModesViewModel& modesViewModel, SettingsCoordinator& coordinator, EditableSettings settings);
-    ~SettingsPersistence();
 
     void startWatching();
     void persist();
@@ -48,7 +48,7 @@ private:
     SettingsCoordinator& coordinator_;
     EditableSettings settings_;
     std::vector<Subscription> subscriptions_;
-    TimerHandle saveDebounce_;
+    Timer saveDebounce_;
     OwnerToken token_;
 };
 

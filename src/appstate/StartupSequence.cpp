@@ -4,6 +4,7 @@
 
 #include "core/InitializationError.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -85,6 +86,7 @@ void StartupSequence::retry() {
 }
 
 void StartupSequence::initializeApp() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("AppState: Starting app initialization...");
     log("AppState: Step A - Fetching mode types from backend...");
     const uint64_t run = nextRun_++;
@@ -187,6 +189,7 @@ void StartupSequence::createDefaultSettings() {
 }
 
 void StartupSequence::signOut() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("AppState: Signing out user");
     sessions_.clear();
     backend_.setAccessToken("");

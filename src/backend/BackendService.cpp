@@ -8,8 +8,10 @@
 #include "backend/LanguageCodes.h"
 #include "backend/ResponseRecords.h"
 #include "foundation/Base64.h"
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
 #include "foundation/Text.h"
+#include "foundation/Timer.h"
 
 namespace vocle {
 
@@ -20,9 +22,9 @@ struct BackendService::Operation {
     Decoder decode;
     Finish finish;
     bool retry = true;
-    double startTime = 0;
+    MonotonicTime startTime;
     bool done = false;  // delivered or cancelled; main queue only
-    TimerHandle timer;
+    Timer timer;
     uint64_t transferId = 0;
 };
 
@@ -152,7 +154,7 @@ void BackendService::finish(const std::shared_ptr<Operation>& op, std::optional<
     if (deliver) deliver(std::move(error));
 }
 
-Subscription BackendService::start(int attempt, double startTime, const std::string& url,
+Subscription BackendService::start(int attempt, MonotonicTime startTime, const std::string& url,
                                    const std::string& method, RequestBody body, Decoder decode, bool retry,
                                    Finish finish) {
     auto op = std::make_shared<Operation>();
@@ -174,9 +176,9 @@ Subscription BackendService::start(int attempt, double startTime, const std::str
 
 void BackendService::runAttempt(const std::shared_ptr<Operation>& op, int attempt) {
     if (op->done) return;
-    const double elapsed = mainQueue_.clock().now() - op->startTime;
-    if (elapsed >= kRetryBudgetSeconds) {
-        log("Total retry timeout exceeded after ", decimalText(elapsed), "s");
+    const Seconds elapsed = mainQueue_.clock().monotonicNow() - op->startTime;
+    if (elapsed >= kRetryBudget) {
+        log("Total retry timeout exceeded after ", decimalText(elapsed.count()), "s");
         // Delivered from the queue so that a caller never sees its completion before the call returns.
         mainQueue_.post(
             owner_.guard([this, op] { finish(op, BackendError::network("The request timed out.")); }));
@@ -199,8 +201,8 @@ void BackendService::runAttempt(const std::shared_ptr<Operation>& op, int attemp
         const double delay = std::min(std::pow(2.0, attempt), 8.0);
         log("Retrying after ", decimalText(delay), "s delay due to: ", message);
         op->transferId = 0;
-        op->timer =
-            mainQueue_.postAfter(delay, owner_.guard([this, op, attempt] { runAttempt(op, attempt + 1); }));
+        op->timer.start(mainQueue_, Seconds(delay),
+                        owner_.guard([this, op, attempt] { runAttempt(op, attempt + 1); }));
     });
 }
 
@@ -217,17 +219,14 @@ void BackendService::sendAttempt(const std::shared_ptr<Operation>& op,
     request.url = op->url;
     request.headers = commonHeaders();  // rebuilt per attempt: a rotated token is used at once
     request.body = op->body.bytes;
-    MainQueue& queue = mainQueue_;
+    // Answered on a worker thread; handled on the main queue, where the tokens and the operation live.
     op->transferId = transport_->send(
         std::move(request),
-        [&queue, alive = owner_.weak(), op, next = std::move(next), this](HttpResponse response) {
-            // Worker thread: hop to the main queue, where the tokens and the operation live.
-            queue.post([alive, op, next, this, response = std::move(response)] {
-                if (!alive.lock() || op->done) return;
-                op->transferId = 0;
-                next(classify(response, op->decode));
-            });
-        });
+        bindToMain(mainQueue_, owner_, [op, next = std::move(next), this](HttpResponse response) {
+            if (op->done) return;
+            op->transferId = 0;
+            next(classify(response, op->decode));
+        }));
 }
 
 std::optional<BackendError> BackendService::classify(const HttpResponse& response, const Decoder& decode) {
@@ -357,8 +356,8 @@ Subscription BackendService::transcribeAudio(std::string audioData, const Mode& 
     std::string().swap(audioData);
     log("Sending transcription request with mode: ", mode.name);
 
-    return requestWithRetry<TranscribeResponse>(0, mainQueue_.clock().now(), url, "POST", std::move(body),
-                                                std::move(report));
+    return requestWithRetry<TranscribeResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
+                                                std::move(body), std::move(report));
 }
 
 Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completion) {
@@ -370,8 +369,8 @@ Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completi
     const std::string url = baseURL_ + "/settings";
     if (!HttpTransport::isValidURL(url))
         return deliverError(BackendError::invalidURL(), std::move(completion));
-    return requestWithRetry<SettingsEnvelope>(0, mainQueue_.clock().now(), url, "GET", RequestBody::none(),
-                                              std::move(completion));
+    return requestWithRetry<SettingsEnvelope>(0, mainQueue_.clock().monotonicNow(), url, "GET",
+                                              RequestBody::none(), std::move(completion));
 }
 
 Subscription BackendService::backupSettings(const SettingsDoc& settings,
@@ -392,8 +391,8 @@ Subscription BackendService::backupSettings(const SettingsDoc& settings,
     } catch (const std::exception&) {
     }
     if (ifMatchVersion) body["if_match_version"] = *ifMatchVersion;
-    return requestWithRetry<BackupResponse>(0, mainQueue_.clock().now(), url, "POST", RequestBody::json(body),
-                                            std::move(completion));
+    return requestWithRetry<BackupResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
+                                            RequestBody::json(body), std::move(completion));
 }
 
 Subscription BackendService::sendSupportMessage(const std::string& message, Completion<bool> completion) {
@@ -407,7 +406,7 @@ Subscription BackendService::sendSupportMessage(const std::string& message, Comp
     const std::string url = baseURL_ + "/support/message";
     if (!HttpTransport::isValidURL(url))
         return deliverError<SuccessResponse>(BackendError::invalidURL(), report);
-    return requestWithRetry<SuccessResponse>(0, mainQueue_.clock().now(), url, "POST",
+    return requestWithRetry<SuccessResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
                                              RequestBody::json(Json{{"message", message}}),
                                              std::move(report));
 }
@@ -436,13 +435,8 @@ Subscription BackendService::sendOTP(const std::string& email, std::function<voi
         request.headers = {"Content-Type: application/json"};
         RequestBody body = RequestBody::json(Json{{"email", email}});
         request.body = body.bytes;  // none when it could not be serialised: sent without a body
-        MainQueue& queue = mainQueue_;
-        call->transferId =
-            transport_->send(std::move(request), [&queue, alive = owner_.weak(), deliver](HttpResponse) {
-                queue.post([alive, deliver] {
-                    if (alive.lock()) deliver();
-                });
-            });
+        call->transferId = transport_->send(
+            std::move(request), bindToMain(mainQueue_, owner_, [deliver](HttpResponse) { deliver(); }));
     }
     return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;
@@ -469,15 +463,11 @@ Subscription BackendService::verifyOTP(const std::string& email, const std::stri
         request.url = url;
         request.headers = {"Content-Type: application/json"};
         request.body = RequestBody::json(Json{{"email", email}, {"token", code}}).bytes;
-        MainQueue& queue = mainQueue_;
         call->transferId = transport_->send(
-            std::move(request), [&queue, alive = owner_.weak(), deliver](HttpResponse response) {
-                auto result = VerifyOTPResult::fromResponse(!response.transportFailed && response.status > 0,
-                                                            response.status, response.body);
-                queue.post([alive, deliver, result = std::move(result)] {
-                    if (alive.lock()) deliver(result);
-                });
-            });
+            std::move(request), bindToMain(mainQueue_, owner_, [deliver](const HttpResponse& response) {
+                deliver(VerifyOTPResult::fromResponse(!response.transportFailed && response.status > 0,
+                                                      response.status, response.body));
+            }));
     }
     return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
         if (call->done) return;

@@ -52,7 +52,7 @@ class BackendService {
     using Completion = std::function<void(Result<T, BackendError>)>;
 
     static constexpr int kMaxAttempts = 4;
-    static constexpr double kRetryBudgetSeconds = 120.0;
+    static constexpr Seconds kRetryBudget{120.0};
 
     // Reads the stored session's tokens; `baseURL` has no trailing slash. Without an
     // `http` client the requests go through libcurl (HttpTransport).
@@ -111,7 +111,7 @@ class BackendService {
 
     // The shared machinery, generic over a record with `static T fromJson(const Json&)`.
     template <class T>
-    [[nodiscard]] Subscription requestWithRetry(int attempt, double startTime, const std::string& url,
+    [[nodiscard]] Subscription requestWithRetry(int attempt, MonotonicTime startTime, const std::string& url,
                                                 const std::string& method, RequestBody body,
                                                 Completion<T> completion) {
         auto slot = std::make_shared<std::optional<T>>();
@@ -153,8 +153,9 @@ class BackendService {
         };
     }
 
-    Subscription start(int attempt, double startTime, const std::string& url, const std::string& method,
-                       RequestBody body, Decoder decode, bool retry, Finish finish);
+    Subscription start(int attempt, MonotonicTime startTime, const std::string& url,
+                       const std::string& method, RequestBody body, Decoder decode, bool retry,
+                       Finish finish);
     Subscription failLater(BackendError error, Finish finish);
     Subscription subscriptionFor(const std::shared_ptr<Operation>& op);
     void runAttempt(const std::shared_ptr<Operation>& op, int attempt);

@@ -5,6 +5,7 @@
 #include <cctype>
 
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -80,6 +81,7 @@ bool ClipboardManager::isTerminalClass(const std::string& windowClass) {
 }
 
 void ClipboardManager::copyAndPaste(const std::string& text) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     pending_.push_back(text);
     // A transcript that arrives while an earlier one waits to be pasted must not replace the clipboard
     // under it.
@@ -99,17 +101,17 @@ void ClipboardManager::startNext() {
     pasteboard_.setString(text);
     log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()),
         " - clipboard copy completed, starting paste");
-    waitForModifiers(mainQueue_.clock().now() + kModifierReleaseTimeout);
+    waitForModifiers(mainQueue_.clock().monotonicNow() + kModifierReleaseTimeout);
 }
 
-void ClipboardManager::waitForModifiers(double deadline) {
+void ClipboardManager::waitForModifiers(MonotonicTime deadline) {
     const uint64_t held = keys_.heldModifiers();
     if (held != 0) {
-        const double left = deadline - mainQueue_.clock().now();
+        const Seconds left = deadline - mainQueue_.clock().monotonicNow();
         // Sums of poll intervals fall short of the deadline by rounding; the last poll lands on it.
-        if (left > 1e-6) {
-            pollTimer_ = mainQueue_.postAfter(std::min(kModifierPollInterval, left),
-                                              owner_.guard([this, deadline] { waitForModifiers(deadline); }));
+        if (left.count() > 1e-6) {
+            pollTimer_.start(mainQueue_, std::min(kModifierPollInterval, left),
+                             owner_.guard([this, deadline] { waitForModifiers(deadline); }));
             return;
         }
         log("⚠️ Modifiers still held (", held, "); releasing them before pasting");

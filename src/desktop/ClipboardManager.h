@@ -6,6 +6,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/OwnerToken.h"
+#include "foundation/Timer.h"
 #include "platform/events.h"
 #include "recording/TranscriptPaster.h"
 #include "storage/HistoryService.h"
@@ -21,9 +22,9 @@ namespace vocle {
 // Transcripts that arrive while one is waiting are delivered after it, in order.
 class ClipboardManager final : public TranscriptPaster {
   public:
-    static constexpr double kHistoryDelay = 0.6;
-    static constexpr double kModifierPollInterval = 0.02;
-    static constexpr double kModifierReleaseTimeout = 1.0;
+    static constexpr Seconds kHistoryDelay{0.6};
+    static constexpr Seconds kModifierPollInterval{0.02};
+    static constexpr Seconds kModifierReleaseTimeout{1.0};
 
     ClipboardManager(MainQueue& mainQueue, Pasteboard& pasteboard, SyntheticKeys& keys,
                      HistoryService& history, NotificationCenter& notifications,
@@ -38,7 +39,7 @@ class ClipboardManager final : public TranscriptPaster {
 
   private:
     void startNext();
-    void waitForModifiers(double deadline);
+    void waitForModifiers(MonotonicTime deadline);
     void simulatePaste();
     void finish(const std::string& text);
 
@@ -49,7 +50,7 @@ class ClipboardManager final : public TranscriptPaster {
     NotificationCenter& notifications_;
     std::deque<std::string> pending_;
     bool busy_ = false;
-    TimerHandle pollTimer_;
+    Timer pollTimer_;
     OwnerToken owner_;
 };
 

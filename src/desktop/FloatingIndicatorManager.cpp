@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -17,13 +18,14 @@ FloatingIndicatorManager::FloatingIndicatorManager(MainQueue& mainQueue, Indicat
                                                    FloatingRecordingView& view)
     : mainQueue_(mainQueue), panels_(panels), view_(view) {}
 
-FloatingIndicatorManager::~FloatingIndicatorManager() { pendingHideWorkItem_.cancel(); }
+FloatingIndicatorManager::~FloatingIndicatorManager() = default;
 
 ScreenRect FloatingIndicatorManager::panelFrame(const ScreenRect& screen) {
     return {screen.maxX() - kPanelSize - kRightMargin, screen.midY() - kPanelSize / 2, kPanelSize, kPanelSize};
 }
 
 void FloatingIndicatorManager::setup(Observable<bool>& isRecording, Observable<bool>& isProcessing) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("💡 FloatingIndicatorManager: Setting up with AppState");
     isRecording_ = &isRecording;
     isProcessing_ = &isProcessing;
@@ -59,7 +61,7 @@ void FloatingIndicatorManager::handleState(bool isRecording, bool isProcessing) 
     pendingHideWorkItem_.cancel();
     if (!isRecording && !isProcessing) {
         log("💡 RECORDING STOPPED - Hiding indicator");
-        pendingHideWorkItem_ = mainQueue_.postAfter(kHideDelay, token_.guard([this] { hideCheck(); }));
+        pendingHideWorkItem_.start(mainQueue_, kHideDelay, token_.guard([this] { hideCheck(); }));
     } else {
         log("💡 RECORDING STARTED - Showing indicator");
         showIndicator();
@@ -75,6 +77,7 @@ void FloatingIndicatorManager::hideCheck() {
 }
 
 void FloatingIndicatorManager::showIndicator() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("💡 Showing floating indicator");
     if (!panel_) {
         createPanel();
@@ -100,6 +103,7 @@ void FloatingIndicatorManager::showIndicator() {
 }
 
 void FloatingIndicatorManager::hideIndicator() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("Hiding floating indicator");
     mainQueue_.post(token_.guard([this] {
         if (panel_) panel_->fadeOut(kFadeOutDuration, [] {});

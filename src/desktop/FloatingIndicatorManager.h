@@ -8,6 +8,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 
 namespace vocle {
 
@@ -16,8 +17,8 @@ namespace vocle {
 // first show and reused for the life of the process. Main queue only.
 class FloatingIndicatorManager final : public RecordingIndicator {
 public:
-    static constexpr double kHideDelay = 0.15;
-    static constexpr double kFadeOutDuration = 0.12;
+    static constexpr Seconds kHideDelay{0.15};
+    static constexpr Seconds kFadeOutDuration{0.12};
     static constexpr double kPanelSize = 40;
     static constexpr double kRightMargin = 30;
     // The pop-up-menu level the panel is raised to when shown; 3 is the floating level it starts at.
@@ -52,7 +53,7 @@ private:
     Observable<bool>* isProcessing_ = nullptr;
     Subscription recordingCancellable_;
     Subscription processingCancellable_;
-    TimerHandle pendingHideWorkItem_;
+    Timer pendingHideWorkItem_;
     bool viewAppeared_ = false;
     OwnerToken token_;
 };

@@ -5,6 +5,7 @@
 
 #include "core/AppConstants.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -26,9 +27,7 @@ FloatingRecordingView::FloatingRecordingView(MainQueue& mainQueue, NotificationC
                                              std::function<double()> random)
     : mainQueue_(mainQueue), notifications_(notifications), random_(std::move(random)) {}
 
-FloatingRecordingView::~FloatingRecordingView() {
-    animationTimer_.cancel();
-}
+FloatingRecordingView::~FloatingRecordingView() = default;
 
 void FloatingRecordingView::publish(SpringAnimation animation) { changed.emit(animation); }
 
@@ -38,6 +37,7 @@ double FloatingRecordingView::barHeight(int i) const {
 }
 
 void FloatingRecordingView::onAppear() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("💡 FloatingRecordingView appeared");
     simulatedLevels_ = kFlat;
     audioMultiplier_ = kFloorMultiplier;
@@ -47,6 +47,7 @@ void FloatingRecordingView::onAppear() {
 }
 
 void FloatingRecordingView::setRecording(bool recording) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (recording == isRecording_) return;
     isRecording_ = recording;
     log("💡 FloatingRecordingView - isRecording changed to: ", boolText(recording));
@@ -68,6 +69,7 @@ void FloatingRecordingView::setRecording(bool recording) {
 }
 
 void FloatingRecordingView::setProcessing(bool processing) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (processing == isProcessing_) return;
     isProcessing_ = processing;
     log("💡 FloatingRecordingView - isProcessing changed to: ", boolText(processing));
@@ -89,6 +91,7 @@ void FloatingRecordingView::startListening() {
 void FloatingRecordingView::stopListening() { observerToken_.reset(); }
 
 void FloatingRecordingView::handleLevel(const Notification& notification) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     const bool wasBelow = isBelowNoiseFloor_;
     if (auto level = floatValue(notification.userInfo, "level")) {
         if (*level <= -40) {
@@ -133,7 +136,7 @@ void FloatingRecordingView::startAnimation() {
     for (auto& t : targetLevels_) t = 0.5 + random_() * 0.5;
     simulatedLevels_ = targetLevels_;
     publish({0.3, 0.6});
-    animationTimer_ = mainQueue_.scheduleRepeating(kWobbleInterval, [this] {
+    animationTimer_.startRepeating(mainQueue_, kWobbleInterval, [this] {
         if (isBelowNoiseFloor_) return;
         for (auto& t : targetLevels_) t = 0.7 + random_() * 0.2;
         simulatedLevels_ = targetLevels_;
@@ -144,7 +147,6 @@ void FloatingRecordingView::startAnimation() {
 void FloatingRecordingView::stopAnimation() {
     log("💡 FloatingRecordingView - Stopping animation");
     animationTimer_.cancel();
-    animationTimer_ = TimerHandle();
 }
 
 }  // namespace vocle

@@ -6,6 +6,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 
 namespace vocle {
 
@@ -30,7 +31,7 @@ public:
 
     static constexpr double kSize = 40;
     static constexpr double kCornerRadius = 15;
-    static constexpr double kWobbleInterval = 0.2;
+    static constexpr Seconds kWobbleInterval{0.2};
     // sRGB 0.4, 92/255, 210/255.
     static constexpr std::array<double, 3> kAccentColor{0.4, 0.3607843137254902, 0.8235294117647058};
 
@@ -73,7 +74,7 @@ private:
     std::function<double()> random_;
 
     std::array<double, 3> simulatedLevels_{0.3, 0.5, 0.4};
-    TimerHandle animationTimer_;
+    Timer animationTimer_;
     double audioMultiplier_ = 0.6;
     std::array<double, 3> targetLevels_{0.3, 0.5, 0.4};
     Subscription observerToken_;

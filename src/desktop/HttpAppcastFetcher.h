@@ -5,6 +5,7 @@
 #include "backend/HttpTransport.h"
 #include "desktop/UpdaterManager.h"
 #include "foundation/MainQueue.h"
+#include "foundation/OwnerToken.h"
 
 namespace vocle {
 
@@ -13,7 +14,6 @@ namespace vocle {
 class HttpAppcastFetcher final : public AppcastFetcher {
 public:
     HttpAppcastFetcher(MainQueue& mainQueue, HttpTransport& transport, std::string userAgent);
-    ~HttpAppcastFetcher() override;
 
     void fetch(const std::string& url, std::function<void(Result<std::string>)> completion) override;
 
@@ -21,7 +21,7 @@ private:
     MainQueue& mainQueue_;
     HttpTransport& transport_;
     std::string userAgent_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    OwnerToken owner_;
 };
 
 }  // namespace vocle

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "foundation/Clock.h"
+
 namespace vocle {
 
 // A rectangle in screen coordinates of the window system (on X11: origin top left, pixels).
@@ -32,7 +34,7 @@ public:
     virtual int level() const = 0;
     virtual void setAlpha(double alpha) = 0;
     // Animates the alpha to 0 over `seconds`, then hides the panel; `completion` runs after that.
-    virtual void fadeOut(double seconds, std::function<void()> completion) = 0;
+    virtual void fadeOut(Seconds duration, std::function<void()> completion) = 0;
     virtual bool isVisible() const = 0;
     virtual std::string description() const = 0;
 };

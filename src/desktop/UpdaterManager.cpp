@@ -2,6 +2,7 @@
 
 #include "backend/HttpTransport.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -26,28 +27,28 @@ UpdaterManager::UpdaterManager(MainQueue& mainQueue, AppcastFetcher& fetcher, Co
     log("✅ Automatic updates configured:");
     log("   - Auto check: ", boolText(automaticallyChecks_));
     log("   - Auto download: ", boolText(automaticallyDownloads_));
-    log("   - Check interval: ", std::to_string(checkInterval_).substr(0, std::to_string(checkInterval_).find('.') + 2));
-    initialCheck_ = mainQueue_.postAfter(kInitialCheckDelay, token_.guard([this] {
+    log("   - Check interval: ", std::to_string(checkInterval_.count())
+                                     .substr(0, std::to_string(checkInterval_.count()).find('.') + 2));
+    initialCheck_.start(mainQueue_, kInitialCheckDelay, token_.guard([this] {
         log("🔍 Performing initial background update check...");
         checkForUpdatesInBackground();
-        scheduledChecks_ = mainQueue_.scheduleRepeating(checkInterval_, token_.guard([this] {
+        scheduledChecks_.startRepeating(mainQueue_, checkInterval_, token_.guard([this] {
             if (automaticallyChecks_) checkForUpdatesInBackground();
         }));
     }));
 }
 
-UpdaterManager::~UpdaterManager() {
-    initialCheck_.cancel();
-    scheduledChecks_.cancel();
-}
+UpdaterManager::~UpdaterManager() = default;
 
 void UpdaterManager::checkForUpdates() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     log("🔍 Manual update check requested by user");
     if (!started_) return;
     check(true);
 }
 
 void UpdaterManager::checkForUpdatesInBackground() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (!started_) return;
     check(false);
 }

@@ -6,6 +6,7 @@
 
 #include "desktop/Appcast.h"
 #include "foundation/MainQueue.h"
+#include "foundation/Timer.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Error.h"
 
@@ -23,8 +24,8 @@ public:
 // the download page. Main queue only.
 class UpdaterManager {
 public:
-    static constexpr double kInitialCheckDelay = 5.0;
-    static constexpr double kCheckInterval = 3600.0;
+    static constexpr Seconds kInitialCheckDelay{5.0};
+    static constexpr Seconds kCheckInterval{3600.0};
 
     struct Config {
         std::string currentVersion;
@@ -54,7 +55,7 @@ public:
     const std::string& feedURL() const { return feedURL_; }
     bool automaticallyChecksForUpdates() const { return automaticallyChecks_; }
     bool automaticallyDownloadsUpdates() const { return automaticallyDownloads_; }
-    double updateCheckInterval() const { return checkInterval_; }
+    Seconds updateCheckInterval() const { return checkInterval_; }
     bool isStarted() const { return started_; }
     bool isChecking() const { return checking_; }
     // The newest version seen that is newer than ours.
@@ -72,13 +73,13 @@ private:
     bool started_ = false;
     bool automaticallyChecks_ = false;
     bool automaticallyDownloads_ = false;
-    double checkInterval_ = 0;
+    Seconds checkInterval_{0};
     bool checking_ = false;
     bool pendingUserCheck_ = false;
     std::optional<AppcastItem> available_;
     std::string lastAnnouncedVersion_;
-    TimerHandle initialCheck_;
-    TimerHandle scheduledChecks_;
+    Timer initialCheck_;
+    Timer scheduledChecks_;
     OwnerToken token_;
 };
 

@@ -41,11 +41,13 @@ public:
     // Runs the task on the main queue after everything already queued. Thread-safe.
     virtual void post(Task task) = 0;
     // One-shot delayed call; the handle cancels it. Thread-safe.
-    virtual TimerHandle postAfter(double seconds, Task task) = 0;
-    // Fires every `interval` seconds until cancelled; the first firing is one interval from now.
-    virtual TimerHandle scheduleRepeating(double interval, Task task) = 0;
-    // The clock the queue's delays are measured on.
+    virtual TimerHandle postAfter(Seconds delay, Task task) = 0;
+    // Fires every `interval` until cancelled; the first firing is one interval from now. Thread-safe.
+    virtual TimerHandle scheduleRepeating(Seconds interval, Task task) = 0;
+    // The clock the queue's delays are measured on (its monotonic reading; wall time never moves a timer).
     virtual const Clock& clock() const = 0;
+    // True on the thread that runs the queue's tasks. Thread-safe.
+    virtual bool isCurrent() const = 0;
 };
 
 }  // namespace vocle

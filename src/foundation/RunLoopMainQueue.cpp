@@ -17,21 +17,22 @@ TimerHandle RunLoopMainQueue::schedule(double due, double interval, Task task, s
 
 void RunLoopMainQueue::post(Task task) { schedule(0, 0, std::move(task)); }
 
-TimerHandle RunLoopMainQueue::postAfter(double seconds, Task task) {
-    return schedule(clock_.now() + std::max(0.0, seconds), 0, std::move(task));
+TimerHandle RunLoopMainQueue::postAfter(Seconds delay, Task task) {
+    return schedule(monotonicSeconds() + std::max(0.0, delay.count()), 0, std::move(task));
 }
 
-TimerHandle RunLoopMainQueue::scheduleRepeating(double interval, Task task) {
-    if (interval <= 0) interval = 1e-3;
-    return schedule(clock_.now() + interval, interval, std::move(task));
+TimerHandle RunLoopMainQueue::scheduleRepeating(Seconds interval, Task task) {
+    const double every = interval.count() > 0 ? interval.count() : 1e-3;
+    return schedule(monotonicSeconds() + every, every, std::move(task));
 }
 
 void RunLoopMainQueue::run() {
-    runUntil([] { return false; }, 1e18);
+    runUntil([] { return false; }, Seconds(1e18));
 }
 
-bool RunLoopMainQueue::runUntil(const std::function<bool()>& done, double timeoutSeconds) {
-    const double deadline = clock_.now() + timeoutSeconds;
+bool RunLoopMainQueue::runUntil(const std::function<bool()>& done, Seconds timeout) {
+    thread_ = std::this_thread::get_id();
+    const double deadline = monotonicSeconds() + timeout.count();
     {
         std::lock_guard lock(mutex_);
         quit_ = false;
@@ -42,7 +43,7 @@ bool RunLoopMainQueue::runUntil(const std::function<bool()>& done, double timeou
             std::unique_lock lock(mutex_);
             for (;;) {
                 if (quit_) return done();
-                const double now = clock_.now();
+                const double now = monotonicSeconds();
                 if (now >= deadline) return done();
                 const TimerHeap::Entry* next = heap_.peek();
                 if (next && next->due <= now) break;

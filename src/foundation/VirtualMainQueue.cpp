@@ -9,20 +9,36 @@ TimerHandle VirtualMainQueue::schedule(double due, double interval, Task task, s
     return heap_.push(due, interval, std::move(task), std::move(state));
 }
 
-void VirtualMainQueue::post(Task task) { schedule(now(), 0, std::move(task)); }
-
-TimerHandle VirtualMainQueue::postAfter(double seconds, Task task) {
-    return schedule(now() + std::max(0.0, seconds), 0, std::move(task));
+void VirtualMainQueue::post(Task task) {
+    schedule(monotonicSeconds(), 0, std::move(task));
 }
 
-TimerHandle VirtualMainQueue::scheduleRepeating(double interval, Task task) {
-    if (interval <= 0) interval = 1e-3;
-    return schedule(now() + interval, interval, std::move(task));
+TimerHandle VirtualMainQueue::postAfter(Seconds delay, Task task) {
+    return schedule(monotonicSeconds() + std::max(0.0, delay.count()), 0, std::move(task));
+}
+
+TimerHandle VirtualMainQueue::scheduleRepeating(Seconds interval, Task task) {
+    const double every = interval.count() > 0 ? interval.count() : 1e-3;
+    return schedule(monotonicSeconds() + every, every, std::move(task));
 }
 
 double VirtualMainQueue::now() const {
     std::lock_guard lock(mutex_);
+    return now_ + wallOffset_;
+}
+
+double VirtualMainQueue::monotonicSeconds() const {
+    std::lock_guard lock(mutex_);
     return now_;
+}
+
+MonotonicTime VirtualMainQueue::monotonicNow() const {
+    return MonotonicTime(Seconds(monotonicSeconds()));
+}
+
+void VirtualMainQueue::shiftWallClock(Seconds delta) {
+    std::lock_guard lock(mutex_);
+    wallOffset_ += delta.count();
 }
 
 bool VirtualMainQueue::popDue(double limit, TimerHeap::Entry& out) {
@@ -41,12 +57,14 @@ void VirtualMainQueue::fire(TimerHeap::Entry& e) {
 }
 
 void VirtualMainQueue::runUntilIdle() {
+    claimThread();
     TimerHeap::Entry e;
-    while (popDue(now(), e)) fire(e);
+    while (popDue(monotonicSeconds(), e)) fire(e);
 }
 
-void VirtualMainQueue::advance(double seconds) {
-    const double target = now() + std::max(0.0, seconds);
+void VirtualMainQueue::advance(Seconds duration) {
+    claimThread();
+    const double target = monotonicSeconds() + std::max(0.0, duration.count());
     TimerHeap::Entry e;
     while (popDue(target, e)) fire(e);
     std::lock_guard lock(mutex_);
@@ -54,6 +72,7 @@ void VirtualMainQueue::advance(double seconds) {
 }
 
 bool VirtualMainQueue::runNext() {
+    claimThread();
     TimerHeap::Entry e;
     if (!popDue(1e300, e)) return false;
     fire(e);

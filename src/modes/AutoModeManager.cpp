@@ -28,7 +28,6 @@ AutoModeManager::AutoModeManager(MainQueue& main, DispatchQueue& background, Not
 
 AutoModeManager::~AutoModeManager() {
     log("AutoModeManager: Stopping automatic mode switching");
-    urlCheckTimer_.cancel();
     activationObserver_.reset();
 }
 
@@ -59,8 +58,7 @@ void AutoModeManager::applicationActivated(const std::optional<RunningApplicatio
 void AutoModeManager::startURLMonitoring() {
     log("AutoModeManager: Starting URL monitoring for browser");
     main_.post(token_.guard([this] {
-        urlCheckTimer_.cancel();
-        urlCheckTimer_ = main_.scheduleRepeating(kURLCheckInterval, token_.guard([this] { checkURL(); }));
+        urlCheckTimer_.startRepeating(main_, kURLCheckInterval, token_.guard([this] { checkURL(); }));
         checkURL();
     }));
 }

@@ -7,6 +7,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/OwnerToken.h"
+#include "foundation/Timer.h"
 #include "modes/BrowserAddressReader.h"
 #include "modes/RandomSource.h"
 #include "platform/accessibility.h"
@@ -31,7 +32,7 @@ class AutoModeManager {
     const std::optional<std::string>& currentURL() const { return currentURL_; }
     bool isMonitoring() const { return urlCheckTimer_.isActive(); }
 
-    static constexpr double kURLCheckInterval = 0.75;
+    static constexpr Seconds kURLCheckInterval{0.75};
 
   private:
     void applicationActivated(const std::optional<RunningApplication>& app);
@@ -45,7 +46,7 @@ class AutoModeManager {
     Workspace& workspace_;
     RandomSource& random_;
     BrowserAddressReader reader_;
-    TimerHandle urlCheckTimer_;
+    Timer urlCheckTimer_;
     std::optional<RunningApplication> currentApplication_;
     std::optional<std::string> currentURL_;
     Subscription activationObserver_;

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
 #include "modes/SupportedBrowsers.h"
 
@@ -142,9 +143,8 @@ void BrowserAddressReader::read(const std::string& bundleId, std::optional<int> 
 void BrowserAddressReader::runScript(const std::string& source,
                                      std::function<void(std::optional<std::string>)> next) {
     background_.async(
-        [&scripting = scripting_, &main = main_, source, guarded = token_.guard(std::move(next))] {
-            auto result = executeScript(scripting, source);
-            main.post([guarded, result]() mutable { guarded(result); });
+        [&scripting = scripting_, source, deliver = bindToMain(main_, token_, std::move(next))] {
+            deliver(executeScript(scripting, source));
         });
 }
 
@@ -202,15 +202,15 @@ void BrowserAddressReader::readWithAccessibility(std::optional<int> pid, Complet
         log("AutoModeManager: Accessibility API timed out after 1 second");
         completion(std::nullopt);
     }));
-    auto onResult = token_.guard([answered, completion, timeout](const std::optional<std::string>& url) {
-        if (*answered) return;
-        *answered = true;
-        timeout.cancel();
-        completion(url);
-    });
-    background_.async([&ax = accessibility_, &random = random_, &main = main_, pid = *pid, onResult] {
-        auto url = lookUpAddress(ax, random, pid);
-        main.post([onResult, url]() mutable { onResult(url); });
+    auto onResult =
+        bindToMain(main_, token_, [answered, completion, timeout](const std::optional<std::string>& url) {
+            if (*answered) return;
+            *answered = true;
+            timeout.cancel();
+            completion(url);
+        });
+    background_.async([&ax = accessibility_, &random = random_, pid = *pid, onResult] {
+        onResult(lookUpAddress(ax, random, pid));
     });
 }
 

@@ -27,9 +27,9 @@ class BrowserAddressReader {
     // The completion runs once on the main queue, unless the reader is destroyed first.
     void read(const std::string& bundleId, std::optional<int> accessibilityPid, Completion completion);
 
-    static constexpr double kSafariRetryDelay = 0.5;
-    static constexpr double kChromeRetryDelay = 0.3;
-    static constexpr double kAccessibilityBudget = 1.0;
+    static constexpr Seconds kSafariRetryDelay{0.5};
+    static constexpr Seconds kChromeRetryDelay{0.3};
+    static constexpr Seconds kAccessibilityBudget{1.0};
     static constexpr int kMaxSearchDepth = 5;
     static constexpr size_t kMaxChildrenPerElement = 20;
 

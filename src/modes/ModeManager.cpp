@@ -6,6 +6,7 @@
 #include "backend/SettingsRecords.h"
 #include "core/AppConstants.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "modes/ExtractDomain.h"
 
 namespace vocle {
@@ -52,6 +53,7 @@ ModeManager::ModeManager(MainQueue& main, NotificationCenter& center, const Loca
 }
 
 void ModeManager::loadModes() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     auto stored = store_.loadModes();
     if (stored && !stored->empty()) {
         const size_t n = stored->size();
@@ -64,6 +66,7 @@ void ModeManager::loadModes() {
 }
 
 void ModeManager::saveModes() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     store_.saveModes(modes.get());
     // This document lacks the user's text settings on purpose: the application state schedules its
     // complete one after every mode change, and the coordinator keeps only the last of a burst.
@@ -75,6 +78,7 @@ void ModeManager::saveModes() {
 }
 
 void ModeManager::setActiveMode(const Mode& mode) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     log("ModeManager: setActiveMode() called for mode '", mode.name, "' with ID ", mode.id.string());
     const auto& list = modes.get();
     auto stored = std::find_if(list.begin(), list.end(), [&](const Mode& m) { return m.id == mode.id; });
@@ -88,6 +92,7 @@ void ModeManager::setActiveMode(const Mode& mode) {
 }
 
 void ModeManager::createNewMode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     log("ModeManager: createNewMode() called");
     Mode mode = Mode::fresh("New Mode");
     mode.type = "Custom";
@@ -98,6 +103,7 @@ void ModeManager::createNewMode() {
 }
 
 void ModeManager::startEditing(const Mode& mode) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     log("ModeManager: startEditing() called for ID ", mode.id.string());
     selectedMode.set(mode);
     isEditingMode.set(true);
@@ -110,6 +116,7 @@ void ModeManager::logEditorState() const {
 }
 
 void ModeManager::saveMode(const Mode& mode) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     main_.post(token_.guard([this, mode] {
         log("ModeManager: saveMode() called for ID ", mode.id.string());
         auto list = modes.get();
@@ -137,6 +144,7 @@ void ModeManager::saveMode(const Mode& mode) {
 }
 
 void ModeManager::cancelEditing() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     main_.post(token_.guard([this] {
         if (!isEditingMode.get()) return;
         log("ModeManager: cancelEditing() called");
@@ -147,6 +155,7 @@ void ModeManager::cancelEditing() {
 }
 
 void ModeManager::deleteMode(const Mode& mode) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (mode.isDefault) {
         log("ModeManager: Cannot delete default mode");
         return;
@@ -192,6 +201,7 @@ Mode ModeManager::makeDefaultMode(bool& fromTemplate) const {
 }
 
 void ModeManager::createDefaultModesWithBackendTypes() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     log("ModeManager: createDefaultModesWithBackendTypes() called");
     bool fromTemplate = false;
     Mode mode = makeDefaultMode(fromTemplate);
@@ -241,6 +251,7 @@ void ModeManager::createDefaultModesWithBackendTypes() {
 }
 
 void ModeManager::handleWebsiteSwitchRequest(const std::string& domain, const std::string& fallbackBundleId) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     log("ModeManager: Received auto-switch request for website: ", domain);
     log("ModeManager: Available modes with websites:");
     std::optional<Mode> match;
@@ -262,6 +273,7 @@ void ModeManager::handleWebsiteSwitchRequest(const std::string& domain, const st
 }
 
 void ModeManager::handleApplicationSwitchRequest(const std::string& bundleId) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     const auto& list = modes.get();
     // An empty id would otherwise match every mode without an application.
     auto match = bundleId.empty() ? list.end() : std::find_if(list.begin(), list.end(), [&](const Mode& m) {

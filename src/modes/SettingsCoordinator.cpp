@@ -1,6 +1,7 @@
 #include "modes/SettingsCoordinator.h"
 
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 
 namespace vocle {
 
@@ -8,9 +9,8 @@ SettingsCoordinator::SettingsCoordinator(MainQueue& main, BackendService& backen
     : main_(main), backend_(backend) {}
 
 void SettingsCoordinator::scheduleBackup(SettingsDoc doc) {
-    saveDebouncer_.cancel();
-    saveDebouncer_ =
-        main_.postAfter(kBackupDelay, token_.guard([this, doc = std::move(doc)] { upload(doc); }));
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
+    saveDebouncer_.start(main_, kBackupDelay, token_.guard([this, doc = std::move(doc)] { upload(doc); }));
 }
 
 void SettingsCoordinator::upload(SettingsDoc doc) {

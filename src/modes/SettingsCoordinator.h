@@ -10,6 +10,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 
 namespace vocle {
 
@@ -27,7 +28,7 @@ class SettingsCoordinator {
     bool hasPendingBackup() const { return saveDebouncer_.isActive(); }
     size_t uploadsInFlight() const { return cancellables_.size(); }
 
-    static constexpr double kBackupDelay = 1.5;
+    static constexpr Seconds kBackupDelay{1.5};
 
   private:
     void upload(SettingsDoc doc);
@@ -35,7 +36,7 @@ class SettingsCoordinator {
 
     MainQueue& main_;
     BackendService& backend_;
-    TimerHandle saveDebouncer_;
+    Timer saveDebouncer_;
     // Running uploads are never cancelled by a newer schedule; each lives here until it answers.
     std::map<uint64_t, Subscription> cancellables_;
     std::set<uint64_t> finishedEarly_;

@@ -12,7 +12,8 @@
 namespace vocle {
 
 // Microphone capture: a session with one input device and one file output that writes a WAV file.
-// Calls are made on the main queue; only the callbacks documented below arrive elsewhere.
+// Calls are made on the main queue and every callback arrives there, after the call that asked for it
+// has returned.
 
 enum class MicrophoneAuthorization { notDetermined, restricted, denied, authorized };
 
@@ -34,8 +35,8 @@ public:
     virtual ~CaptureFileOutput() = default;
 
     virtual std::vector<CaptureConnection> connections() const = 0;
-    // Starts writing `file` as WAV. `didFinish` is called exactly once after stopRecording() (or when
-    // the writer fails), on a platform thread, with an error when the file may be incomplete.
+    // Starts writing `file` as WAV. `didFinish` is called exactly once after stopRecording(), on the main
+    // queue, with an error when the file may be incomplete.
     virtual void startRecording(const std::filesystem::path& file, DidFinish didFinish) = 0;
     virtual bool isRecording() const = 0;
     virtual void stopRecording() = 0;
@@ -62,7 +63,7 @@ public:
     virtual ~Capture() = default;
 
     virtual MicrophoneAuthorization authorizationStatus() const = 0;
-    // The answer arrives on any thread.
+    // The answer arrives on the main queue.
     virtual void requestAccess(std::function<void(bool granted)> completion) = 0;
 
     virtual std::optional<CaptureDevice> device(const std::string& uid) const = 0;

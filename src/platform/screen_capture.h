@@ -25,10 +25,11 @@ public:
     using Completion = std::function<void(std::optional<Error>)>;
     virtual ~SystemAudioStream() = default;
 
-    // Sample blocks are delivered one at a time on `queue`.
+    // Sample blocks are delivered one at a time on `queue`, not on the main queue: a block's memory lives
+    // only for the handler call, and a block every few milliseconds would crowd the main queue.
     virtual std::optional<Error> addAudioOutput(DispatchQueue& queue,
                                                 std::function<void(const AudioSampleBuffer&)> handler) = 0;
-    // Completions arrive on a platform thread.
+    // Completions arrive on the main queue, after the call has returned.
     virtual void startCapture(Completion completion) = 0;
     virtual void stopCapture(Completion completion) = 0;
 };
@@ -43,7 +44,7 @@ public:
     virtual bool requestAccess() = 0;
     // False where the platform has no system-audio capture at all.
     virtual bool isSupported() const = 0;
-    // Finds what to capture and builds the stream; the completion arrives on a platform thread.
+    // Finds what to capture and builds the stream; the completion arrives on the main queue.
     virtual void makeStream(std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) = 0;
 };
 

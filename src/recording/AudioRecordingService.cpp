@@ -4,7 +4,9 @@
 #include <system_error>
 
 #include "core/AppConstants.h"
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "recording/BluetoothAudioRouteManager.h"
 #include "recording/NumberText.h"
 #include "recording/SystemAudioController.h"
@@ -19,11 +21,6 @@ double now(const MainQueue& q) {
     return q.clock().now();
 }
 
-void drop(TimerHandle& timer) {
-    timer.cancel();
-    timer = {};
-}
-
 }  // namespace
 
 AudioRecordingService::AudioRecordingService(AudioRecordingServiceDependencies deps)
@@ -35,21 +32,21 @@ AudioRecordingService::AudioRecordingService(AudioRecordingServiceDependencies d
     if (!d_.random) d_.random = LevelMeter::defaultRandom();
 }
 
-AudioRecordingService::~AudioRecordingService() {
-    for (auto* timer : {&levelTimer_, &abandonedRecordingTimer_, &activeRecordingTimer_}) timer->cancel();
-}
+AudioRecordingService::~AudioRecordingService() = default;
 
 void AudioRecordingService::setRecordingContext(const Mode& mode, const std::string& vocabulary,
                                                 const std::vector<Replacement>& replacements) {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     context_ = {mode, vocabulary, replacements};
 }
 
 // MARK: start path
 
 void AudioRecordingService::startRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - startRecording() called");
     f_.isCancelled = false;
-    f_.recordingStartTime = now(d_.mainQueue);
+    f_.recordingStartTime = d_.mainQueue.clock().monotonicNow();
     f_.maxObservedDBFS = kLevelFloor;
     f_.hasExceededSpeechThreshold = false;
 
@@ -84,14 +81,10 @@ void AudioRecordingService::startRecording() {
         case MicrophoneAuthorization::denied:
             return refuse("Microphone access is restricted or denied. Please enable it in System Settings.");
         case MicrophoneAuthorization::notDetermined: {
-            auto onMain = token_.guard([this, refuse](bool granted) {
+            return d_.capture.requestAccess(bindToMain(d_.mainQueue, token_, [this, refuse](bool granted) {
                 if (!granted) return refuse("Microphone permission denied");
                 continueWithRecording();
-            });
-            MainQueue* queue = &d_.mainQueue;
-            return d_.capture.requestAccess([queue, onMain](bool granted) mutable {
-                queue->post([onMain, granted]() mutable { onMain(granted); });
-            });
+            }));
         }
         default:
             return refuse("Unknown authorization status for microphone");
@@ -130,7 +123,8 @@ void AudioRecordingService::continueWithRecording() {
     if (!context_.mode || !context_.mode->recordSystemAudio) {
         log("🎙️ Selected capture path: Microphone");
         log("⏱️ Delaying microphone capture start by 0.2s to avoid reconfig race");
-        d_.mainQueue.postAfter(0.2, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
+        d_.mainQueue.postAfter(kMicrophoneStartDelay,
+                               token_.guard([this] { startMicrophoneUnlessCancelled(); }));
         return;
     }
 
@@ -146,7 +140,8 @@ void AudioRecordingService::continueWithRecording() {
         log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - recording started (isRecording = true)");
         playStartSoundByModeRule();
         log("⏱️ Parallel mic start after 0.1s (SC preflight granted)");
-        d_.mainQueue.postAfter(0.1, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
+        d_.mainQueue.postAfter(kParallelMicrophoneStartDelay,
+                               token_.guard([this] { startMicrophoneUnlessCancelled(); }));
         startSystemAudioCapture();
     } else {
         log("ℹ️ SC permission not granted yet; deferring start sound until SC starts");
@@ -155,9 +150,9 @@ void AudioRecordingService::continueWithRecording() {
 }
 
 void AudioRecordingService::resetCaptureState() {
-    drop(levelTimer_);
-    drop(abandonedRecordingTimer_);
-    drop(activeRecordingTimer_);
+    levelTimer_.cancel();
+    abandonedRecordingTimer_.cancel();
+    activeRecordingTimer_.cancel();
     audioLevels.set({0, 0, 0});
     if (f_.pendingOutputURL) {
         log("🧽 Clearing stale pendingOutputURL: ", f_.pendingOutputURL->string());
@@ -261,7 +256,8 @@ void AudioRecordingService::onSystemAudioStarted() {
     if (!f_.didKickOffMicStart) {
         playStartSoundByModeRule();
         log("⏱️ Mic start after SC by 0.15s (preflight not present)");
-        d_.mainQueue.postAfter(0.15, token_.guard([this] { startMicrophoneUnlessCancelled(); }));
+        d_.mainQueue.postAfter(kMicrophoneAfterSystemAudioDelay,
+                               token_.guard([this] { startMicrophoneUnlessCancelled(); }));
     }
 }
 
@@ -283,7 +279,7 @@ void AudioRecordingService::abortSystemAudioStart() {
 }
 
 void AudioRecordingService::fallBackToMicrophoneOnlySoon() {
-    d_.mainQueue.postAfter(0.2, token_.guard([this] {
+    d_.mainQueue.postAfter(kMicrophoneFallbackDelay, token_.guard([this] {
         if (f_.isCancelled) return;
         playStartSoundByModeRule();
         f_.micRecordingURLOverride = f_.audioFileURL;
@@ -295,21 +291,20 @@ void AudioRecordingService::fallBackToMicrophoneOnlySoon() {
 // MARK: levels and timeouts
 
 void AudioRecordingService::startLevelTimer() {
-    if (!levelTimer_.isNull()) return;
+    if (levelTimer_.isActive()) return;
     log("Starting audio level timer");
-    levelTimer_ =
-        d_.mainQueue.scheduleRepeating(kLevelInterval, token_.guard([this] { updateAudioLevels(); }));
+    levelTimer_.startRepeating(d_.mainQueue, kLevelInterval, token_.guard([this] { updateAudioLevels(); }));
 }
 
 void AudioRecordingService::stopLevelTimer() {
     log("Stopping audio level timer");
-    drop(levelTimer_);
+    levelTimer_.cancel();
     audioLevels.set({0, 0, 0});
     if (isRecording.get()) isRecording.set(false);
 }
 
 void AudioRecordingService::updateAudioLevels() {
-    if (!isRecording.get() || levelTimer_.isNull()) return;
+    if (!isRecording.get() || !levelTimer_.isActive()) return;
     // The recorder slot is always empty, so its average and peak stay at the floor.
     const auto reading = LevelMeter::combine(mic_.level(), sys_.level());
     d_.mainQueue.post(token_.guard([this, reading] { applyLevels(reading); }));
@@ -321,7 +316,7 @@ void AudioRecordingService::applyLevels(const LevelReading& reading) {
         f_.hasExceededSpeechThreshold = true;
         log("📈 Speech threshold crossed (", numberText(f_.maxObservedDBFS),
             " dBFS >= -40.0). Starting active timeout and cancelling abandoned timeout.");
-        drop(abandonedRecordingTimer_);
+        abandonedRecordingTimer_.cancel();
         scheduleActiveRecordingTimeout();
     }
     // Each bar is its own change of the list: observers see three updates per tick.
@@ -336,9 +331,9 @@ void AudioRecordingService::applyLevels(const LevelReading& reading) {
 }
 
 void AudioRecordingService::scheduleAbandonedRecordingTimeout() {
-    drop(abandonedRecordingTimer_);
+    abandonedRecordingTimer_.cancel();
     log("⏲️ Scheduling abandoned-recording timeout in 60.0s");
-    abandonedRecordingTimer_ = d_.mainQueue.postAfter(kAbandonedTimeout, token_.guard([this] {
+    abandonedRecordingTimer_.start(d_.mainQueue, kAbandonedTimeout, token_.guard([this] {
         if (isRecording.get() && !f_.hasExceededSpeechThreshold) {
             log("🕰️ Abandoned recording timeout reached without speech — cancelling recording");
             d_.systemAudio.playSoundEffect("stop");
@@ -351,9 +346,9 @@ void AudioRecordingService::scheduleAbandonedRecordingTimeout() {
 }
 
 void AudioRecordingService::scheduleActiveRecordingTimeout() {
-    drop(activeRecordingTimer_);
+    activeRecordingTimer_.cancel();
     log("⏲️ Scheduling active-recording timeout in 600.0s");
-    activeRecordingTimer_ = d_.mainQueue.postAfter(kActiveTimeout, token_.guard([this] {
+    activeRecordingTimer_.start(d_.mainQueue, kActiveTimeout, token_.guard([this] {
         if (!isRecording.get()) return;
         log("🕰️ Active recording timeout reached — auto-stopping and processing");
         d_.systemAudio.playSoundEffect("stop");
@@ -376,18 +371,20 @@ void AudioRecordingService::showRecordingLimitAlert() {
 // MARK: stop, cancel, join
 
 void AudioRecordingService::stopRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - stopRecording() called");
     log("🛑 stopRecording debug: scStream exists? ", boolText(sys_.hasStream()));
     if (!f_.audioFileURL) return;
 
-    drop(abandonedRecordingTimer_);
-    drop(activeRecordingTimer_);
+    abandonedRecordingTimer_.cancel();
+    activeRecordingTimer_.cancel();
 
     // Without a start time the short rule does not apply.
-    const double elapsed =
-        f_.recordingStartTime ? now(d_.mainQueue) - *f_.recordingStartTime : kShortRecordingLimit;
+    const Seconds elapsed = f_.recordingStartTime
+                                ? d_.mainQueue.clock().monotonicNow() - *f_.recordingStartTime
+                                : kShortRecordingLimit;
     if (elapsed < kShortRecordingLimit) {
-        log("⏱️ Short recording (", numberText(elapsed), "s < 0.4s) — treating as cancel");
+        log("⏱️ Short recording (", numberText(elapsed.count()), "s < 0.4s) — treating as cancel");
         return cancelRecording();
     }
     if (f_.maxObservedDBFS < kSpeechThreshold) {
@@ -452,11 +449,12 @@ void AudioRecordingService::scheduleRouteRestore() {
 }
 
 void AudioRecordingService::cancelRecording() {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("❌ cancelRecording() called. isRecording=", boolText(isRecording.get()));
     f_.isCancelled = true;
     f_.isCleanupInProgress = true;
-    drop(abandonedRecordingTimer_);
-    drop(activeRecordingTimer_);
+    abandonedRecordingTimer_.cancel();
+    activeRecordingTimer_.cancel();
     isProcessing.set(false);
     if (isRecording.get()) isRecording.set(false);
     stopLevelTimer();
@@ -484,6 +482,7 @@ void AudioRecordingService::maybeMixAndProcess() {
 }
 
 void AudioRecordingService::audioRecorderDidFinishRecording(bool successfully) {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     if (successfully) return;
     isRecording.set(false);
     isProcessing.set(false);
@@ -491,6 +490,7 @@ void AudioRecordingService::audioRecorderDidFinishRecording(bool successfully) {
 }
 
 void AudioRecordingService::audioRecorderEncodeErrorDidOccur(const Error& error) {
+    VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     isRecording.set(false);
     isProcessing.set(false);
     errorMessage.set("Recording error: " + error.description);

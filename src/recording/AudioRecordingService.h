@@ -13,6 +13,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/OwnerToken.h"
+#include "foundation/Timer.h"
 #include "foundation/Signal.h"
 #include "platform/alerts.h"
 #include "platform/capture.h"
@@ -87,13 +88,19 @@ class AudioRecordingService {
     bool isAbandonedTimerArmed() const { return abandonedRecordingTimer_.isActive(); }
     bool isActiveTimerArmed() const { return activeRecordingTimer_.isActive(); }
 
-    static constexpr double kLevelInterval = 0.05;
+    static constexpr Seconds kLevelInterval{0.05};
     static constexpr float kLevelFloor = -60.0f;
     static constexpr float kSpeechThreshold = -40.0f;
-    static constexpr double kAbandonedTimeout = 60.0;
-    static constexpr double kActiveTimeout = 600.0;
-    static constexpr double kShortRecordingLimit = 0.4;
-    static constexpr double kRouteRestoreDelay = 0.6;
+    static constexpr Seconds kAbandonedTimeout{60.0};
+    static constexpr Seconds kActiveTimeout{600.0};
+    static constexpr Seconds kShortRecordingLimit{0.4};
+    static constexpr Seconds kRouteRestoreDelay{0.6};
+    // The microphone starts a little after the decision to record, so the device is not reconfigured
+    // under a start that is still settling.
+    static constexpr Seconds kMicrophoneStartDelay{0.2};
+    static constexpr Seconds kParallelMicrophoneStartDelay{0.1};
+    static constexpr Seconds kMicrophoneAfterSystemAudioDelay{0.15};
+    static constexpr Seconds kMicrophoneFallbackDelay{0.2};
     static constexpr const char* kNoMicrophoneMessage = MicrophoneRecorder::kNoMicrophoneMessage;
 
   private:
@@ -135,9 +142,9 @@ class AudioRecordingService {
     RecordingFinisher finisher_;
     bool audioRecorder_ = false;  // the recorder slot; no start path fills it
 
-    TimerHandle levelTimer_;
-    TimerHandle abandonedRecordingTimer_;
-    TimerHandle activeRecordingTimer_;
+    Timer levelTimer_;
+    Timer abandonedRecordingTimer_;
+    Timer activeRecordingTimer_;
 
     OwnerToken token_;  // last: destroyed first, so deferred work stops before the members go
 };

@@ -1,5 +1,6 @@
 #include "recording/MicrophoneRecorder.h"
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
 #include "recording/BluetoothAudioRouteManager.h"
 #include "recording/LevelMeter.h"
@@ -111,14 +112,11 @@ void MicrophoneRecorder::startFile(const std::shared_ptr<CaptureFileOutput>& out
                                    bool fallback) {
     if (!fallback)
         log("⏺️ Starting audio file output to: ", url.string(), " [type: .wav] (channels ready)");
-    MainQueue* queue = &mainQueue_;
-    output->startRecording(url, [queue, finished = finished_](std::optional<Error> error) mutable {
-        queue->post([finished, error]() mutable { finished(error); });
-    });
+    output->startRecording(url, bindToMain(mainQueue_, token_, finished_));
     log(fallback ? "🔎 audioOutput.isRecording after fallback start: "
                  : "🔎 audioOutput.isRecording after start: ",
         boolText(output->isRecording()));
-    mainQueue_.postAfter(0.3, token_.guard([output, fallback] {
+    mainQueue_.postAfter(kOutputCheckDelay, token_.guard([output, fallback] {
         log(fallback ? "🔎 audioOutput.isRecording after 300ms (fallback): "
                      : "🔎 audioOutput.isRecording after 300ms: ",
             boolText(output->isRecording()));

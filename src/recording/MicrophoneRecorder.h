@@ -49,8 +49,10 @@ class MicrophoneRecorder {
     static constexpr const char* kNoMicrophoneMessage =
         "No microphone found. Connect one or choose another input device in Settings.";
     static constexpr int kReadyAttempts = 30;
-    static constexpr double kReadyInterval = 0.05;
-    static constexpr double kOutputStartDelay = 0.12;
+    static constexpr Seconds kReadyInterval{0.05};
+    static constexpr Seconds kOutputStartDelay{0.12};
+    // How long after its start the file output's state is logged.
+    static constexpr Seconds kOutputCheckDelay{0.3};
 
   private:
     void startWhenReady(std::shared_ptr<CaptureFileOutput> output, std::filesystem::path url,

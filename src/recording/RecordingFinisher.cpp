@@ -2,7 +2,9 @@
 
 #include <system_error>
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "recording/AudioMixer.h"
 
 namespace vocle {
@@ -20,6 +22,7 @@ RecordingFinisher::RecordingFinisher(MainQueue& mainQueue, RecordingProcessor& p
       out_(outputs) {}
 
 void RecordingFinisher::endCleanup(bool dropPendingOutput) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (dropPendingOutput) f_.pendingOutputURL.reset();
     out_.isProcessing.set(false);
     f_.isCleanupInProgress = false;
@@ -27,6 +30,7 @@ void RecordingFinisher::endCleanup(bool dropPendingOutput) {
 
 void RecordingFinisher::maybeMixAndProcess(const std::optional<fs::path>& openSystemFile,
                                            bool systemStreamPresent) {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (f_.isCancelled) {
         log("🚫 Cancel flagged — skipping processing and cleaning up");
         return endCleanup(true);
@@ -104,7 +108,7 @@ void RecordingFinisher::processRecording(const fs::path& url) {
     }
     auto stamp = [this] { return formatTimestamp(mainQueue_.clock().now()); };
     log("TIMESTAMP: ", stamp(), " - starting audio processing");
-    auto onMain = token_.guard([this, stamp](Result<std::string> result) {
+    auto onMain = bindToMain(mainQueue_, token_, [this, stamp](Result<std::string> result) {
         out_.isProcessing.set(false);
         if (!result.ok()) {
             log("TIMESTAMP: ", stamp(), " - transcription failed: ", result.error().description);
@@ -116,11 +120,7 @@ void RecordingFinisher::processRecording(const fs::path& url) {
         paster_.copyAndPaste(result.value());
         log("TIMESTAMP: ", stamp(), " - dictation flow complete");
     });
-    MainQueue* queue = &mainQueue_;
-    processor_.processRecording(url, *context_.mode, context_.vocabulary, context_.replacements,
-                                [queue, onMain](Result<std::string> result) mutable {
-                                    queue->post([onMain, result]() mutable { onMain(result); });
-                                });
+    processor_.processRecording(url, *context_.mode, context_.vocabulary, context_.replacements, onMain);
 }
 
 }  // namespace vocle

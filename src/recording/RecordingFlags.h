@@ -4,6 +4,8 @@
 #include <optional>
 #include <vector>
 
+#include "foundation/Clock.h"
+
 #include "core/Mode.h"
 #include "core/Replacement.h"
 
@@ -22,7 +24,7 @@ struct RecordingFlags {
     bool didKickOffMicStart = false;
     bool isCancelled = false;
     bool isCleanupInProgress = false;
-    std::optional<double> recordingStartTime;
+    std::optional<MonotonicTime> recordingStartTime;
     float maxObservedDBFS = -60.0f;
     bool hasExceededSpeechThreshold = false;
 };

@@ -1,5 +1,6 @@
 #include "recording/SystemAudioController.h"
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
 #include "recording/NumberText.h"
 #include "recording/SoundEffectLocator.h"
@@ -57,17 +58,15 @@ void SystemAudioController::playSoundEffect(const std::string& name, std::functi
     const uint64_t generation = ++generation_;
     playingGeneration_->store(generation);
     soundEffectPlayer_->setVolume(static_cast<float>(settings.soundVolume));
-    auto onMain = token_.guard([this, generation] { soundFinished(generation); });
-    MainQueue* queue = &mainQueue_;
+    auto onMain = bindToMain(mainQueue_, token_, [this, generation] { soundFinished(generation); });
     std::weak_ptr<std::atomic<uint64_t>> playingGeneration = playingGeneration_;
     std::atomic<bool>* playing = &playing_;
     playing_ = true;
-    const bool started =
-        soundEffectPlayer_->play([queue, onMain, playingGeneration, playing, generation]() mutable {
-            // Lift the capture silence as soon as the sound ends, not one main-queue hop later.
-            if (auto g = playingGeneration.lock(); g && g->load() == generation) *playing = false;
-            queue->post([onMain]() mutable { onMain(); });
-        });
+    const bool started = soundEffectPlayer_->play([onMain, playingGeneration, playing, generation] {
+        // Lift the capture silence as soon as the sound ends, not one main-queue hop later.
+        if (auto g = playingGeneration.lock(); g && g->load() == generation) *playing = false;
+        onMain();
+    });
     if (!started) playing_ = false;
     soundCompletion_ = std::move(completion);
     log("🔊 Playing sound effect: ", name, " at volume: ", numberText(settings.soundVolume));

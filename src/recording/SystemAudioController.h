@@ -35,7 +35,7 @@ class SystemAudioController {
     // monitor cannot leave our own output out. Safe from any thread.
     bool isPlayingSoundEffect() const { return playing_.load(); }
 
-    static constexpr double kMuteDelay = 0.3;
+    static constexpr Seconds kMuteDelay{0.3};
 
   private:
     struct VolumeState;

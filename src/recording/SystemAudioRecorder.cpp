@@ -1,6 +1,8 @@
 #include "recording/SystemAudioRecorder.h"
 
+#include "foundation/BindToMain.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "recording/SystemAudioController.h"
 #include "recording/SystemAudioSink.h"
 
@@ -16,9 +18,9 @@ SystemAudioRecorder::SystemAudioRecorder(MainQueue& mainQueue, ScreenCapture& sc
 SystemAudioRecorder::~SystemAudioRecorder() = default;
 
 void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks callbacks) {
-    MainQueue* queue = &mainQueue_;
-    auto made = token_.guard([this, queue, target = std::move(target),
-                              callbacks](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
+    auto made = [this, target = std::move(target),
+                 callbacks](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
         if (callbacks.isCancelled()) {
             log("🚫 Cancel flagged — dropping the system audio stream that was still being set up");
             return;
@@ -34,29 +36,25 @@ void SystemAudioRecorder::start(std::filesystem::path target, StartCallbacks cal
                                                 [sink](const AudioSampleBuffer& b) { sink->handle(b); })) {
             return callbacks.failed(*error);
         }
-        stream->startCapture([queue, started = callbacks.started](std::optional<Error> error) mutable {
-            queue->post([started, error]() mutable { started(error); });
-        });
-    });
-    screenCapture_.makeStream([queue, made](Result<std::shared_ptr<SystemAudioStream>> result) mutable {
-        queue->post([made, result]() mutable { made(result); });
-    });
+        stream->startCapture(bindToMain(mainQueue_, token_, callbacks.started));
+    };
+    screenCapture_.makeStream(bindToMain(mainQueue_, token_, made));
 }
 
 void SystemAudioRecorder::stop(Completion done) {
-    MainQueue* queue = &mainQueue_;
-    stream_->stopCapture([queue, done](std::optional<Error> error) mutable {
-        queue->post([done, error]() mutable { done(error); });
-    });
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
+    stream_->stopCapture(bindToMain(mainQueue_, token_, done));
 }
 
 void SystemAudioRecorder::release() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     stream_.reset();
     if (sink_) sink_->close();
     sink_.reset();
 }
 
 void SystemAudioRecorder::dropLate() {
+    VOCLE_ASSERT_MAIN_QUEUE(mainQueue_);
     if (!stream_) return;
     stream_->stopCapture([](std::optional<Error>) {});
     release();

@@ -63,10 +63,7 @@ HistoryViewModel::HistoryViewModel(MainQueue& main, HistoryService& history, Cop
     isLoading.set(false);
 }
 
-HistoryViewModel::~HistoryViewModel() {
-    dayChange_.cancel();
-    for (auto& [id, timer] : copied_) timer.cancel();
-}
+HistoryViewModel::~HistoryViewModel() = default;
 
 void HistoryViewModel::regroup() {
     groups.set(group(history_.transcriptions.get(), main_.clock().now()));
@@ -74,21 +71,22 @@ void HistoryViewModel::regroup() {
 }
 
 void HistoryViewModel::scheduleDayChange() {
-    dayChange_.cancel();
     const double now = main_.clock().now();
     std::tm next = localTime(now);
     next.tm_mday += 1;
     next.tm_hour = next.tm_min = next.tm_sec = 0;
     next.tm_isdst = -1;
     const double midnight = static_cast<double>(std::mktime(&next));
-    dayChange_ = main_.postAfter(std::max(1.0, midnight - now + 1.0), token_.guard([this] { regroup(); }));
+    // A calendar boundary, so measured on the wall clock: set a day ahead, the grouping follows at the next
+    // regroup rather than at this timer.
+    dayChange_.start(main_, Seconds(std::max(1.0, midnight - now + 1.0)),
+                     token_.guard([this] { regroup(); }));
 }
 
 void HistoryViewModel::copy(const TranscriptionHistory& entry) {
     copyToClipboard_(entry.text);
-    if (auto it = copied_.find(entry.id); it != copied_.end()) it->second.cancel();
     const Uuid id = entry.id;
-    copied_[id] = main_.postAfter(kCopiedDuration, token_.guard([this, id] {
+    copied_[id].start(main_, kCopiedDuration, token_.guard([this, id] {
         copied_.erase(id);
         copyStateChanged.emit(id);
     }));

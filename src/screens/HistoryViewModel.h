@@ -9,6 +9,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 #include "storage/HistoryService.h"
 
 namespace vocle {
@@ -30,7 +31,7 @@ class HistoryViewModel {
     HistoryViewModel(const HistoryViewModel&) = delete;
     HistoryViewModel& operator=(const HistoryViewModel&) = delete;
 
-    static constexpr double kCopiedDuration = 3.0;
+    static constexpr Seconds kCopiedDuration{3.0};
     static constexpr const char* kLoadingText = "Loading transcription history...";
     static constexpr const char* kEmptyTitle = "No history yet";
     static constexpr const char* kEmptyText = "Your transcriptions will appear here";
@@ -59,8 +60,8 @@ class HistoryViewModel {
     MainQueue& main_;
     HistoryService& history_;
     CopyText copyToClipboard_;
-    std::map<Uuid, TimerHandle> copied_;
-    TimerHandle dayChange_;
+    std::map<Uuid, Timer> copied_;
+    Timer dayChange_;
     Subscription historySubscription_;
     OwnerToken token_;
 };

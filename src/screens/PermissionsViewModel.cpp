@@ -7,7 +7,7 @@ PermissionsViewModel::PermissionsViewModel(MainQueue& main, PermissionProbe& per
     refresh();
 }
 
-PermissionsViewModel::~PermissionsViewModel() { recheck_.cancel(); }
+PermissionsViewModel::~PermissionsViewModel() = default;
 
 void PermissionsViewModel::refresh() {
     microphoneAuthorized.set(permissions_.microphoneAuthorized());
@@ -35,8 +35,7 @@ void PermissionsViewModel::dismissAlert() {
 }
 
 void PermissionsViewModel::scheduleRecheck() {
-    recheck_.cancel();
-    recheck_ = main_.postAfter(kRecheckDelay, token_.guard([this] { refresh(); }));
+    recheck_.start(main_, kRecheckDelay, token_.guard([this] { refresh(); }));
 }
 
 }  // namespace vocle

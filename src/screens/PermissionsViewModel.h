@@ -6,6 +6,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 #include "platform/url_opener.h"
 #include "screens/PermissionProbe.h"
 
@@ -25,7 +26,7 @@ class PermissionsViewModel {
     PermissionsViewModel(const PermissionsViewModel&) = delete;
     PermissionsViewModel& operator=(const PermissionsViewModel&) = delete;
 
-    static constexpr double kRecheckDelay = 1.0;
+    static constexpr Seconds kRecheckDelay{1.0};
     static constexpr const char* kTitle = "Required Permissions";
     static constexpr const char* kText = "The Dictation app needs the following permissions to work properly:";
     static constexpr const char* kFooter = "You can change these permissions later in System Settings";
@@ -50,7 +51,7 @@ class PermissionsViewModel {
     MainQueue& main_;
     PermissionProbe& permissions_;
     UrlOpener& urlOpener_;
-    TimerHandle recheck_;
+    Timer recheck_;
     OwnerToken token_;
 };
 

@@ -68,8 +68,7 @@ void ReplacementsViewModel::setDrawerReplacement(const std::string& text) {
 }
 
 void ReplacementsViewModel::scheduleAutoSave() {
-    autoSaveTask_.cancel();
-    autoSaveTask_ = main_.postAfter(kAutoSaveDelay, token_.guard([this] {
+    autoSaveTask_.start(main_, kAutoSaveDelay, token_.guard([this] {
         commitEdit();
         changed.emit();
     }));

@@ -8,6 +8,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 #include "storage/FileStorageManager.h"
 
 namespace vocle {
@@ -24,7 +25,7 @@ class ReplacementsViewModel {
     ReplacementsViewModel(const ReplacementsViewModel&) = delete;
     ReplacementsViewModel& operator=(const ReplacementsViewModel&) = delete;
 
-    static constexpr double kAutoSaveDelay = 1.0;
+    static constexpr Seconds kAutoSaveDelay{1.0};
     static constexpr const char* kTitle = "Replacements";
     static constexpr const char* kDescription =
         "Replace common misspellings or automate text entry. You can replace names, phrases, or create "
@@ -66,7 +67,7 @@ class ReplacementsViewModel {
     MainQueue& main_;
     Observable<std::vector<Replacement>>& replacements_;
     const FileStorageManager& files_;
-    TimerHandle autoSaveTask_;
+    Timer autoSaveTask_;
     Subscription listSubscription_;
     OwnerToken token_;
 };

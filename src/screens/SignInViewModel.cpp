@@ -4,6 +4,7 @@
 #include <cctype>
 #include <regex>
 
+#include "foundation/MainQueueCheck.h"
 #include "foundation/Text.h"
 
 namespace vocle {
@@ -11,9 +12,7 @@ namespace vocle {
 SignInViewModel::SignInViewModel(MainQueue& main, BackendService& backend, SessionStore& sessions)
     : main_(main), backend_(backend), sessions_(sessions) {}
 
-SignInViewModel::~SignInViewModel() {
-    retryTimer_.cancel();
-}
+SignInViewModel::~SignInViewModel() = default;
 
 bool SignInViewModel::isValidEmail(const std::string& address) {
     static const std::regex pattern("^[A-Za-z0-9._%+-]+@[A-Za-z0-9.-]+\\.[A-Za-z]{2,}$");
@@ -21,6 +20,7 @@ bool SignInViewModel::isValidEmail(const std::string& address) {
 }
 
 void SignInViewModel::sendCode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (email.get().empty()) return;
     // Not trimmed: a trailing blank is an invalid address.
     if (!isValidEmail(email.get())) {
@@ -33,6 +33,7 @@ void SignInViewModel::sendCode() {
 }
 
 void SignInViewModel::resendCode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (retryCountdown.get() != 0 || isLoading.get()) return;
     isLoading.set(true);
     requestCode();
@@ -49,8 +50,7 @@ void SignInViewModel::requestCode() {
 
 void SignInViewModel::startRetryCountdown() {
     retryCountdown.set(kResendCountdownSeconds);
-    retryTimer_.cancel();
-    retryTimer_ = main_.scheduleRepeating(1.0, token_.guard([this] {
+    retryTimer_.startRepeating(main_, kCountdownTick, token_.guard([this] {
         if (retryCountdown.get() < 1) {
             retryTimer_.cancel();
             return;
@@ -60,6 +60,7 @@ void SignInViewModel::startRetryCountdown() {
 }
 
 void SignInViewModel::verifyCode() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (email.get().empty() || code.get().empty()) return;
     isLoading.set(true);
     verifyRequest_ = backend_.verifyOTP(email.get(), code.get(), token_.guard([this](VerifyOTPResult result) {
@@ -81,6 +82,7 @@ void SignInViewModel::verifyCode() {
 }
 
 void SignInViewModel::goBack() {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     step.set(1);
     code.set("");
     error.set(std::nullopt);
@@ -89,6 +91,7 @@ void SignInViewModel::goBack() {
 
 bool SignInViewModel::handleKeyDown(const SignInKeyPress& press,
                                     const std::function<std::optional<std::string>()>& clipboardText) {
+    VOCLE_ASSERT_MAIN_QUEUE(main_);
     std::string key = press.charactersIgnoringModifiers;
     std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
     const bool onlyControl = press.control && !press.shift && !press.alt && !press.super;

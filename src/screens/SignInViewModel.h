@@ -8,6 +8,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 #include "storage/SessionStore.h"
 
 namespace vocle {
@@ -59,6 +60,7 @@ class SignInViewModel {
     std::string resendButtonTitle() const;
 
     static constexpr int kResendCountdownSeconds = 30;
+    static constexpr Seconds kCountdownTick{1.0};
 
   private:
     void requestCode();
@@ -67,7 +69,7 @@ class SignInViewModel {
     MainQueue& main_;
     BackendService& backend_;
     SessionStore& sessions_;
-    TimerHandle retryTimer_;
+    Timer retryTimer_;
     Subscription sendRequest_;
     Subscription verifyRequest_;
     OwnerToken token_;

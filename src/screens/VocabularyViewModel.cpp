@@ -36,8 +36,7 @@ void VocabularyViewModel::setText(const std::string& text) {
     if (text == vocabularyText.get()) return;
     vocabularyText.set(text);
     isDirty.set(true);
-    autoSaveTask_.cancel();
-    autoSaveTask_ = main_.postAfter(kAutoSaveDelay, token_.guard([this] { autoSave(); }));
+    autoSaveTask_.start(main_, kAutoSaveDelay, token_.guard([this] { autoSave(); }));
 }
 
 void VocabularyViewModel::flush() {

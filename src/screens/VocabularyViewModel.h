@@ -6,6 +6,7 @@
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 
 namespace vocle {
 
@@ -18,7 +19,7 @@ class VocabularyViewModel {
     VocabularyViewModel(const VocabularyViewModel&) = delete;
     VocabularyViewModel& operator=(const VocabularyViewModel&) = delete;
 
-    static constexpr double kAutoSaveDelay = 2.0;
+    static constexpr Seconds kAutoSaveDelay{2.0};
     static constexpr const char* kExplanation =
         "Enter words or phrases separated by commas. This helps AI to recognise people's names, company "
         "names, acronyms, slang, or words from other languages.";
@@ -37,7 +38,7 @@ class VocabularyViewModel {
 
     MainQueue& main_;
     Observable<std::optional<std::string>>& vocabulary_;
-    TimerHandle autoSaveTask_;
+    Timer autoSaveTask_;
     Subscription stateSubscription_;
     OwnerToken token_;
 };

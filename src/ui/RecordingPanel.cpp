@@ -84,10 +84,10 @@ void RecordingPanel::setLevel(int level) {
 
 void RecordingPanel::setAlpha(double alpha) { setWindowOpacity(alpha); }
 
-void RecordingPanel::fadeOut(double seconds, std::function<void()> completion) {
+void RecordingPanel::fadeOut(Seconds duration, std::function<void()> completion) {
     if (fade_) fade_->stop();
     auto* animation = new QPropertyAnimation(this, "windowOpacity", this);
-    animation->setDuration(static_cast<int>(seconds * 1000));
+    animation->setDuration(static_cast<int>(duration.count() * 1000));
     animation->setStartValue(windowOpacity());
     animation->setEndValue(0.0);
     connect(animation, &QPropertyAnimation::finished, this, [this, completion = std::move(completion)] {

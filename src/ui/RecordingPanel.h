@@ -26,7 +26,7 @@ public:
     void setLevel(int level) override;
     int level() const override { return level_; }
     void setAlpha(double alpha) override;
-    void fadeOut(double seconds, std::function<void()> completion) override;
+    void fadeOut(Seconds duration, std::function<void()> completion) override;
     bool isVisible() const override { return QWidget::isVisible(); }
     std::string description() const override;
 

@@ -3,7 +3,7 @@
 // The behaviour every MainQueue must show, as a typed test suite. A folder instantiates it with a
 // harness type that provides:
 //   MainQueue& queue();
-//   double now();                                       // the queue's clock
+//   double now();                                       // the queue clock's monotonic reading
 //   bool runUntil(std::function<bool()> done, double seconds);  // drives the queue, bounded
 // Virtual harnesses move time inside runUntil; real ones wait for it.
 
@@ -11,11 +11,16 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "foundation/BindToMain.h"
 #include "foundation/MainQueue.h"
+#include "foundation/MainQueueCheck.h"
+#include "foundation/Timer.h"
 
 namespace vocle::testing {
 
@@ -50,10 +55,10 @@ TYPED_TEST_P(MainQueueConformance, DelayedCallsRunByDueTimeNotBeforeItAndCancell
             lateness.push_back(this->h.now() - (start + delay));
         };
     };
-    q.postAfter(0.120, record("late", 0.120));
-    q.postAfter(0.030, record("early", 0.030));
-    auto cancelled = q.postAfter(0.060, [&] { order.push_back("cancelled"); });
-    q.postAfter(0.060, record("middle", 0.060));
+    q.postAfter(Seconds(0.120), record("late", 0.120));
+    q.postAfter(Seconds(0.030), record("early", 0.030));
+    auto cancelled = q.postAfter(Seconds(0.060), [&] { order.push_back("cancelled"); });
+    q.postAfter(Seconds(0.060), record("middle", 0.060));
     cancelled.cancel();
     EXPECT_FALSE(cancelled.isActive());
     ASSERT_TRUE(this->h.runUntil([&] { return order.size() == 3; }, 5));
@@ -70,7 +75,7 @@ TYPED_TEST_P(MainQueueConformance, SameDueTimeRunsInPostOrder) {
     auto& q = this->h.queue();
     std::vector<int> order;
     // Equal delays posted back to back: the clock may or may not move between them, order must hold.
-    for (int i = 0; i < 5; ++i) q.postAfter(0.02, [&order, i] { order.push_back(i); });
+    for (int i = 0; i < 5; ++i) q.postAfter(Seconds(0.02), [&order, i] { order.push_back(i); });
     ASSERT_TRUE(this->h.runUntil([&] { return order.size() == 5; }, 5));
     EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
 }
@@ -80,7 +85,7 @@ TYPED_TEST_P(MainQueueConformance, RepeatingTimerKeepsItsIntervalAndCanCancelIts
     std::vector<double> at;
     TimerHandle handle;
     const double start = this->h.now();
-    handle = q.scheduleRepeating(0.02, [&] {
+    handle = q.scheduleRepeating(Seconds(0.02), [&] {
         at.push_back(this->h.now() - start);
         if (at.size() == 10) handle.cancel();
     });
@@ -97,7 +102,7 @@ TYPED_TEST_P(MainQueueConformance, RepeatingTimerKeepsItsIntervalAndCanCancelIts
 TYPED_TEST_P(MainQueueConformance, OneShotHandleIsInactiveOnceFired) {
     auto& q = this->h.queue();
     bool ran = false;
-    auto handle = q.postAfter(0.01, [&] { ran = true; });
+    auto handle = q.postAfter(Seconds(0.01), [&] { ran = true; });
     EXPECT_TRUE(handle.isActive());
     ASSERT_TRUE(this->h.runUntil([&] { return ran; }, 5));
     EXPECT_FALSE(handle.isActive());
@@ -118,7 +123,7 @@ TYPED_TEST_P(MainQueueConformance, PostsFromOtherThreadsAllRunOnTheQueue) {
                     ++ran;
                 });
             }
-            q.postAfter(0.01, [&] { ++ran; });
+            q.postAfter(Seconds(0.01), [&] { ++ran; });
         });
     }
     for (auto& t : posters) t.join();
@@ -126,9 +131,83 @@ TYPED_TEST_P(MainQueueConformance, PostsFromOtherThreadsAllRunOnTheQueue) {
     EXPECT_FALSE(offThread);
 }
 
+TYPED_TEST_P(MainQueueConformance, OwnedTimerIsCancelledWhenDestroyedOrRestarted) {
+    auto& q = this->h.queue();
+    std::vector<std::string> fired;
+    {
+        Timer dropped;
+        dropped.start(q, Seconds(0.01), [&] { fired.push_back("dropped"); });
+        EXPECT_TRUE(dropped.isActive());
+    }
+    Timer restarted;
+    restarted.start(q, Seconds(0.01), [&] { fired.push_back("first"); });
+    restarted.start(q, Seconds(0.03), [&] { fired.push_back("second"); });
+    // A repeating timer whose owner goes away from inside a tick.
+    int ticks = 0;
+    auto repeating = std::make_unique<Timer>();
+    repeating->startRepeating(q, Seconds(0.01), [&] {
+        if (++ticks == 3) repeating.reset();
+    });
+    ASSERT_TRUE(this->h.runUntil([&] { return !fired.empty() && ticks >= 3; }, 5));
+    this->h.runUntil([] { return false; }, 0.1);
+    EXPECT_EQ(fired, (std::vector<std::string>{"second"}));
+    EXPECT_EQ(ticks, 3);
+    EXPECT_FALSE(restarted.isActive());
+}
+
+TYPED_TEST_P(MainQueueConformance, BoundCallbackRunsOnTheQueueAndIsDroppedOnceItsOwnerIsGone) {
+    auto& q = this->h.queue();
+    auto owner = std::make_unique<OwnerToken>();
+    std::vector<std::string> got;
+    std::atomic<bool> offThread{false};
+    const auto queueThread = std::this_thread::get_id();
+    auto callback = bindToMain(q, *owner, [&](int n, const std::string& text) {
+        if (std::this_thread::get_id() != queueThread) offThread = true;
+        got.push_back(std::to_string(n) + text);
+    });
+    std::thread([&] {
+        callback(1, std::string("a"));
+        callback(2, std::string("b"));
+    }).join();
+    ASSERT_TRUE(this->h.runUntil([&] { return got.size() == 2; }, 5));
+    // One call queued while the owner lived, one made after it went: neither may run.
+    std::thread([&] { callback(3, std::string("c")); }).join();
+    owner.reset();
+    std::thread([&] { callback(4, std::string("d")); }).join();
+    this->h.runUntil([] { return false; }, 0.05);
+    EXPECT_EQ(got, (std::vector<std::string>{"1a", "2b"}));
+    EXPECT_FALSE(offThread);
+}
+
+TYPED_TEST_P(MainQueueConformance, OnlyTheQueueThreadIsCurrentAndOtherThreadsAreCaught) {
+    auto& q = this->h.queue();
+    std::mutex mutex;
+    std::vector<std::string> violations;
+    ScopedMainQueueViolationHandler handler([&](const char* where) {
+        std::lock_guard lock(mutex);
+        violations.emplace_back(where);
+    });
+    EXPECT_TRUE(q.isCurrent());
+    std::atomic<bool> currentOnWorker{true};
+    std::thread([&] {
+        currentOnWorker = q.isCurrent();
+        checkOnMainQueue(q, "worker");
+    }).join();
+    checkOnMainQueue(q, "queue thread");
+    bool currentInTask = false;
+    q.post([&] { currentInTask = q.isCurrent(); });
+    ASSERT_TRUE(this->h.runUntil([&] { return currentInTask; }, 5));
+    EXPECT_FALSE(currentOnWorker);
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(violations, (std::vector<std::string>{"worker"}));
+}
+
 REGISTER_TYPED_TEST_SUITE_P(MainQueueConformance, PostsRunInOrderAndNestedPostsAreHonoured,
                             DelayedCallsRunByDueTimeNotBeforeItAndCancelledOnesNever,
                             SameDueTimeRunsInPostOrder, RepeatingTimerKeepsItsIntervalAndCanCancelItself,
-                            OneShotHandleIsInactiveOnceFired, PostsFromOtherThreadsAllRunOnTheQueue);
+                            OneShotHandleIsInactiveOnceFired, PostsFromOtherThreadsAllRunOnTheQueue,
+                            OwnedTimerIsCancelledWhenDestroyedOrRestarted,
+                            BoundCallbackRunsOnTheQueueAndIsDroppedOnceItsOwnerIsGone,
+                            OnlyTheQueueThreadIsCurrentAndOtherThreadsAreCaught);
 
 }  // namespace vocle::testing

@@ -14,6 +14,7 @@
 #include "foundation/DispatchQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/RunLoopMainQueue.h"
+#include "foundation/Timer.h"
 #include "platform/linux/PulseAudioPlayback.h"
 #include "platform/linux/PulseCapture.h"
 #include "platform/linux/PulseConnection.h"
@@ -103,8 +104,8 @@ int record(CliContext& ctx) {
     RunLoopMainQueue queue(clock);
     PulseConnection pulse("Vocle CLI");
     if (auto error = pulse.ensureConnected()) throw CliError{"no sound server: " + error->description};
-    PulseCapture capture(pulse);
-    PulseScreenCapture screen(pulse);
+    PulseCapture capture(pulse, queue);
+    PulseScreenCapture screen(pulse, queue);
     PulseCoreAudio coreAudio(pulse);
     PulseAudioPlayback playback(pulse);
     FileStorageManager storage(DataFolder::fromEnvironment(ctx.env), clock);
@@ -137,10 +138,11 @@ int record(CliContext& ctx) {
     ctx.out << "Recording " << seconds << " s from the "
             << (system ? "microphone and system audio" : "microphone") << "…\n";
     engine.startRecording();
-    auto meterTimer =
-        queue.scheduleRepeating(1.0, [&] { ctx.out << meter(lastLevel) << "\n"
-                                                   << std::flush; });
-    queue.runUntil([] { return false; }, seconds);
+    Timer meterTimer;
+    meterTimer.startRepeating(queue, Seconds(1.0), [&] {
+        ctx.out << meter(lastLevel) << "\n" << std::flush;
+    });
+    queue.runUntil([] { return false; }, Seconds(seconds));
     meterTimer.cancel();
     engine.stopRecording();
     const bool finished = queue.runUntil(
@@ -148,7 +150,7 @@ int record(CliContext& ctx) {
             return processor.file.has_value() ||
                    (!engine.isProcessing.get() && !engine.flags().isCleanupInProgress);
         },
-        15.0);
+        Seconds(15.0));
     if (!processor.file) {
         std::string kept;
         for (const auto& p : {engine.flags().micFileURL, engine.flags().audioFileURL})

@@ -149,7 +149,7 @@ int runTranscribe(CliContext& ctx) {
         mainQueue.post([&result, r = std::move(r)] { result = r; });
     });
     // Four attempts of at most 60 s inside the 120 s budget, plus compression.
-    if (!mainQueue.runUntil([&] { return result.has_value(); }, 600))
+    if (!mainQueue.runUntil([&] { return result.has_value(); }, Seconds(600)))
         throw CliError{"no answer from the backend"};
     if (!result->ok()) throw CliError{result->error().description};
     ctx.out << result->value() << std::endl;

@@ -18,7 +18,7 @@ namespace vocle::cli {
 namespace {
 
 // Enough for the request timeout of the sign-in calls (60 s) to answer first.
-constexpr double kRequestWait = 75.0;
+constexpr Seconds kRequestWait{75.0};
 constexpr int kCodeAttempts = 3;
 
 int signIn(CliContext& ctx) {

@@ -45,6 +45,8 @@ struct OutputState {
 
 class PulseFileOutput final : public CaptureFileOutput {
   public:
+    explicit PulseFileOutput(MainQueue& mainQueue) : mainQueue_(mainQueue) {}
+
     std::shared_ptr<OutputState> state = std::make_shared<OutputState>();
     int rate = 48000;
     int channels = 1;
@@ -92,10 +94,11 @@ class PulseFileOutput final : public CaptureFileOutput {
         }
         if (!error && state->streamFailure) error = state->streamFailure();
         recording_ = false;
-        if (auto f = std::exchange(didFinish_, nullptr)) f(error);
+        if (auto f = std::exchange(didFinish_, nullptr)) mainQueue_.post([f, error] { f(error); });
     }
 
   private:
+    MainQueue& mainQueue_;
     bool recording_ = false;
     DidFinish didFinish_;
 };
@@ -202,7 +205,7 @@ std::shared_ptr<CaptureSession> PulseCapture::makeSession() {
 }
 
 std::shared_ptr<CaptureFileOutput> PulseCapture::makeFileOutput() {
-    return std::make_shared<PulseFileOutput>();
+    return std::make_shared<PulseFileOutput>(mainQueue_);
 }
 
 }  // namespace vocle

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "foundation/MainQueue.h"
 #include "platform/capture.h"
 #include "platform/linux/PulseConnection.h"
 
@@ -9,17 +10,19 @@ namespace vocle {
 
 // Microphone capture on PulseAudio: a record stream on the chosen source, written to a 16-bit WAV
 // file by libsndfile. Device uids are source names; monitors of outputs are not offered as inputs.
-// The did-finish callback is called on the thread that stops the output (or on the PulseAudio loop
-// thread when the file cannot be written).
+// The access answer and the did-finish callback are posted to the main queue.
 class PulseCapture final : public Capture {
   public:
-    explicit PulseCapture(PulseConnection& connection) : pulse_(connection) {}
+    PulseCapture(PulseConnection& connection, MainQueue& mainQueue)
+        : pulse_(connection), mainQueue_(mainQueue) {}
 
     // Linux has no per-application microphone permission.
     MicrophoneAuthorization authorizationStatus() const override {
         return MicrophoneAuthorization::authorized;
     }
-    void requestAccess(std::function<void(bool)> completion) override { completion(true); }
+    void requestAccess(std::function<void(bool)> completion) override {
+        mainQueue_.post([completion = std::move(completion)] { completion(true); });
+    }
 
     std::optional<CaptureDevice> device(const std::string& uid) const override;
     std::optional<CaptureDevice> defaultDevice() const override;
@@ -30,6 +33,7 @@ class PulseCapture final : public Capture {
 
   private:
     PulseConnection& pulse_;
+    MainQueue& mainQueue_;
 };
 
 }  // namespace vocle

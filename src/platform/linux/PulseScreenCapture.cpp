@@ -11,7 +11,8 @@ namespace {
 
 class PulseSystemAudioStream final : public SystemAudioStream {
   public:
-    explicit PulseSystemAudioStream(PulseConnection& pulse) : pulse_(pulse) {}
+    PulseSystemAudioStream(PulseConnection& pulse, MainQueue& mainQueue)
+        : pulse_(pulse), mainQueue_(mainQueue) {}
 
     std::optional<Error> addAudioOutput(DispatchQueue& queue,
                                         std::function<void(const AudioSampleBuffer&)> handler) override {
@@ -37,19 +38,29 @@ class PulseSystemAudioStream final : public SystemAudioStream {
 
     void startCapture(Completion completion) override {
         if (!stream_)
-            return completion(Error{"PulseAudio", PA_ERR_INVALID, "No audio output was added to the stream"});
-        stream_->start(std::move(completion));
+            return answer(completion,
+                          Error{"PulseAudio", PA_ERR_INVALID, "No audio output was added to the stream"});
+        // The stream reports from the PulseAudio loop thread.
+        stream_->start([queue = &mainQueue_, completion](std::optional<Error> error) {
+            queue->post([completion, error] { completion(error); });
+        });
     }
 
     void stopCapture(Completion completion) override {
-        if (!stream_) return completion(Error{"PulseAudio", PA_ERR_BADSTATE, "The stream was not started"});
+        if (!stream_)
+            return answer(completion, Error{"PulseAudio", PA_ERR_BADSTATE, "The stream was not started"});
         auto failure = stream_->failure();
         stream_->stop();
-        completion(failure);
+        answer(completion, failure);
     }
 
   private:
+    void answer(const Completion& completion, std::optional<Error> error) {
+        mainQueue_.post([completion, error] { completion(error); });
+    }
+
     PulseConnection& pulse_;
+    MainQueue& mainQueue_;
     std::unique_ptr<PulseRecordStream> stream_;
 };
 
@@ -57,8 +68,12 @@ class PulseSystemAudioStream final : public SystemAudioStream {
 
 void PulseScreenCapture::makeStream(
     std::function<void(Result<std::shared_ptr<SystemAudioStream>>)> completion) {
-    if (auto error = pulse_.ensureConnected()) return completion(*error);
-    completion(std::shared_ptr<SystemAudioStream>(std::make_shared<PulseSystemAudioStream>(pulse_)));
+    auto result = [this]() -> Result<std::shared_ptr<SystemAudioStream>> {
+        if (auto error = pulse_.ensureConnected()) return *error;
+        return std::shared_ptr<SystemAudioStream>(
+            std::make_shared<PulseSystemAudioStream>(pulse_, mainQueue_));
+    }();
+    mainQueue_.post([completion = std::move(completion), result] { completion(result); });
 }
 
 }  // namespace vocle

@@ -1,16 +1,17 @@
 #pragma once
 
+#include "foundation/MainQueue.h"
 #include "platform/linux/PulseConnection.h"
 #include "platform/screen_capture.h"
 
 namespace vocle {
 
 // System-audio capture on PulseAudio: a record stream on the default output's monitor. There is no
-// permission to ask for on Linux. Completions arrive on the PulseAudio loop thread or, for set-up
-// errors, on the calling thread.
+// permission to ask for on Linux. Completions, set-up errors included, are posted to the main queue.
 class PulseScreenCapture final : public ScreenCapture {
   public:
-    explicit PulseScreenCapture(PulseConnection& connection) : pulse_(connection) {}
+    PulseScreenCapture(PulseConnection& connection, MainQueue& mainQueue)
+        : pulse_(connection), mainQueue_(mainQueue) {}
 
     bool preflightAccess() const override { return true; }
     bool requestAccess() override { return true; }
@@ -19,6 +20,7 @@ class PulseScreenCapture final : public ScreenCapture {
 
   private:
     PulseConnection& pulse_;
+    MainQueue& mainQueue_;
 };
 
 }  // namespace vocle

@@ -48,7 +48,7 @@ void FakeHttpTransport::deliver(size_t index, HttpResponse response, double late
     const uint64_t id = sent_[index].id;
     // Marked at once so that waiting() and a second answer() see it as taken.
     sent_[index].answered = true;
-    timers_[id] = queue_.postAfter(latency, [this, id, response = std::move(response)]() mutable {
+    timers_[id].start(queue_, Seconds(latency), [this, id, response = std::move(response)]() mutable {
         timers_.erase(id);
         auto it = callbacks_.find(id);
         if (it == callbacks_.end()) return;
@@ -83,10 +83,7 @@ void FakeHttpTransport::cancel(uint64_t id) {
     auto it = callbacks_.find(id);
     if (it == callbacks_.end()) return;
     callbacks_.erase(it);
-    if (auto timer = timers_.find(id); timer != timers_.end()) {
-        timer->second.cancel();
-        timers_.erase(timer);
-    }
+    timers_.erase(id);
     for (auto& s : sent_) {
         if (s.id == id) s.cancelled = true;
     }

@@ -9,6 +9,7 @@
 
 #include "backend/HttpClient.h"
 #include "foundation/MainQueue.h"
+#include "foundation/Timer.h"
 
 namespace vocle::testing {
 
@@ -70,7 +71,7 @@ class FakeHttpTransport final : public HttpClient {
     std::deque<Reply> script_;
     std::vector<Sent> sent_;
     std::map<uint64_t, Callback> callbacks_;  // requests not yet answered or cancelled
-    std::map<uint64_t, TimerHandle> timers_;
+    std::map<uint64_t, Timer> timers_;
     uint64_t nextId_ = 1;
 };
 

@@ -20,9 +20,9 @@ public:
     void setLevel(int l) override { currentLevel = l; }
     int level() const override { return currentLevel; }
     void setAlpha(double a) override { alpha = a; }
-    void fadeOut(double seconds, std::function<void()> completion) override {
+    void fadeOut(Seconds duration, std::function<void()> completion) override {
         ++fadeCount;
-        lastFadeSeconds = seconds;
+        lastFadeSeconds = duration.count();
         alpha = 0;
         visible = false;
         if (completion) completion();

@@ -31,15 +31,21 @@ TimerHandle QtMainQueue::schedule(double due, double interval, Task task, std::s
     return handle;
 }
 
-void QtMainQueue::post(Task task) { schedule(clock_.now(), 0, std::move(task)); }
-
-TimerHandle QtMainQueue::postAfter(double seconds, Task task) {
-    return schedule(clock_.now() + std::max(0.0, seconds), 0, std::move(task));
+void QtMainQueue::post(Task task) {
+    schedule(monotonicSeconds(), 0, std::move(task));
 }
 
-TimerHandle QtMainQueue::scheduleRepeating(double interval, Task task) {
-    if (interval <= 0) interval = 1e-3;
-    return schedule(clock_.now() + interval, interval, std::move(task));
+TimerHandle QtMainQueue::postAfter(Seconds delay, Task task) {
+    return schedule(monotonicSeconds() + std::max(0.0, delay.count()), 0, std::move(task));
+}
+
+TimerHandle QtMainQueue::scheduleRepeating(Seconds interval, Task task) {
+    const double every = interval.count() > 0 ? interval.count() : 1e-3;
+    return schedule(monotonicSeconds() + every, every, std::move(task));
+}
+
+bool QtMainQueue::isCurrent() const {
+    return QThread::currentThread() == thread();
 }
 
 size_t QtMainQueue::pendingCount() const {
@@ -70,27 +76,27 @@ void QtMainQueue::rearm() {
         }
         due = next->due;
     }
-    const double wait = std::max(0.0, due - clock_.now());
+    const double wait = std::max(0.0, due - monotonicSeconds());
     // Rounded up: waking a millisecond early would only find nothing due and arm again.
     const int ms = static_cast<int>(std::min(std::ceil(wait * 1000.0), 24.0 * 3600 * 1000));
     timer_.start(ms);
 }
 
 void QtMainQueue::drain() {
-    const double sliceEnd = clock_.now() + kDrainSliceSeconds;
+    const double sliceEnd = monotonicSeconds() + kDrainSliceSeconds;
     for (;;) {
         TimerHeap::Entry e;
         {
             std::lock_guard lock(mutex_);
             const TimerHeap::Entry* next = heap_.peek();
-            if (!next || next->due > clock_.now()) break;
+            if (!next || next->due > monotonicSeconds()) break;
             e = heap_.pop();
         }
         fireTimer(e, [this](double due, double interval, const Task& task, std::shared_ptr<TimerState> state) {
             std::lock_guard lock(mutex_);
             heap_.push(due, interval, task, std::move(state));
         });
-        if (clock_.now() >= sliceEnd) break;
+        if (monotonicSeconds() >= sliceEnd) break;
     }
     rearm();
 }

@@ -21,9 +21,11 @@ public:
     ~QtMainQueue() override;
 
     void post(Task task) override;
-    TimerHandle postAfter(double seconds, Task task) override;
-    TimerHandle scheduleRepeating(double interval, Task task) override;
+    TimerHandle postAfter(Seconds delay, Task task) override;
+    TimerHandle scheduleRepeating(Seconds interval, Task task) override;
     const Clock& clock() const override { return clock_; }
+    // The thread the queue object lives in: the one whose event loop drains it.
+    bool isCurrent() const override;
 
     size_t pendingCount() const;
 
@@ -32,6 +34,7 @@ private:
     void requestWake();
     void drain();
     void rearm();
+    double monotonicSeconds() const { return clock_.monotonicNow().time_since_epoch().count(); }
 
     const Clock& clock_;
     mutable std::mutex mutex_;

@@ -156,28 +156,28 @@ class PulseAudioEngine : public ::testing::Test {
             rc = std::system(("paplay --device=" + sink + " '" + kSpeech + "'").c_str());
             done = true;
         });
-        waitFor([&] { return done.load(); }, 30.0);
+        waitFor([&] { return done.load(); }, Seconds(30.0));
         player.join();
         ASSERT_EQ(rc, 0) << "paplay failed";
-        queue.runUntil([] { return false; }, 0.5);
+        queue.runUntil([] { return false; }, Seconds(0.5));
     }
 
     void record(const Mode& mode, const std::string& sink) {
         engine->setRecordingContext(mode, "", {});
         engine->startRecording();
-        ASSERT_TRUE(
-            queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
-        queue.runUntil([] { return false; }, 0.5);  // past the file-output start
+        ASSERT_TRUE(queue.runUntil([&] { return engine->isRecording.get() && engine->hasCaptureSession(); },
+                                   Seconds(5.0)));
+        queue.runUntil([] { return false; }, Seconds(0.5));  // past the file-output start
         playInto(sink);
         engine->stopRecording();
-        ASSERT_TRUE(queue.runUntil([&] { return !processor.calls.empty(); }, 10.0))
+        ASSERT_TRUE(queue.runUntil([&] { return !processor.calls.empty(); }, Seconds(10.0)))
             << "nothing was handed to processing";
     }
 
     // Runs the main loop until `done`, looking every 20 ms (work on other threads posts nothing here).
-    bool waitFor(const std::function<bool()>& done, double seconds) {
-        auto tick = queue.scheduleRepeating(0.02, [] {});
-        const bool ok = queue.runUntil(done, seconds);
+    bool waitFor(const std::function<bool()>& done, Seconds timeout) {
+        auto tick = queue.scheduleRepeating(Seconds(0.02), [] {});
+        const bool ok = queue.runUntil(done, timeout);
         tick.cancel();
         return ok;
     }
@@ -189,8 +189,8 @@ class PulseAudioEngine : public ::testing::Test {
     TempDir data;
     FileStorageManager storage{DataFolder(data.path()), clock};
     PulseConnection pulse{"Vocle tests"};
-    PulseCapture capture{pulse};
-    PulseScreenCapture screen{pulse};
+    PulseCapture capture{pulse, queue};
+    PulseScreenCapture screen{pulse, queue};
     PulseCoreAudio coreAudio{pulse};
     PulseAudioPlayback playback{pulse};
     SerialThreadQueue background{"background"};
@@ -244,23 +244,24 @@ TEST_F(PulseAudioEngine, MonitorPathRecordsWhatTheSpeakerPlaysAndMixesItWithTheM
 TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
     engine->setRecordingContext(Mode::fresh("Dictation"), "", {});
     engine->startRecording();
-    ASSERT_TRUE(waitFor([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, 5.0));
-    waitFor([] { return false; }, 0.5);
+    ASSERT_TRUE(
+        waitFor([&] { return engine->isRecording.get() && engine->hasCaptureSession(); }, Seconds(5.0)));
+    waitFor([] { return false; }, Seconds(0.5));
 
     std::atomic<bool> done{false};
     std::thread player([&] {
         std::system((std::string("paplay --device=vocle_mic_feed '") + kSpeech + "'").c_str());
         done = true;
     });
-    waitFor([] { return false; }, 3.0);
+    waitFor([] { return false; }, Seconds(3.0));
     // Unplug: the virtual microphone's module goes away under the running stream.
     const int unloaded = std::system(
         "pactl unload-module $(pactl list short modules | awk '/module-remap-source/ && /vocle_mic/ {print "
         "$1}')");
-    waitFor([&] { return done.load(); }, 30.0);
+    waitFor([&] { return done.load(); }, Seconds(30.0));
     player.join();
     engine->stopRecording();
-    const bool processed = waitFor([&] { return !processor.calls.empty(); }, 10.0);
+    const bool processed = waitFor([&] { return !processor.calls.empty(); }, Seconds(10.0));
     // Put the microphone back for the other cases before checking anything.
     const int restored = std::system(
         (std::string(VOCLE_SOURCE_DIR) + "/scripts/start-test-pulseaudio.sh >/dev/null 2>&1").c_str());
@@ -283,10 +284,10 @@ TEST_F(PulseAudioEngine, MutesAndRestoresTheDefaultSinkVolume) {
     EXPECT_NEAR(coreAudio.volume(id.value()).value(), 0.8f, 0.001f);
 
     systemAudio->playStartSoundThenMute();
-    waitFor([&] { return coreAudio.volume(id.value()).value() == 0.0f; }, 3.0);
+    waitFor([&] { return coreAudio.volume(id.value()).value() == 0.0f; }, Seconds(3.0));
     EXPECT_EQ(coreAudio.volume(id.value()).value(), 0.0f);
     systemAudio->restoreSystemAudio();
-    waitFor([&] { return coreAudio.volume(id.value()).value() > 0.0f; }, 3.0);
+    waitFor([&] { return coreAudio.volume(id.value()).value() > 0.0f; }, Seconds(3.0));
     EXPECT_NEAR(coreAudio.volume(id.value()).value(), 0.8f, 0.001f);
     ASSERT_FALSE(coreAudio.setVolume(id.value(), 1.0f));
 }
@@ -319,7 +320,7 @@ TEST_F(PulseAudioEngine, SoundEffectPlaysToItsEnd) {
     ASSERT_TRUE(file.has_value());
     std::atomic<bool> finished{false};
     systemAudio->playSoundEffect("start", [&] { finished = true; });
-    EXPECT_TRUE(queue.runUntil([&] { return finished.load(); }, 3.0));
+    EXPECT_TRUE(queue.runUntil([&] { return finished.load(); }, Seconds(3.0)));
     EXPECT_FALSE(systemAudio->isPlayingSoundEffect());
 }
 

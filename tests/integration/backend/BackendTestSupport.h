@@ -22,14 +22,15 @@ class PumpedMainQueue final : public MainQueue {
         virtualQueue.post(std::move(task));
         notify();
     }
-    TimerHandle postAfter(double seconds, Task task) override {
-        auto handle = virtualQueue.postAfter(seconds, std::move(task));
+    TimerHandle postAfter(Seconds delay, Task task) override {
+        auto handle = virtualQueue.postAfter(delay, std::move(task));
         notify();
         return handle;
     }
-    TimerHandle scheduleRepeating(double interval, Task task) override {
+    TimerHandle scheduleRepeating(Seconds interval, Task task) override {
         return virtualQueue.scheduleRepeating(interval, std::move(task));
     }
+    bool isCurrent() const override { return virtualQueue.isCurrent(); }
     const Clock& clock() const override { return virtualQueue; }
     double now() const { return virtualQueue.now(); }
 

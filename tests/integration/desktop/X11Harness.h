@@ -44,7 +44,7 @@ class X11Harness {
         pumpUntil([] { return false; }, seconds);
     }
     void pumpOnce() {
-        mainQueue.runUntil([] { return false; }, 0.005);
+        mainQueue.runUntil([] { return false; }, Seconds(0.005));
         QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
     }
 

@@ -118,7 +118,7 @@ TEST(ChromiumAddressTest, AutomaticSwitchingFollowsTheActiveTabsAddress) {
             auto front = workspace->frontmostApplication();
             return front && front->bundleIdentifier == "chromium";
         },
-        60))
+        Seconds(60)))
         << "Chromium never came to the front:\n"
         << testing::readAll(dir / "chromium.log");
     EXPECT_EQ(workspace->frontmostApplication()->localizedName, index->name("chromium"));
@@ -137,21 +137,21 @@ TEST(ChromiumAddressTest, AutomaticSwitchingFollowsTheActiveTabsAddress) {
         BackgroundQueue background(2);
         AutoModeManager manager(queue, background, center, *workspace, scripting, accessibility, random);
         manager.start();
-        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == first; }, 60))
+        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == first; }, Seconds(60)))
             << "address never read; last: " << manager.currentURL().value_or("(none)");
-        queue.runUntil([&] { return !websites.empty(); }, 5);
+        queue.runUntil([&] { return !websites.empty(); }, Seconds(5));
         ASSERT_EQ(websites.size(), 1u);
         EXPECT_EQ(websites[0], std::make_pair(std::string("127.0.0.1"), std::string("chromium")));
 
         // A second launch opens a new tab in the running browser, which becomes the active one.
         Spawned opener(withUrl(second), env, dir / "chromium-second.log");
-        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == second; }, 60))
+        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == second; }, Seconds(60)))
             << "the new tab's address was never read; last: " << manager.currentURL().value_or("(none)");
-        queue.runUntil([&] { return websites.size() >= 2; }, 5);
+        queue.runUntil([&] { return websites.size() >= 2; }, Seconds(5));
         ASSERT_EQ(websites.size(), 2u);
         EXPECT_EQ(websites[1].first, "localhost");
         // The same page stays one notification.
-        queue.runUntil([] { return false; }, 2);
+        queue.runUntil([] { return false; }, Seconds(2));
         EXPECT_EQ(websites.size(), 2u);
 
         // A browser that stops answering costs each read its budget, no more, and leaves nothing stuck.
@@ -165,7 +165,7 @@ TEST(ChromiumAddressTest, AutomaticSwitchingFollowsTheActiveTabsAddress) {
                 return logs->contains("AutoModeManager: Failed to get focused window, AX result: ") ||
                        logs->contains("AutoModeManager: Accessibility API timed out after 1 second");
             },
-            10));
+            Seconds(10)));
         const auto started = std::chrono::steady_clock::now();
         const AXElement app = accessibility.applicationElement(pid);
         const auto window = app ? accessibility.focusedWindow(app) : AXRead<AXElement>{kAXFailure, {}};
@@ -176,7 +176,7 @@ TEST(ChromiumAddressTest, AutomaticSwitchingFollowsTheActiveTabsAddress) {
 
         const std::string third = "http://127.0.0.1:" + std::to_string(port) + "/third";
         Spawned thirdOpener(withUrl(third), env, dir / "chromium-third.log");
-        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == third; }, 60))
+        ASSERT_TRUE(queue.runUntil([&] { return manager.currentURL() == third; }, Seconds(60)))
             << "no address after the browser resumed; last: " << manager.currentURL().value_or("(none)");
     }
 }

@@ -37,7 +37,9 @@ class X11WorkspaceTest : public ::testing::Test {
     }
 
     // Runs the main queue until `done` or the deadline.
-    bool runUntil(const std::function<bool()>& done, double seconds = 10) { return queue.runUntil(done, seconds); }
+    bool runUntil(const std::function<bool()>& done, double seconds = 10) {
+        return queue.runUntil(done, Seconds(seconds));
+    }
 
     TempDir dir;
     std::unique_ptr<TestDisplay> display;

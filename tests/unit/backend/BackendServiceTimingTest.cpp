@@ -79,6 +79,33 @@ TEST_F(BackendServiceTiming, TheBudgetStopsTheNextAttemptButNotOneUnderWay) {
     EXPECT_EQ(network->scriptedLeft(), 1u);
 }
 
+TEST_F(BackendServiceTiming, SettingTheWallClockNeitherSpendsNorRefillsTheRetryBudget) {
+    signIn();
+    for (int i = 0; i < 4; ++i) network->replyFailure("Connection timed out", 1.0);
+    Fetch f;
+    auto sub = fetch(f);
+    // Set a day ahead during the first attempt: a budget read off the wall clock would end the call at
+    // the first retry instead of making all four attempts.
+    queue.advance(0.5);
+    queue.shiftWallClock(Seconds(86400));
+    queue.advance(30.0);
+    ASSERT_TRUE(f.result);
+    EXPECT_EQ(network->sent().size(), 4u);
+    EXPECT_EQ(f.result->error().underlying, "Connection timed out");
+
+    // Set back by a day during a long call: the budget still ends it at 157 s of real waiting.
+    for (int i = 0; i < 4; ++i) network->replyFailure("Connection timed out", 50.0);
+    Fetch g;
+    auto second = fetch(g);
+    queue.advance(60.0);
+    queue.shiftWallClock(Seconds(-86400));
+    queue.advance(96.9);
+    EXPECT_FALSE(g.result);
+    queue.advance(0.2);
+    ASSERT_TRUE(g.result);
+    EXPECT_EQ(g.result->error().underlying, "The request timed out.");
+}
+
 TEST_F(BackendServiceTiming, DroppingTheCallCancelsTheTransferOrTheWaitingRetry) {
     signIn();
     {

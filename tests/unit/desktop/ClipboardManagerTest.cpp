@@ -112,7 +112,7 @@ TEST_F(ClipboardManagerTest, WaitsForTheUsersModifiersBeforePasting) {
 TEST_F(ClipboardManagerTest, ReleasesStuckModifiersAfterTheTimeoutAndPastesAnyway) {
     keys.held = kModifierOption | kModifierShift;
     manager->copyAndPaste("stuck");
-    clock.advance(ClipboardManager::kModifierReleaseTimeout - 0.03);
+    clock.advance(ClipboardManager::kModifierReleaseTimeout - Seconds(0.03));
     EXPECT_TRUE(keys.posted.empty());
     EXPECT_EQ(keys.releaseCalls, 0);
     clock.advance(0.03);

@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <string>
+#include <thread>
+#include <vector>
+
 #include "core/AppConstants.h"
 #include "desktop/FloatingIndicatorManager.h"
 #include "foundation/Log.h"
+#include "foundation/MainQueueCheck.h"
 #include "foundation/VirtualMainQueue.h"
 #include "platform/testing/FakeIndicatorPanels.h"
 
@@ -109,7 +114,7 @@ TEST(FloatingIndicatorManager, HideCheckThatFindsWorkAgainIsCancelled) {
     rig.queue.runUntilIdle();
     rig.isRecording.set(false);
     // Processing starts at the very moment the check is due, before its state delivery arrives.
-    rig.queue.postAfter(0.15, [&] { rig.isProcessing.set(true); });
+    rig.queue.postAfter(Seconds(0.15), [&] { rig.isProcessing.set(true); });
     rig.queue.runUntilIdle();
     rig.queue.advance(0.15);
     EXPECT_TRUE(rig.logs->contains("💡 Hide canceled due to state change"));
@@ -221,3 +226,16 @@ TEST(FloatingRecordingView, SpinnerFromTheInstantRecordingStopsUntilProcessingEn
 }
 
 }  // namespace
+
+TEST(FloatingIndicatorManager, ACallFromAnotherThreadIsCaughtInDebugBuilds) {
+#ifdef NDEBUG
+    GTEST_SKIP() << "main-queue checks are compiled out of release builds";
+#else
+    IndicatorRig rig;
+    std::vector<std::string> caught;
+    ScopedMainQueueViolationHandler handler([&](const char* where) { caught.emplace_back(where); });
+    rig.manager.showIndicator();  // on the queue's thread: allowed
+    std::thread([&] { rig.manager.hideIndicator(); }).join();
+    EXPECT_EQ(caught, (std::vector<std::string>{"hideIndicator"}));
+#endif
+}

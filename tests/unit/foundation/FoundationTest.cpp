@@ -129,8 +129,8 @@ TEST(OwnerToken, GuardedWorkDoesNothingOnceTheOwnerIsGone) {
     VirtualMainQueue queue;
     int ran = 0;
     auto token = std::make_unique<OwnerToken>();
-    queue.postAfter(1, token->guard([&] { ++ran; }));
-    queue.postAfter(2, token->guard([&] { ++ran; }));
+    queue.postAfter(Seconds(1), token->guard([&] { ++ran; }));
+    queue.postAfter(Seconds(2), token->guard([&] { ++ran; }));
     queue.advance(1);
     token.reset();
     queue.advance(1);

@@ -10,10 +10,13 @@
 using namespace vocle;
 
 namespace {
+// `t` is the monotonic reading; the wall clock reads `t + wallOffset`.
 class SettableClock final : public Clock {
 public:
-    double now() const override { return t.load(); }
-    std::atomic<double> t{1000.0};
+  double now() const override { return t.load() + wallOffset.load(); }
+  MonotonicTime monotonicNow() const override { return MonotonicTime(Seconds(t.load())); }
+  std::atomic<double> t{1000.0};
+  std::atomic<double> wallOffset{0.0};
 };
 }  // namespace
 
@@ -21,13 +24,13 @@ TEST(RunLoopMainQueue, RunsDueWorkInOrderSkippingCancelledTimers) {
     SettableClock clock;
     RunLoopMainQueue loop(clock);
     std::vector<std::string> order;
-    loop.postAfter(2, [&] { order.push_back("b"); });
-    loop.postAfter(1, [&] { order.push_back("a"); });
-    auto cancelled = loop.postAfter(1.5, [&] { order.push_back("cancelled"); });
+    loop.postAfter(Seconds(2), [&] { order.push_back("b"); });
+    loop.postAfter(Seconds(1), [&] { order.push_back("a"); });
+    auto cancelled = loop.postAfter(Seconds(1.5), [&] { order.push_back("cancelled"); });
     cancelled.cancel();
     loop.post([&] { order.push_back("now"); });
     clock.t = 1002.0;  // everything above is due
-    EXPECT_TRUE(loop.runUntil([&] { return order.size() == 3; }, 5));
+    EXPECT_TRUE(loop.runUntil([&] { return order.size() == 3; }, Seconds(5)));
     EXPECT_EQ(order, (std::vector<std::string>{"now", "a", "b"}));
 }
 
@@ -41,7 +44,7 @@ TEST(RunLoopMainQueue, WorkPostedFromOtherThreadsWakesTheLoop) {
             for (int k = 0; k < 50; ++k) loop.post([&] { ++ran; });
         });
     }
-    EXPECT_TRUE(loop.runUntil([&] { return ran == 200; }, 30));
+    EXPECT_TRUE(loop.runUntil([&] { return ran == 200; }, Seconds(30)));
     for (auto& t : posters) t.join();
 }
 
@@ -49,15 +52,30 @@ TEST(RunLoopMainQueue, QuitAndDeadlineEndTheLoop) {
     SettableClock clock;
     RunLoopMainQueue loop(clock);
     loop.post([&] { loop.quit(); });
-    EXPECT_FALSE(loop.runUntil([] { return false; }, 30));
+    EXPECT_FALSE(loop.runUntil([] { return false; }, Seconds(30)));
 
     int ticks = 0;
-    auto timer = loop.scheduleRepeating(1, [&] {
+    auto timer = loop.scheduleRepeating(Seconds(1), [&] {
         ++ticks;
         clock.t = clock.t + 1;  // each tick makes the next one due; the fifth passes the deadline
     });
     clock.t = 1001.0;
-    EXPECT_FALSE(loop.runUntil([] { return false; }, 4));
+    EXPECT_FALSE(loop.runUntil([] { return false; }, Seconds(4)));
     EXPECT_EQ(ticks, 4);
     timer.cancel();
+}
+
+TEST(RunLoopMainQueue, SettingTheWallClockMovesNoTimer) {
+    SettableClock clock;
+    RunLoopMainQueue loop(clock);
+    bool fired = false;
+    loop.postAfter(Seconds(10), [&] { fired = true; });
+    // A day ahead on the wall: the timer still waits for its ten monotonic seconds.
+    clock.wallOffset = 86400.0;
+    loop.post([&] { clock.t = clock.t + 9.5; });
+    EXPECT_FALSE(loop.runUntil([&] { return fired; }, Seconds(0.2)));
+    // A day back: nothing is held up either.
+    clock.wallOffset = -86400.0;
+    clock.t = clock.t + 0.5;
+    EXPECT_TRUE(loop.runUntil([&] { return fired; }, Seconds(5)));
 }

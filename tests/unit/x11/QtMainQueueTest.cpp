@@ -25,7 +25,7 @@ struct QtHarness {
     SystemClock clock;
     QtMainQueue q{clock};
     MainQueue& queue() { return q; }
-    double now() { return clock.now(); }
+    double now() { return clock.monotonicNow().time_since_epoch().count(); }
     // Spins Qt's own event loop, as the application does.
     bool runUntil(const std::function<bool()>& done, double seconds) {
         QElapsedTimer elapsed;
@@ -48,7 +48,7 @@ TEST(QtMainQueue, AQueueDestroyedWithWorkPendingDropsItSafely) {
     {
         auto q = std::make_unique<QtMainQueue>(clock);
         q->post([&] { ++ran; });
-        q->postAfter(0.01, [&] { ++ran; });
+        q->postAfter(Seconds(0.01), [&] { ++ran; });
     }
     QElapsedTimer elapsed;
     elapsed.start();
