@@ -23,19 +23,19 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
 
     autoModeManager = std::make_unique<AutoModeManager>(main, q.background, notifications, s.workspace,
                                                         s.browserScripting, s.accessibility, random);
-    clipboard = std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
+    clipboard =
+        std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
     shortcuts = std::make_unique<ShortcutManager>(main, files, s.hotKeys, s.keyMonitor, s.localKeyMonitor);
 
     auto engine = std::make_shared<std::mt19937_64>(std::random_device{}());
-    recordingView = std::make_unique<FloatingRecordingView>(main, notifications, [engine] {
-        return std::uniform_real_distribution<double>(0.0, 1.0)(*engine);
-    });
+    recordingView = std::make_unique<FloatingRecordingView>(
+        main, notifications, [engine] { return std::uniform_real_distribution<double>(0.0, 1.0)(*engine); });
     indicator = std::make_unique<FloatingIndicatorManager>(main, s.indicatorPanels, *recordingView);
 
-    appState = std::make_unique<AppState>(AppStateDependencies{
-        main, *modeManager, makeRecordingService(*audioFileProcessor, *clipboard), *systemAudio, *indicator,
-        s.screenCapture, s.alerts, s.urlOpener, files, sessions, *backend, *settingsCoordinator,
-        *autoModeManager});
+    appState = std::make_unique<AppState>(
+        AppStateDependencies{main, *modeManager, makeRecordingService(*audioFileProcessor, *clipboard),
+                             *systemAudio, *indicator, s.screenCapture, s.alerts, s.urlOpener, files,
+                             sessions, *backend, *settingsCoordinator, *autoModeManager});
 
     fetcher_ = s.appcastFetcher;
     feedURL_ = feedFromEnvironment(o, s.environment);
@@ -45,11 +45,12 @@ UpdaterManager& ClientGraph::updaterManager() {
     if (!updater_) {
         if (!fetcher_) {
             transport = std::make_unique<HttpTransport>();
-            ownFetcher = std::make_unique<HttpAppcastFetcher>(services.mainQueue, *transport, "Vocle/" + appVersion);
+            ownFetcher =
+                std::make_unique<HttpAppcastFetcher>(services.mainQueue, *transport, "Vocle/" + appVersion);
             fetcher_ = ownFetcher.get();
         }
-        updater_ = std::make_unique<UpdaterManager>(services.mainQueue, *fetcher_,
-                                                    UpdaterManager::Config{appVersion, feedURL_, productWebOrigin});
+        updater_ = std::make_unique<UpdaterManager>(
+            services.mainQueue, *fetcher_, UpdaterManager::Config{appVersion, feedURL_, productWebOrigin});
     }
     return *updater_;
 }

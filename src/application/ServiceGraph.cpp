@@ -34,8 +34,8 @@ ServiceGraph::ServiceGraph(ServicePlatform p, ClientQueues q, ServiceOptions o)
     routeManager = std::make_unique<BluetoothAudioRouteManager>(p.coreAudio, q.routeManager);
     // The backend client reports a rejected session once and whoever holds the session signs out on that
     // report, so the upload's own sign-out step has nothing left to do here.
-    audioFileProcessor = std::make_unique<AudioFileProcessor>(*backend, main, q.audioConversion, p.alerts,
-                                                              [] {}, temporaryFolder);
+    audioFileProcessor = std::make_unique<AudioFileProcessor>(
+        *backend, main, q.audioConversion, p.alerts, [] {}, temporaryFolder);
 }
 
 std::unique_ptr<AudioRecordingService> ServiceGraph::makeRecordingService(RecordingProcessor& processor,

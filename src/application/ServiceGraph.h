@@ -48,10 +48,10 @@ struct ServicePlatform {
 
 // Where blocking work runs. ThreadQueues owns the production threads; tests pass manual queues.
 struct ClientQueues {
-    DispatchQueue& background;         // the global queues
-    DispatchQueue& audioConversion;    // "audioConversionQueue"
-    DispatchQueue& systemAudioSamples; // "app.vocleapp.Vocle.SCStreamAudioQueue"
-    DispatchQueue& routeManager;       // "app.vocleapp.Vocle.BluetoothAudioRouteManager"
+    DispatchQueue& background;          // the global queues
+    DispatchQueue& audioConversion;     // "audioConversionQueue"
+    DispatchQueue& systemAudioSamples;  // "app.vocleapp.Vocle.SCStreamAudioQueue"
+    DispatchQueue& routeManager;        // "app.vocleapp.Vocle.BluetoothAudioRouteManager"
 };
 
 struct ThreadQueues {
@@ -80,7 +80,7 @@ struct ServiceOptions {
 // mode subsystem, system audio and the upload pipeline, built once in dependency order and torn down in
 // reverse. ClientGraph extends it with the desktop pieces; vocle-cli and the test harnesses use it alone.
 class ServiceGraph {
-public:
+  public:
     ServiceGraph(ServicePlatform platform, ClientQueues queues, ServiceOptions options = {});
     virtual ~ServiceGraph();
     ServiceGraph(const ServiceGraph&) = delete;

@@ -45,9 +45,9 @@ struct FakePlatform {
     FakeIndicatorPanels panels;
 
     PlatformServices services(AppcastFetcher* fetcher = nullptr) {
-        return {queue,         env,      capture,   screen,          coreAudio, playback,  alerts,
-                urlOpener,     workspace, scripting, accessibility,  hotKeys,   keyMonitor, localKeyMonitor,
-                keys,          pasteboard, panels,   fetcher};
+        return {queue,     env,        capture,   screen,        coreAudio, playback,   alerts,
+                urlOpener, workspace,  scripting, accessibility, hotKeys,   keyMonitor, localKeyMonitor,
+                keys,      pasteboard, panels,    fetcher};
     }
     ServicePlatform servicePlatform() { return services().servicePlatform(); }
     // All blocking work waits on `background` until the test runs it.
