@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "backend/AudioFileProcessor.h"
-#include "backend/BackendService.h"
 #include "backend/HttpTransport.h"
-#include "backend/SupportService.h"
+#include "application/ServiceGraph.h"
 #include "appstate/AppState.h"
 #include "desktop/ClipboardManager.h"
 #include "desktop/FloatingIndicatorManager.h"
@@ -17,14 +15,9 @@
 #include "desktop/IndicatorPanel.h"
 #include "desktop/ShortcutManager.h"
 #include "desktop/UpdaterManager.h"
-#include "foundation/DispatchQueue.h"
 #include "foundation/Environment.h"
 #include "foundation/MainQueue.h"
-#include "foundation/NotificationCenter.h"
 #include "modes/AutoModeManager.h"
-#include "modes/ModeManager.h"
-#include "modes/RandomSource.h"
-#include "modes/SettingsCoordinator.h"
 #include "platform/accessibility.h"
 #include "platform/alerts.h"
 #include "platform/audio.h"
@@ -34,13 +27,6 @@
 #include "platform/screen_capture.h"
 #include "platform/url_opener.h"
 #include "platform/workspace.h"
-#include "recording/BluetoothAudioRouteManager.h"
-#include "recording/SystemAudioController.h"
-#include "storage/DataFolder.h"
-#include "storage/FileStorageManager.h"
-#include "storage/HistoryService.h"
-#include "storage/LocalSettingsStore.h"
-#include "storage/SessionStore.h"
 
 namespace vocle {
 
@@ -66,22 +52,10 @@ struct PlatformServices {
     IndicatorPanelFactory& indicatorPanels;
     // The update feed; production uses HttpAppcastFetcher over the graph's own transport when null.
     AppcastFetcher* appcastFetcher = nullptr;
-};
 
-// Where blocking work runs. ThreadQueues owns the production threads; tests pass manual queues.
-struct ClientQueues {
-    DispatchQueue& background;         // the global queues
-    DispatchQueue& audioConversion;    // "audioConversionQueue"
-    DispatchQueue& systemAudioSamples; // "app.vocleapp.Vocle.SCStreamAudioQueue"
-    DispatchQueue& routeManager;       // "app.vocleapp.Vocle.BluetoothAudioRouteManager"
-};
-
-struct ThreadQueues {
-    BackgroundQueue background{2};
-    SerialThreadQueue audioConversion{"audioConversionQueue"};
-    SerialThreadQueue systemAudioSamples{"app.vocleapp.Vocle.SCStreamAudioQueue"};
-    SerialThreadQueue routeManager{"app.vocleapp.Vocle.BluetoothAudioRouteManager"};
-    ClientQueues refs() { return {background, audioConversion, systemAudioSamples, routeManager}; }
+    ServicePlatform servicePlatform() const {
+        return {mainQueue, environment, capture, screenCapture, coreAudio, playback, alerts};
+    }
 };
 
 struct ClientOptions {
@@ -98,47 +72,32 @@ struct ClientOptions {
     std::optional<std::filesystem::path> temporaryDirectory;
     // Default: soundSearchDirectories(environment).
     std::optional<std::vector<std::filesystem::path>> soundDirectories;
+    // Default: libcurl (HttpTransport).
+    std::shared_ptr<HttpClient> httpClient;
+
+    ServiceOptions serviceOptions() const {
+        return {appVersion, backendURL, dataHome, temporaryDirectory, soundDirectories, httpClient};
+    }
 };
 
-// The composition root of the client: every component, built once, in dependency order, and torn down
-// in reverse. Toolkit-free: the desktop application adds only its widgets and window-system services.
-// Constructing it constructs AppState, which starts the sign-in check and the start-up sequence.
-class ClientGraph {
+// The composition root of the client: the service graph plus the desktop pieces and the application state,
+// built once, in dependency order, and torn down in reverse. Toolkit-free: the desktop application adds
+// only its widgets and window-system services. Constructing it constructs AppState, which starts the
+// sign-in check and the start-up sequence.
+class ClientGraph : public ServiceGraph {
 public:
     ClientGraph(PlatformServices services, ClientQueues queues, ClientOptions options = {});
-    ~ClientGraph();
-    ClientGraph(const ClientGraph&) = delete;
-    ClientGraph& operator=(const ClientGraph&) = delete;
+    ~ClientGraph() override;
 
     PlatformServices services;
-    ClientQueues queues;
-    const std::string appVersion;
-    const std::string backendURL;
     const std::string productWebOrigin;
     // The product web origin plus "/docs".
     std::string docsURL() const { return productWebOrigin + "/docs"; }
 
-    MainQueue& mainQueue() { return services.mainQueue; }
-
-    DataFolder folder;
-    FileStorageManager files;
-    LocalSettingsStore modesStore;
-    SessionStore sessions;
-    HistoryService history;
-    NotificationCenter notifications;
-    SystemRandomSource random;
-
     std::unique_ptr<HttpTransport> transport;  // the update feed's; the backend keeps its own
     std::unique_ptr<AppcastFetcher> ownFetcher;
-    std::unique_ptr<BackendService> backend;
-    std::unique_ptr<SupportService> support;
-    std::unique_ptr<SettingsCoordinator> settingsCoordinator;
-    std::unique_ptr<ModeManager> modeManager;
-    std::unique_ptr<SystemAudioController> systemAudio;
-    std::unique_ptr<BluetoothAudioRouteManager> routeManager;
     std::unique_ptr<AutoModeManager> autoModeManager;
     std::unique_ptr<ClipboardManager> clipboard;
-    std::unique_ptr<AudioFileProcessor> audioFileProcessor;
     std::unique_ptr<ShortcutManager> shortcuts;
     std::unique_ptr<FloatingRecordingView> recordingView;
     std::unique_ptr<FloatingIndicatorManager> indicator;

@@ -10,21 +10,10 @@
 #include <system_error>
 
 #include "CliCommand.h"
+#include "CliGraph.h"
 #include "core/AppConstants.h"
-#include "foundation/DispatchQueue.h"
-#include "foundation/NotificationCenter.h"
-#include "foundation/RunLoopMainQueue.h"
-#include "foundation/Timer.h"
-#include "platform/linux/PulseAudioPlayback.h"
-#include "platform/linux/PulseCapture.h"
-#include "platform/linux/PulseConnection.h"
-#include "platform/linux/PulseCoreAudio.h"
-#include "platform/linux/PulseScreenCapture.h"
 #include "recording/AudioMixer.h"
 #include "recording/AudioRecordingService.h"
-#include "recording/BluetoothAudioRouteManager.h"
-#include "recording/SoundEffectLocator.h"
-#include "recording/SystemAudioController.h"
 
 namespace vocle::cli {
 
@@ -47,18 +36,6 @@ class KeepRecording final : public RecordingProcessor {
 class NoPaste final : public TranscriptPaster {
   public:
     void copyAndPaste(const std::string&) override {}
-};
-
-class PrintedAlerts final : public Alerts {
-  public:
-    explicit PrintedAlerts(std::ostream& err) : err_(err) {}
-    void show(const AlertRequest& request, std::function<void(int)> onResponse) override {
-        err_ << request.title << ": " << request.text << "\n";
-        if (onResponse) onResponse(0);
-    }
-
-  private:
-    std::ostream& err_;
 };
 
 std::string describe(const fs::path& file) {
@@ -100,32 +77,17 @@ int record(CliContext& ctx) {
     if (!(seconds > 0) || seconds > 3600) throw CliError{"SECONDS must be between 0 and 3600", 2};
     const fs::path out = positional[1];
 
-    SystemClock clock;
-    RunLoopMainQueue queue(clock);
-    PulseConnection pulse("Vocle CLI");
-    if (auto error = pulse.ensureConnected()) throw CliError{"no sound server: " + error->description};
-    PulseCapture capture(pulse, queue);
-    PulseScreenCapture screen(pulse, queue);
-    PulseCoreAudio coreAudio(pulse);
-    PulseAudioPlayback playback(pulse);
-    FileStorageManager storage(DataFolder::fromEnvironment(ctx.env), clock);
-    // Work still queued at the end only holds what is declared above the queues.
-    SerialThreadQueue background("background");
-    SerialThreadQueue routeQueue("app.vocleapp.Vocle.BluetoothAudioRouteManager");
-    SerialThreadQueue systemAudioQueue("app.vocleapp.Vocle.SCStreamAudioQueue");
-    NotificationCenter notifications;
+    CliGraph cli(ctx, "");
+    if (auto error = cli.pulse.ensureConnected()) throw CliError{"no sound server: " + error->description};
+    RunLoopMainQueue& queue = cli.queue;
+    ServiceGraph& graph = cli.services;
     KeepRecording processor;
     NoPaste paster;
-    PrintedAlerts alerts(ctx.err);
-    SystemAudioController systemAudio(queue, background, coreAudio, playback, storage,
-                                      soundSearchDirectories(ctx.env));
-    BluetoothAudioRouteManager route(coreAudio, routeQueue);
-    AudioRecordingService engine(AudioRecordingServiceDependencies{
-        queue, capture, screen, systemAudio, route, processor, paster, alerts, storage, notifications,
-        systemAudioQueue, temporaryDirectory(ctx.env)});
+    auto recorder = graph.makeRecordingService(processor, paster);
+    AudioRecordingService& engine = *recorder;
 
     double lastLevel = -60.0;
-    auto levels = notifications.addObserver(Notifications::audioLevelUpdate, [&](const Notification& n) {
+    auto levels = graph.notifications.addObserver(Notifications::audioLevelUpdate, [&](const Notification& n) {
         if (auto l = n.number("level")) lastLevel = *l;
     });
     auto errors = engine.errorMessage.subscribe([&](const std::optional<std::string>& message) {

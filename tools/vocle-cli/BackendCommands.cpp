@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "CliAlerts.h"
+#include "CliGraph.h"
 #include "CliCommand.h"
 #include "backend/AudioFileProcessor.h"
 #include "backend/AudioFormatConverter.h"
@@ -121,11 +122,12 @@ int runTranscribe(CliContext& ctx) {
     ScopedLogSink logs(o.verbose ? std::shared_ptr<LogSink>(std::make_shared<StreamLogSink>(std::cerr))
                                  : std::make_shared<DiscardLogSink>());
 
-    SystemClock clock;
-    RunLoopMainQueue mainQueue(clock);
-    const DataFolder folder = DataFolder::fromEnvironment(ctx.env);
-    FileStorageManager files(folder, clock);
-    SessionStore sessions(files);
+    CliGraph cli(ctx, VOCLE_VERSION);
+    RunLoopMainQueue& mainQueue = cli.queue;
+    const Clock& clock = cli.clock;
+    const DataFolder& folder = cli.services.folder;
+    const FileStorageManager& files = cli.services.files;
+    SessionStore& sessions = cli.services.sessions;
     if (!sessions.load()) {
         throw CliError{"not signed in: sign in with the Vocle app first (no session in " +
                        (files.appSupportDirectory() / "session.json").string() + ")"};
@@ -135,13 +137,7 @@ int runTranscribe(CliContext& ctx) {
     const std::string vocab = o.vocab.value_or(settings.vocabularyWords);
     const auto replacements = replacementsFrom(o, settings);
 
-    const BackendOrigin origin = resolveBackendOrigin(ctx.env);
-    BackendService backend(origin.url, VOCLE_VERSION, mainQueue, sessions, files.deviceId());
-    SerialThreadQueue conversionQueue("audioConversionQueue");
-    CliAlerts alerts(ctx.err, mainQueue);
-    // A terminal has no sign-in screen to return to; the stored session is left for the app to handle.
-    AudioFileProcessor processor(
-        backend, mainQueue, conversionQueue, alerts, [] {}, temporaryDirectory(ctx.env));
+    AudioFileProcessor& processor = *cli.services.audioFileProcessor;
 
     std::optional<Result<std::string>> result;
     processor.processRecording(o.file, mode, vocab, replacements, [&](Result<std::string> r) {

@@ -2,6 +2,7 @@
 #include <ostream>
 
 #include "CliCommand.h"
+#include "CliGraph.h"
 #include "backend/BackendOrigin.h"
 #include "backend/BackendService.h"
 #include "screens/SignInViewModel.h"
@@ -24,12 +25,11 @@ constexpr int kCodeAttempts = 3;
 int signIn(CliContext& ctx) {
     if (ctx.args.size() != 1) throw CliError{"expected one argument: the e-mail address", 2};
     ScopedLogSink logs(std::make_shared<StreamLogSink>(ctx.err));
-    SystemClock clock;
-    RunLoopMainQueue queue(clock);
-    const DataFolder folder = DataFolder::fromEnvironment(ctx.env);
-    FileStorageManager files(folder, clock);
-    SessionStore sessions(files);
-    BackendService backend(resolveBackendOrigin(ctx.env).url, "", queue, sessions, files.deviceId());
+    CliGraph cli(ctx, "");
+    RunLoopMainQueue& queue = cli.queue;
+    const DataFolder& folder = cli.services.folder;
+    SessionStore& sessions = cli.services.sessions;
+    BackendService& backend = *cli.services.backend;
     // The same model as the application's sign-in panel, so the session is stored exactly as there.
     SignInViewModel signIn(queue, backend, sessions);
     bool signedIn = false;

@@ -2,24 +2,17 @@
 
 #include <memory>
 
-#include "backend/BackendService.h"
+#include "application/ServiceGraph.h"
 #include "foundation/Log.h"
-#include "foundation/NotificationCenter.h"
-#include "foundation/VirtualMainQueue.h"
 #include "integration/modes/LoopbackBackend.h"
-#include "modes/ModeManager.h"
-#include "modes/SettingsCoordinator.h"
-#include "storage/DataFolder.h"
-#include "storage/FileStorageManager.h"
-#include "storage/LocalSettingsStore.h"
-#include "storage/SessionStore.h"
+#include "support/FakePlatform.h"
 #include "support/TempDir.h"
 
 namespace vocle::testing {
 
-// Real storage in a temporary folder and the real backend client talking HTTP to a loopback backend,
-// with the main queue on virtual time.
-struct IntegrationGraph {
+// The service graph with real storage in a temporary folder and the real backend client talking HTTP to a
+// loopback backend, with the main queue on virtual time and fakes for the OS services.
+struct IntegrationGraph : FakePlatform {
     struct Options {
         bool signedIn = true;
         std::optional<std::string> backendURL;          // a real server instead of the loopback one
@@ -27,19 +20,7 @@ struct IntegrationGraph {
     };
 
     explicit IntegrationGraph(bool signedIn = true) : IntegrationGraph(Options{signedIn, {}, {}}) {}
-    explicit IntegrationGraph(const Options& options) : folder(options.dataHome.value_or(dir.path())) {
-        if (options.signedIn)
-            sessions.save({server.validAccessToken, "refresh-1", "user-42", "ada@example.org"});
-        backend = std::make_unique<BackendService>(options.backendURL.value_or(server.url()), "1.0", queue,
-                                                   sessions, files.deviceId());
-        coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
-        modeManager = std::make_unique<ModeManager>(queue, center, modesStore, files, *coordinator);
-    }
-    ~IntegrationGraph() {
-        modeManager.reset();
-        coordinator.reset();
-        backend.reset();
-    }
+    explicit IntegrationGraph(const Options& options) : graph(build(options)) {}
 
     // Waits (in real time, for the network) until `count` uploads reached the backend and answered.
     bool waitForUploads(size_t count) {
@@ -52,16 +33,30 @@ struct IntegrationGraph {
     std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>();
     ScopedLogSink scopedLogs{logs};
     TempDir dir;
-    VirtualMainQueue queue;
-    DataFolder folder;
-    FileStorageManager files{folder, queue};
-    LocalSettingsStore modesStore{folder, queue};
-    SessionStore sessions{files};
-    NotificationCenter center;
     LoopbackBackend server;
-    std::unique_ptr<BackendService> backend;
-    std::unique_ptr<SettingsCoordinator> coordinator;
-    std::unique_ptr<ModeManager> modeManager;
+    std::unique_ptr<ServiceGraph> graph;
+    DataFolder& folder = graph->folder;
+    FileStorageManager& files = graph->files;
+    LocalSettingsStore& modesStore = graph->modesStore;
+    SessionStore& sessions = graph->sessions;
+    NotificationCenter& center = graph->notifications;
+    std::unique_ptr<BackendService>& backend = graph->backend;
+    std::unique_ptr<SettingsCoordinator>& coordinator = graph->settingsCoordinator;
+    std::unique_ptr<ModeManager>& modeManager = graph->modeManager;
+
+  private:
+    // A signed-in run starts with the session already on disk, as after an earlier sign-in.
+    std::unique_ptr<ServiceGraph> build(const Options& options) {
+        const auto home = options.dataHome.value_or(dir.path());
+        if (options.signedIn) {
+            FileStorageManager earlier{DataFolder(home), queue};
+            SessionStore(earlier).save({server.validAccessToken, "refresh-1", "user-42", "ada@example.org"});
+        }
+        return std::make_unique<ServiceGraph>(
+            servicePlatform(), engineQueues(),
+            ServiceOptions{"1.0", options.backendURL.value_or(server.url()), home, dir.path() / "tmp",
+                           std::vector<std::filesystem::path>{}});
+    }
 };
 
 }  // namespace vocle::testing

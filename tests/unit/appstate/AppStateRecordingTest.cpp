@@ -23,30 +23,25 @@ class CountingIndicator final : public RecordingIndicator {
 
 struct AppHarness : EngineHarness {
     // The mode subsystem, signed out: start-up never runs and backups fail without touching the network.
-    LocalSettingsStore modesStore{DataFolder(data.path()), queue};
-    SessionStore sessions{storage};
-    std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
-    BackendService backend{"https://backend.test", "", queue, sessions, storage.deviceId(), network};
-    SettingsCoordinator coordinator{queue, backend};
-    ModeManager modes{queue, notifications, modesStore, storage, coordinator};
-    FakeWorkspace workspace;
-    FakeBrowserScripting scripting;
-    FakeAccessibility accessibility;
-    SystemRandomSource random;
-    AutoModeManager autoModes{queue, background, notifications, workspace, scripting, accessibility, random};
+    LocalSettingsStore& modesStore = graph.modesStore;
+    SessionStore& sessions = graph.sessions;
+    BackendService& backend = *graph.backend;
+    SettingsCoordinator& coordinator = *graph.settingsCoordinator;
+    ModeManager& modes = *graph.modeManager;
+    AutoModeManager autoModes{queue, background, notifications, workspace, scripting, accessibility, graph.random};
     CountingIndicator indicator;
-    FakeUrlOpener urls;
     std::unique_ptr<AppState> app;
 
     explicit AppHarness(std::optional<OnboardingState> onboarding = std::nullopt) {
         if (onboarding) storage.saveOnboardingState(*onboarding);
         indicator.clock = &queue;
         app = std::make_unique<AppState>(AppStateDependencies{queue, modes, std::move(engine), *systemAudio,
-                                                              indicator, screen, alerts, urls, storage, sessions,
-                                                              backend, coordinator, autoModes});
+                                                              indicator, screen, alerts, urlOpener, storage,
+                                                              sessions, backend, coordinator, autoModes});
         app->isInitializing.set(false);
         queue.runUntilIdle();
     }
+    ~AppHarness() { app.reset(); }
     AudioRecordingService& eng() { return app->audioRecordingService(); }
     void activate(Mode m) { modes.activeMode.set(m); }
 };
@@ -119,11 +114,11 @@ TEST(AppStateRecording, SystemAudioWithoutPermissionAsksInsteadOfRecording) {
     EXPECT_TRUE(h.indicator.calls.empty());
 
     h.alerts.respond(1);
-    EXPECT_TRUE(h.urls.opened.empty());
+    EXPECT_TRUE(h.urlOpener.opened.empty());
     h.app->toggleRecording();
     h.queue.runUntilIdle();
     h.alerts.respond(0);
-    EXPECT_EQ(h.urls.opened,
+    EXPECT_EQ(h.urlOpener.opened,
               std::vector<std::string>{
                   "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture"});
 }

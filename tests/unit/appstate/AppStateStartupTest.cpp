@@ -19,42 +19,32 @@ class NullIndicator final : public RecordingIndicator {
     void hideIndicator() override {}
 };
 
-// The application state with the real mode subsystem and backend client on the scripted network, signed
-// out unless a session is stored first. The real wire is the integration tests' business.
+// The application state on the service graph: the real mode subsystem and backend client on the scripted
+// network, signed out unless a session is stored first. The real wire is the integration tests' business.
+// The state is built here rather than by ClientGraph so that the engine hands its recordings to the
+// scripted processor.
 struct StartupHarness : EngineHarness {
-    LocalSettingsStore modesStore{DataFolder(data.path()), queue};
-    SessionStore sessions{storage};
-    std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
-    std::unique_ptr<BackendService> backend;
-    std::unique_ptr<SettingsCoordinator> coordinator;
-    std::unique_ptr<ModeManager> modes;
-    FakeWorkspace workspace;
-    FakeBrowserScripting scripting;
-    FakeAccessibility accessibility;
-    SystemRandomSource random;
-    std::unique_ptr<AutoModeManager> autoModes;
+    LocalSettingsStore& modesStore = graph.modesStore;
+    SessionStore& sessions = graph.sessions;
+    std::unique_ptr<BackendService>& backend = graph.backend;
+    std::unique_ptr<SettingsCoordinator>& coordinator = graph.settingsCoordinator;
+    std::unique_ptr<ModeManager>& modes = graph.modeManager;
+    AutoModeManager autoModes{queue, background, notifications, workspace, scripting, accessibility, graph.random};
     NullIndicator indicator;
-    FakeUrlOpener urls;
     std::unique_ptr<AppState> app;
 
+    // The graph is made before the test stores a session; a client made afterwards, as at the next
+    // start, would have read it.
     void build() {
-        backend =
-            std::make_unique<BackendService>("https://backend.test", "", queue, sessions, storage.deviceId(), network);
-        coordinator = std::make_unique<SettingsCoordinator>(queue, *backend);
-        modes = std::make_unique<ModeManager>(queue, notifications, modesStore, storage, *coordinator);
-        autoModes = std::make_unique<AutoModeManager>(queue, background, notifications, workspace, scripting,
-                                                      accessibility, random);
+        if (auto session = sessions.load()) {
+            backend->setAccessToken(session->accessToken);
+            backend->setRefreshToken(session->refreshToken);
+        }
         app = std::make_unique<AppState>(AppStateDependencies{queue, *modes, std::move(engine), *systemAudio,
-                                                              indicator, screen, alerts, urls, storage,
-                                                              sessions, *backend, *coordinator, *autoModes});
+                                                              indicator, screen, alerts, urlOpener, storage,
+                                                              sessions, *backend, *coordinator, autoModes});
     }
-    ~StartupHarness() {
-        app.reset();
-        autoModes.reset();
-        modes.reset();
-        coordinator.reset();
-        backend.reset();
-    }
+    ~StartupHarness() { app.reset(); }
     std::filesystem::path settingsFile() const { return data.path() / "Vocle" / "settings.json"; }
 };
 

@@ -3,38 +3,36 @@
 #include <memory>
 #include <optional>
 
-#include "backend/BackendService.h"
+#include "application/ServiceGraph.h"
 #include "foundation/Log.h"
-#include "foundation/VirtualMainQueue.h"
 #include "platform/testing/FakeHttpTransport.h"
-#include "storage/DataFolder.h"
-#include "storage/FileStorageManager.h"
-#include "storage/SessionStore.h"
+#include "support/FakePlatform.h"
 #include "support/TempDir.h"
 
 namespace vocle::testing {
 
-// The backend client on the virtual queue with the scripted network: no thread, no socket.
-struct FakeBackendHarness {
-    VirtualMainQueue queue;
+// The backend client from the service graph on the virtual queue with the scripted network: no thread, no
+// socket.
+struct FakeBackendHarness : FakePlatform {
+    static constexpr const char* kOrigin = "https://backend.test";
+
     TempDir dir;
-    FileStorageManager files{DataFolder(dir.path()), queue};
-    SessionStore sessions{files};
     std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>();
     ScopedLogSink scopedLogs{logs};
     std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
-    std::unique_ptr<BackendService> backend;
+    ServiceGraph graph{servicePlatform(), manualQueues(),
+                       ServiceOptions{"9.9.9", std::string(kOrigin), dir.path(), dir.path() / "tmp",
+                                      std::vector<std::filesystem::path>{}, network}};
+    FileStorageManager& files = graph.files;
+    SessionStore& sessions = graph.sessions;
 
-    static constexpr const char* kOrigin = "https://backend.test";
-
+    // Stores the session and hands its tokens to the client, as a completed sign-in does.
     void signIn(const std::string& access = "acc-1", const std::string& refresh = "ref-1") {
         sessions.save(SupabaseSession{access, refresh, "user-1", "user@example.org"});
+        graph.backend->setAccessToken(access);
+        graph.backend->setRefreshToken(refresh);
     }
-    BackendService& service() {
-        if (!backend)
-            backend = std::make_unique<BackendService>(kOrigin, "9.9.9", queue, sessions, files.deviceId(), network);
-        return *backend;
-    }
+    BackendService& service() { return *graph.backend; }
     double now() const { return queue.now(); }
 };
 

@@ -6,20 +6,7 @@
 #include "application/ClientGraph.h"
 #include "application/DictationApp.h"
 #include "foundation/Log.h"
-#include "foundation/VirtualMainQueue.h"
-#include "platform/testing/FakeAccessibility.h"
-#include "platform/testing/FakeAlerts.h"
-#include "platform/testing/FakeAudioPlayback.h"
-#include "platform/testing/FakeBrowserScripting.h"
-#include "platform/testing/FakeCapture.h"
-#include "platform/testing/FakeCoreAudio.h"
-#include "platform/testing/FakeHotKeys.h"
-#include "platform/testing/FakeIndicatorPanels.h"
-#include "platform/testing/FakeKeyMonitor.h"
-#include "platform/testing/FakeScreenCapture.h"
-#include "platform/testing/FakeSyntheticKeys.h"
-#include "platform/testing/FakeUrlOpener.h"
-#include "platform/testing/FakeWorkspace.h"
+#include "support/FakePlatform.h"
 #include "support/TempDir.h"
 
 namespace vocle::testing {
@@ -41,13 +28,11 @@ public:
 };
 
 // The whole client graph on virtual time with fakes for every OS service and real files in a temp folder.
-struct DesktopRig {
+struct DesktopRig : FakePlatform {
     explicit DesktopRig(bool trusted = true) {
         accessibility.setTrusted(trusted);
         graph = std::make_unique<ClientGraph>(
-            PlatformServices{queue, env, capture, screen, coreAudio, playback, alerts, urlOpener, workspace, scripting,
-                             accessibility, hotKeys, keyMonitor, localKeyMonitor, keys, pasteboard, panels, &fetcher},
-            ClientQueues{background, background, background, background},
+            services(&fetcher), manualQueues(),
             ClientOptions{"1.2.0", std::string("http://127.0.0.1:9"), std::nullopt, std::nullopt, dir.path() / "data",
                           dir.path() / "tmp", std::vector<std::filesystem::path>{}});
         app = std::make_unique<DictationApp>(
@@ -62,24 +47,6 @@ struct DesktopRig {
     std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>();
     ScopedLogSink scoped{logs};
     TempDir dir;
-    VirtualMainQueue queue;
-    MapEnvironment env;
-    ManualDispatchQueue background;
-    FakeCapture capture;
-    FakeScreenCapture screen;
-    FakeCoreAudio coreAudio;
-    FakeAudioPlayback playback;
-    FakeAlerts alerts;
-    FakeUrlOpener urlOpener;
-    FakeWorkspace workspace;
-    FakeBrowserScripting scripting;
-    FakeAccessibility accessibility;
-    FakeHotKeys hotKeys{queue};
-    FakeKeyMonitor keyMonitor{queue};
-    FakeLocalKeyMonitor localKeyMonitor;
-    FakeSyntheticKeys keys;
-    FakePasteboard pasteboard;
-    FakeIndicatorPanels panels;
     ScriptedAppcastFetcher fetcher;
     int activations = 0;
     int mainWindowOpens = 0;

@@ -9,19 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "foundation/DispatchQueue.h"
+#include "application/ServiceGraph.h"
 #include "foundation/Log.h"
-#include "foundation/NotificationCenter.h"
-#include "foundation/VirtualMainQueue.h"
-#include "platform/testing/FakeAlerts.h"
-#include "platform/testing/FakeAudioPlayback.h"
-#include "platform/testing/FakeCapture.h"
-#include "platform/testing/FakeCoreAudio.h"
-#include "platform/testing/FakeScreenCapture.h"
-#include "recording/AudioRecordingService.h"
-#include "recording/BluetoothAudioRouteManager.h"
-#include "recording/SystemAudioController.h"
-#include "storage/FileStorageManager.h"
+#include "platform/testing/FakeHttpTransport.h"
+#include "support/FakePlatform.h"
 #include "support/TempDir.h"
 
 namespace vocle::testing {
@@ -82,42 +73,37 @@ inline WavData readWav(const std::filesystem::path& path) {
     return d;
 }
 
-// A fresh engine on virtual time with fakes for every OS service.
-struct EngineHarness {
-    VirtualMainQueue queue;
+// A fresh engine, built by the service graph, on virtual time with fakes for every OS service; the
+// network is scripted and nothing is answered unless a test says so.
+struct EngineHarness : FakePlatform {
     TempDir tmp;
     TempDir data;
-    FileStorageManager storage{DataFolder(data.path()), queue};
-    FakeCapture capture;
-    FakeScreenCapture screen;
-    FakeCoreAudio coreAudio;
-    FakeAudioPlayback playback;
-    ManualDispatchQueue background;
-    InlineDispatchQueue routeQueue;
-    InlineDispatchQueue systemAudioQueue;
-    NotificationCenter notifications;
-    ScriptedProcessor processor;
-    RecordingPaster paster;
-    FakeAlerts alerts;
     std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>();
     ScopedLogSink scopedLogs{logs};
-    std::unique_ptr<SystemAudioController> systemAudio;
-    std::unique_ptr<BluetoothAudioRouteManager> route;
-    std::unique_ptr<AudioRecordingService> engine;
+    std::shared_ptr<FakeHttpTransport> network = std::make_shared<FakeHttpTransport>(queue);
+    const bool soundsWritten = writeSounds(data.path() / "sounds");
+    ServiceGraph graph{servicePlatform(), engineQueues(),
+                       ServiceOptions{"", std::string("https://backend.test"), data.path(), tmp.path(),
+                                      std::vector<std::filesystem::path>{data.path() / "sounds"}, network}};
+    FileStorageManager& storage = graph.files;
+    NotificationCenter& notifications = graph.notifications;
+    std::unique_ptr<SystemAudioController>& systemAudio = graph.systemAudio;
+    std::unique_ptr<BluetoothAudioRouteManager>& route = graph.routeManager;
+    ScriptedProcessor processor;
+    RecordingPaster paster;
+    std::unique_ptr<AudioRecordingService> engine = graph.makeRecordingService(processor, paster, [] { return 0.5; });
 
     EngineHarness() {
-        std::filesystem::create_directories(data.path() / "sounds");
-        writeText(data.path() / "sounds" / "start.aif", "FORM");
-        writeText(data.path() / "sounds" / "stop.aif", "FORM");
         coreAudio.add(1, "alsa_output.pci.analog-stereo", "Built-in Audio Analog Stereo", 0.7f);
         coreAudio.defaultOutput = 1;
-        systemAudio = std::make_unique<SystemAudioController>(
-            queue, background, coreAudio, playback, storage,
-            std::vector<std::filesystem::path>{data.path() / "sounds"});
-        route = std::make_unique<BluetoothAudioRouteManager>(coreAudio, routeQueue);
-        engine = std::make_unique<AudioRecordingService>(AudioRecordingServiceDependencies{
-            queue, capture, screen, *systemAudio, *route, processor, paster, alerts, storage, notifications,
-            systemAudioQueue, tmp.path(), [] { return 0.5; }});
+    }
+    ~EngineHarness() { engine.reset(); }
+
+    static bool writeSounds(const std::filesystem::path& dir) {
+        std::filesystem::create_directories(dir);
+        writeText(dir / "start.aif", "FORM");
+        writeText(dir / "stop.aif", "FORM");
+        return true;
     }
 
     AudioRecordingService& e() { return *engine; }
