@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <iterator>
+#include <map>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -332,6 +333,75 @@ TEST_F(Screens, ACancelKeyChosenInItsPickerCancelsARecordingInAnotherApplication
     EXPECT_EQ(desktop->targetText(), "");
     EXPECT_EQ(desktop->history().find("\"text\""), std::string::npos) << desktop->history();
     EXPECT_EQ(desktop->activeWindowName(), "Vocle test target");
+}
+
+TEST_F(Screens, ModesBoundToApplicationsInTheChooserAreSavedAndSwitchedToWhenThoseApplicationsComeToTheFront) {
+    // Two installed applications the chooser can offer; their windows carry these classes.
+    for (const std::string app : {"vocle-notes", "vocle-chat"}) {
+        const fs::path file = desktop->root() / "data" / "applications" / (app + ".desktop");
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << "[Desktop Entry]\nType=Application\nName=" << (app == "vocle-notes" ? "Vocle Notes" : "Vocle Chat")
+                            << "\nExec=true\nStartupWMClass=" << app << "\n";
+    }
+    desktop->startVocle();
+    auto bindApplication = [&](const std::string& name) {
+        clickOn("Add Application...", "push button");
+        see("Select Application", "dialog");
+        desktop->typeText("Vocle");
+        clickOn(name, "list item");
+        shoot("application-chooser");
+        clickOn("Select", "push button");
+        ASSERT_TRUE(waitFor([&] { return !reader->find("Select Application", "dialog"); }, 5s)) << reader->dump();
+        see(name, "label");
+    };
+
+    openScreen("Modes");
+    clickOn("Default");
+    see("Edit Mode", "label");
+    bindApplication("Vocle Chat");
+    clickOn("Save", "push button");
+    see("Create Mode", "push button");
+
+    clickOn("Create Mode", "push button");
+    see("New Mode", "label");
+    clickOn("Mode Name", "text");
+    desktop->pressKeys("ctrl+a");
+    desktop->typeText("Notes mode");
+    bindApplication("Vocle Notes");
+    shoot("mode-editor-application");
+    const size_t saved = desktop->logSize();
+    clickOn("Save", "push button");
+    see("Notes mode");
+    ASSERT_TRUE(desktop->waitForLog("ModeManager: Set newly created mode 'Notes mode' as active", 10s, saved))
+        << desktop->vocleLog().substr(saved);
+
+    // Both bindings are in the modes file.
+    std::smatch where;
+    const std::string log = desktop->vocleLog();
+    ASSERT_TRUE(std::regex_search(log, where, std::regex("Local modes saved -> (.*) \\(2 modes\\)"))) << log;
+    const fs::path modesFile = where[1].str();
+    std::map<std::string, std::string> bound;
+    ASSERT_TRUE(waitFor([&] {
+        bound.clear();
+        for (const auto& mode : vocle::Json::parse(readText(modesFile)))
+            bound[mode.at("name").get<std::string>()] = mode.at("activationApplication").get<std::string>();
+        return bound.size() == 2 && !bound["Notes mode"].empty();
+    }, 5s)) << readText(modesFile);
+    EXPECT_EQ(bound["Default"], "vocle-chat");
+    EXPECT_EQ(bound["Notes mode"], "vocle-notes");
+
+    const size_t chat = desktop->logSize();
+    desktop->openTextTarget("vocle-chat");
+    ASSERT_TRUE(desktop->waitForLog("AutoModeManager: Switching to mode 'Default' for application vocle-chat", 10s, chat))
+        << desktop->vocleLog().substr(chat);
+    const size_t notes = desktop->logSize();
+    desktop->openTextTarget("vocle-notes");
+    ASSERT_TRUE(
+        desktop->waitForLog("AutoModeManager: Switching to mode 'Notes mode' for application vocle-notes", 10s, notes))
+        << desktop->vocleLog().substr(notes);
+    EXPECT_NE(desktop->vocleLog().find("ModeManager: setActiveMode() called for mode 'Notes mode'", notes),
+              std::string::npos)
+        << desktop->vocleLog().substr(notes);
 }
 
 // Every screen of the running app as the user sees it, first as a new user finds it and then filled in
