@@ -12,6 +12,7 @@
 #include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QVBoxLayout>
 
 #include "ui/screens/ScreenKit.h"
@@ -277,7 +278,15 @@ void ModeDetailView::refresh() {
 
 void ModeDetailView::chooseApplication() {
     ApplicationChooser chooser(vm_.installedApplications(), this);
-    if (chooser.exec() == QDialog::Accepted && !chooser.chosen().empty()) vm_.chooseApplication(chooser.chosen());
+    if (chooser.exec() != QDialog::Accepted || chooser.chosen().empty()) return;
+    vm_.chooseApplication(chooser.chosen());
+    // The chosen name replaces the button near the bottom edge; bring it into view once laid out.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (auto* scroll = findChild<QScrollArea*>()) scroll->ensureWidgetVisible(applicationRow_, 0, 24);
+        },
+        Qt::QueuedConnection);
 }
 
 void ModeDetailView::confirmDelete() {

@@ -2,9 +2,12 @@
 
 #include <httplib.h>
 
+#include <QImage>
+
 #include <algorithm>
 #include <cctype>
 #include <iterator>
+#include <map>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -106,9 +109,43 @@ class Screens : public ::testing::Test {
         return body.contains("settings") ? body.at("settings") : vocle::Json::object();
     }
 
+    // One dictation of the clip into the other application's window with the default toggle; returns
+    // the transcript once the history holds it.
+    std::string dictateOnce() {
+        desktop->openTextTarget();
+        const size_t start = desktop->logSize();
+        desktop->pressKeys("alt+space");
+        if (!desktop->waitForLog("audioOutput.isRecording after", 15s, start))
+            throw std::runtime_error("no recording started:\n" + desktop->vocleLog().substr(start));
+        desktop->play(kClip);
+        desktop->pressKeys("alt+space");
+        if (!waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 100ms))
+            throw std::runtime_error("nothing reached the history:\n" + desktop->vocleLog().substr(start));
+        return vocle::Json::parse(desktop->history()).at(0).at("text").get<std::string>();
+    }
+
+    fs::path shoot(const std::string& name) {
+        const fs::path file = fs::path(VOCLE_BINARY_DIR) / "screenshots" / (name + ".png");
+        fs::remove(file);
+        desktop->screenshot(file);
+        return file;
+    }
+
     std::unique_ptr<DesktopHarness> desktop;
     std::unique_ptr<ScreenReader> reader;
 };
+
+// Pixels of the confirmation green in a part of a screenshot.
+int greenPixels(const fs::path& screenshot, int left, int top, int width, int height) {
+    const QImage image(QString::fromStdString(screenshot.string()));
+    int n = 0;
+    for (int y = std::max(0, top); y < std::min(image.height(), top + height); ++y)
+        for (int x = std::max(0, left); x < std::min(image.width(), left + width); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            n += c.green() > c.red() + 60 && c.green() > c.blue() + 60;
+        }
+    return n;
+}
 
 TEST_F(Screens, ANewToggleShortcutRecordedInThePickerStartsAndStopsDictationInAnotherApplication) {
     desktop->startVocle();
@@ -200,6 +237,171 @@ TEST_F(Screens, TypedVocabularyIsAutoSavedOnceAndBackedUp) {
     // Typed in one go: one save, not one per key.
     EXPECT_EQ(occurrences(desktop->vocleLog(), "Vocabulary auto-saved at ", from), 1u)
         << desktop->vocleLog().substr(from);
+}
+
+TEST_F(Screens, TodaysDictationIsInTheHistoryAndItsCopyButtonPutsItOnTheClipboardForAWhile) {
+    desktop->startVocle();
+    const std::string transcript = dictateOnce();
+    ASSERT_FALSE(transcript.empty());
+
+    clickOn("History", "check box");
+    see("Today", "list item");
+    const SeenWidget row = see(transcript, "list item");
+    // The copy button sits in the row's top right corner.
+    const int copyLeft = row.x + row.width - 42, copyTop = row.y + 2;
+    const int greenBefore = greenPixels(shoot("history-entry"), copyLeft, copyTop, 40, 36);
+    EXPECT_LT(greenBefore, 3);
+
+    desktop->setClipboard("copied earlier");
+    const auto clicked = std::chrono::steady_clock::now();
+    desktop->click(row.x + row.width - 22, row.y + 21);
+    ASSERT_TRUE(waitFor([&] { return desktop->clipboard() == transcript; }, 5s, 100ms)) << desktop->clipboard();
+    // The button turns into a green check mark, and back after about three seconds.
+    int n = 0;
+    ASSERT_TRUE(waitFor([&] { return greenPixels(shoot("history-copied"), copyLeft, copyTop, 40, 36) > 8; }, 3s, 0ms))
+        << row.x << "," << row.y << " " << row.width << "x" << row.height << "\n" << reader->dump();
+    ASSERT_TRUE(waitFor([&] { return greenPixels(shoot("history-copy-reverted-" + std::to_string(n++ % 2)), copyLeft,
+                                                 copyTop, 40, 36) < 3; },
+                        8s, 100ms));
+    const auto shown = std::chrono::steady_clock::now() - clicked;
+    EXPECT_GT(shown, 2s);
+    EXPECT_LT(shown, 6s);
+    // Copied as a whole and left there.
+    EXPECT_EQ(desktop->clipboard(), transcript);
+}
+
+TEST_F(Screens, ASupportMessageSentFromHelpReachesTheServerAndAFailedSendKeepsWhatWasTyped) {
+    desktop->startVocle();
+    openScreen("Help");
+    see("Send message", "push button");
+    clickOn("Message", "text");
+    desktop->typeText("The picker opens behind the panel.");
+    clickOn("Send message", "push button");
+    see("Sent", "push button");
+    ASSERT_TRUE(waitFor([&] { return !desktop->supportMessages().empty(); }, 10s, 100ms));
+    EXPECT_EQ(desktop->supportMessages(), std::vector<std::string>{"The picker opens behind the panel."});
+    shoot("help-sent");
+
+    desktop->stopServer();
+    // Writing on after a send starts a new message.
+    clickOn("Message", "text");
+    desktop->pressKeys("ctrl+End");
+    desktop->typeText(" Also with F9.");
+    clickOn("Send message", "push button");
+    see("Sending...", "push button", 5s);
+    shoot("help-sending");
+    see("No internet connection. Check your network and try again.", "label", 30s);
+    see("Send message", "push button");
+    EXPECT_EQ(see("Message", "text").text, "The picker opens behind the panel. Also with F9.");
+    shoot("help-error");
+}
+
+TEST_F(Screens, ACancelKeyChosenInItsPickerCancelsARecordingInAnotherApplicationAndEscapeNoLongerDoes) {
+    desktop->startVocle();
+    openScreen("Settings");
+    clickOn("Cancel Recording", "push button");
+    see("Change Cancel Recording Shortcut", "dialog");
+    shoot("cancel-picker");
+    desktop->pressKeys("F9");
+    shoot("cancel-picker-f9");
+    desktop->pressKeys("Return");
+    ASSERT_TRUE(waitFor([&] { return !reader->find("Change Cancel Recording Shortcut", "dialog"); }, 5s))
+        << reader->dump();
+    ASSERT_TRUE(waitFor([&] { return settingsFile().contains("cancelShortcut"); }, 5s)) << settingsFile().dump();
+    const auto stored = vocle::base64::decode(settingsFile().at("cancelShortcut").get<std::string>());
+    ASSERT_TRUE(stored.has_value());
+    EXPECT_EQ(vocle::Json::parse(*stored).at("keyCode").get<int>(), 101);
+    shoot("settings-cancel-f9");
+
+    desktop->openTextTarget();
+    const size_t start = desktop->logSize();
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
+    see("Vocle Recording Indicator");
+    desktop->play(kClip);
+    desktop->pressKeys("Escape");
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(desktop->vocleLog().find("cancelRecording called", start), std::string::npos)
+        << desktop->vocleLog().substr(start);
+    ASSERT_TRUE(reader->find("Vocle Recording Indicator")) << reader->dump();
+
+    desktop->pressKeys("F9");
+    ASSERT_TRUE(desktop->waitForLog("AppState - cancelRecording called", 10s, start)) << desktop->vocleLog().substr(start);
+    EXPECT_TRUE(waitFor([&] { return !reader->find("Vocle Recording Indicator"); }, 10s)) << reader->dump();
+    // Long enough for a transcript of the clip to have come back, had it been sent.
+    std::this_thread::sleep_for(5s);
+    EXPECT_EQ(desktop->targetText(), "");
+    EXPECT_EQ(desktop->history().find("\"text\""), std::string::npos) << desktop->history();
+    EXPECT_EQ(desktop->activeWindowName(), "Vocle test target");
+}
+
+TEST_F(Screens, ModesBoundToApplicationsInTheChooserAreSavedAndSwitchedToWhenThoseApplicationsComeToTheFront) {
+    // Two installed applications the chooser can offer; their windows carry these classes.
+    for (const std::string app : {"vocle-notes", "vocle-chat"}) {
+        const fs::path file = desktop->root() / "data" / "applications" / (app + ".desktop");
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << "[Desktop Entry]\nType=Application\nName=" << (app == "vocle-notes" ? "Vocle Notes" : "Vocle Chat")
+                            << "\nExec=true\nStartupWMClass=" << app << "\n";
+    }
+    desktop->startVocle();
+    auto bindApplication = [&](const std::string& name) {
+        clickOn("Add Application...", "push button");
+        see("Select Application", "dialog");
+        desktop->typeText("Vocle");
+        clickOn(name, "list item");
+        shoot("application-chooser");
+        clickOn("Select", "push button");
+        ASSERT_TRUE(waitFor([&] { return !reader->find("Select Application", "dialog"); }, 5s)) << reader->dump();
+        see(name, "label");
+    };
+
+    openScreen("Modes");
+    clickOn("Default");
+    see("Edit Mode", "label");
+    bindApplication("Vocle Chat");
+    clickOn("Save", "push button");
+    see("Create Mode", "push button");
+
+    clickOn("Create Mode", "push button");
+    see("New Mode", "label");
+    clickOn("Mode Name", "text");
+    desktop->pressKeys("ctrl+a");
+    desktop->typeText("Notes mode");
+    bindApplication("Vocle Notes");
+    shoot("mode-editor-application");
+    const size_t saved = desktop->logSize();
+    clickOn("Save", "push button");
+    see("Notes mode");
+    ASSERT_TRUE(desktop->waitForLog("ModeManager: Set newly created mode 'Notes mode' as active", 10s, saved))
+        << desktop->vocleLog().substr(saved);
+
+    // Both bindings are in the modes file.
+    std::smatch where;
+    const std::string log = desktop->vocleLog();
+    ASSERT_TRUE(std::regex_search(log, where, std::regex("Local modes saved -> (.*) \\(2 modes\\)"))) << log;
+    const fs::path modesFile = where[1].str();
+    std::map<std::string, std::string> bound;
+    ASSERT_TRUE(waitFor([&] {
+        bound.clear();
+        for (const auto& mode : vocle::Json::parse(readText(modesFile)))
+            bound[mode.at("name").get<std::string>()] = mode.at("activationApplication").get<std::string>();
+        return bound.size() == 2 && !bound["Notes mode"].empty();
+    }, 5s)) << readText(modesFile);
+    EXPECT_EQ(bound["Default"], "vocle-chat");
+    EXPECT_EQ(bound["Notes mode"], "vocle-notes");
+
+    const size_t chat = desktop->logSize();
+    desktop->openTextTarget("vocle-chat");
+    ASSERT_TRUE(desktop->waitForLog("AutoModeManager: Switching to mode 'Default' for application vocle-chat", 10s, chat))
+        << desktop->vocleLog().substr(chat);
+    const size_t notes = desktop->logSize();
+    desktop->openTextTarget("vocle-notes");
+    ASSERT_TRUE(
+        desktop->waitForLog("AutoModeManager: Switching to mode 'Notes mode' for application vocle-notes", 10s, notes))
+        << desktop->vocleLog().substr(notes);
+    EXPECT_NE(desktop->vocleLog().find("ModeManager: setActiveMode() called for mode 'Notes mode'", notes),
+              std::string::npos)
+        << desktop->vocleLog().substr(notes);
 }
 
 // Every screen of the running app as the user sees it, first as a new user finds it and then filled in

@@ -91,6 +91,15 @@ void DesktopHarness::stopServer() {
     server_.reset();
 }
 
+std::vector<std::string> DesktopHarness::supportMessages() {
+    require(server_ != nullptr, "the server is stopped");
+    return server_->database().transaction([](server::SqlConnection& c) {
+        std::vector<std::string> messages;
+        for (const auto& row : c.query("SELECT message FROM support_messages ORDER BY id")) messages.push_back(row.text(0));
+        return messages;
+    });
+}
+
 std::string DesktopHarness::latestCode() const {
     std::string code;
     waitFor(
@@ -235,6 +244,19 @@ void DesktopHarness::play(const fs::path& file, bool toSpeakers) const {
         {{"paplay", "--device=" + std::string(toSpeakers ? "vocle_speaker" : "vocle_mic_feed"), file.string()}, env_},
         60s);
     require(result.status == 0, "paplay " + file.string() + " failed: " + result.output);
+}
+
+std::string DesktopHarness::clipboard() const {
+    const auto result = runProgram({{"xclip", "-o", "-selection", "clipboard"}, env_}, 10s);
+    return result.status == 0 ? result.output : "";
+}
+
+void DesktopHarness::setClipboard(const std::string& text) const {
+    ChildProcess::Options options{{"xclip", "-i", "-selection", "clipboard"}, env_};
+    options.input = text;
+    const auto result = runProgram(options, 10s);
+    require(result.status == 0 && waitFor([&] { return clipboard() == text; }, 5s, 50ms),
+            "xclip did not take the clipboard: " + result.output);
 }
 
 std::string DesktopHarness::history() const {

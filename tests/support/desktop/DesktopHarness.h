@@ -6,6 +6,7 @@
 #include <memory>
 #include <regex>
 #include <string>
+#include <vector>
 
 #include "app/ServerApp.h"
 #include "foundation/Clock.h"
@@ -34,6 +35,8 @@ class DesktopHarness {
     std::string backendURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     void stopServer();
+    // The support messages the server has taken in, oldest first.
+    std::vector<std::string> supportMessages();
     // The sign-in code the server mailed last.
     std::string latestCode() const;
     void signIn(const std::string& email);
@@ -71,6 +74,10 @@ class DesktopHarness {
     void play(const std::filesystem::path& file, bool toSpeakers = false) const;
 
     std::string history() const;
+    // What the desktop's clipboard holds as text (empty when nothing).
+    std::string clipboard() const;
+    // Puts text on the clipboard as another application would (xclip keeps it until someone takes over).
+    void setClipboard(const std::string& text) const;
 
     static std::filesystem::path binary(const std::string& relative);
 
