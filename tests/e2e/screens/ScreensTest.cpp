@@ -513,3 +513,55 @@ TEST_F(Screens, EveryScreenShowsItsContentFreshAndFilledIn) {
 }
 
 }  // namespace
+
+TEST_F(Screens, ADictationTheBackendCouldNotTakeIsKeptAndRetriedFromTheHistoryOntoTheClipboard) {
+    desktop->startVocle();
+    desktop->stopServer();
+    desktop->openTextTarget();
+    const size_t start = desktop->logSize();
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start))
+        << desktop->vocleLog().substr(start);
+    desktop->play(kClip);
+    desktop->pressKeys("alt+space");
+
+    // The alert of a dead backend keeps its dismiss button and offers another try.
+    see("Check your network and try again.", "", 60s);
+    see("Retry", "push button");
+    shoot("kept-alert");
+    clickOn("OK", "push button");
+    const fs::path pending = desktop->dataFolder() / "pending";
+    auto keptFiles = [&] {
+        std::vector<std::string> names;
+        if (fs::exists(pending))
+            for (const auto& f : fs::directory_iterator(pending))
+                names.push_back(f.path().extension().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    ASSERT_TRUE(waitFor([&] { return keptFiles() == std::vector<std::string>{".json", ".m4a"}; }, 5s, 100ms));
+    EXPECT_EQ(desktop->history().find("\"text\""), std::string::npos);
+
+    desktop->restartServer();
+    clickOn("History", "check box");
+    see("Not transcribed", "label");
+    see("No internet connection. Check your network and try again.", "label");
+    see("Delete", "push button");
+    shoot("history-kept");
+    desktop->setClipboard("copied earlier");
+    clickOn("Retry", "push button");
+
+    ASSERT_TRUE(waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 200ms))
+        << desktop->vocleLog().substr(start);
+    const std::string transcript = vocle::Json::parse(desktop->history()).at(0).at("text").get<std::string>();
+    EXPECT_GE(wordsHeard(transcript, kClipWords), 4u) << transcript;
+    ASSERT_TRUE(waitFor([&] { return desktop->clipboard() == transcript; }, 5s, 100ms))
+        << desktop->clipboard();
+    EXPECT_TRUE(keptFiles().empty());
+    // Nothing is pasted: the user has moved on since the recording.
+    EXPECT_EQ(desktop->targetText(), "");
+    const auto row = reader->waitFor(transcript, "list item");
+    ASSERT_TRUE(row) << reader->dump();
+    EXPECT_FALSE(reader->find("Not transcribed", "label"));
+    shoot("history-retried");
+}
