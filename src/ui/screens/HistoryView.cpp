@@ -132,6 +132,7 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
             case Qt::DisplayRole:
                 return qs(HistoryViewModel::kNotTranscribed);
             case errorRole:
+            case Qt::AccessibleDescriptionRole:
                 return qs(kept.error);
             case timeRole:
                 return qs(HistoryViewModel::timeText(kept.timestamp));
@@ -302,7 +303,12 @@ void HistoryItemDelegate::setEditorData(QWidget* editor, const QModelIndex& inde
 }
 
 void HistoryItemDelegate::updateEditorGeometry(QWidget* editor, const QStyleOptionViewItem& option,
-                                               const QModelIndex&) const {
+                                               const QModelIndex& index) const {
+    // A kept recording's widget covers its whole row; a transcript's text box only the text.
+    if (index.data(HistoryListModel::isKeptRole).toBool()) {
+        editor->setGeometry(option.rect);
+        return;
+    }
     editor->setGeometry(textRect(option.rect));
 }
 
