@@ -1,6 +1,12 @@
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <sys/stat.h>
+#include <chrono>
+#include <random>
 
 #include "foundation/FileIO.h"
 #include "storage/HistoryService.h"
@@ -179,4 +185,40 @@ TEST_F(PendingDictationStoreTest, ExpiresWithTheHistoryAfterThirtyDaysNeverSoone
     EXPECT_TRUE(store.dictations.get().empty());
     EXPECT_TRUE(fs::is_empty(pendingDir()));
     EXPECT_TRUE(logs->contains("Removed expired failed dictation"));
+}
+
+TEST_F(PendingDictationStoreTest, AProcessKilledAtAnyMomentOfKeepingLeavesWholeRecordingsOnly) {
+    std::string audio(2 << 20, '\0');
+    std::mt19937 rng(21);
+    for (auto& c : audio) c = static_cast<char>(rng());
+    const fs::path source = recording("audio_big.m4a", audio);
+    std::uniform_int_distribution<int> killAfterMicroseconds(0, 40000);
+    for (int round = 0; round < 25; ++round) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            PendingDictationStore store(folder, clock);
+            for (;;) store.keep(source, sample());
+        }
+        // Busy-wait rather than sleep: the point is a kill at an arbitrary instruction of the child.
+        const auto until =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(killAfterMicroseconds(rng));
+        while (std::chrono::steady_clock::now() < until) {
+        }
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+    }
+    PendingDictationStore store(folder, clock);
+    size_t recovered = 0;
+    for (const auto& e : store.dictations.get()) {
+        ASSERT_EQ(readText(e.audioFile), audio) << "a listed recording is whole: " << e.audioFile;
+        recovered += e.recovered;
+    }
+    for (const auto& f : fs::directory_iterator(pendingDir())) {
+        const std::string name = f.path().filename().string();
+        if (name.starts_with(".")) continue;  // a copy cut short, never listed
+        EXPECT_TRUE(store.find(*Uuid::parse(f.path().stem().string()))) << name << " is listed";
+    }
+    EXPECT_LE(recovered, 25u) << "at most the one cut short in each killed process";
 }
