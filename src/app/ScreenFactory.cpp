@@ -76,10 +76,16 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                                                                              s.localKeyMonitor, s.autostart),
                                          parent);
             case Kind::history:
-                return own<HistoryView>(std::make_unique<HistoryViewModel>(
-                                            main, g.history,
-                                            [&s](const std::string& text) { s.pasteboard.setString(text); }),
-                                        parent);
+                return own<HistoryView>(
+                    std::make_unique<HistoryViewModel>(
+                        main, g.history, [&s](const std::string& text) { s.pasteboard.setString(text); },
+                        HistoryViewModel::KeptDictations{
+                            &g.pendingDictations,
+                            [&g](const Uuid& id, std::function<void(bool)> done) {
+                                g.dictationRetry->retry(id, [done](Result<std::string> r) { done(r.ok()); });
+                            },
+                            [&g](const Uuid& id) { g.dictationRetry->drop(id); }}),
+                    parent);
             case Kind::help:
                 return own<HelpView>(std::make_unique<HelpViewModel>(*g.support, g.services.urlOpener, g.docsURL()),
                                      parent);

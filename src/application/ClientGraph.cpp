@@ -25,6 +25,11 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
                                                         s.browserScripting, s.accessibility, random);
     clipboard =
         std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
+    // A retried transcript only goes on the clipboard: the user is elsewhere by now.
+    dictationRetry->setCopyToClipboard([&pasteboard = s.pasteboard](const std::string& text) {
+        pasteboard.clearContents();
+        pasteboard.setString(text);
+    });
     shortcuts = std::make_unique<ShortcutManager>(main, files, s.hotKeys, s.keyMonitor, s.localKeyMonitor);
 
     auto engine = std::make_shared<std::mt19937_64>(std::random_device{}());

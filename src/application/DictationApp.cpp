@@ -11,6 +11,7 @@ DictationApp::DictationApp(ClientGraph& graph, WindowHooks hooks) : graph_(graph
     h.toggleRecording = [this] { appState().toggleRecording(); };
     h.cancelRecording = [this] { appState().cancelRecording(); };
     h.signOut = [this] { appState().signOut(); };
+    h.retryFailedDictations = [this] { graph_.dictationRetry->retryAll(); };
     h.showPermissions = [this] {
         if (hooks_.activateApplication) hooks_.activateApplication();
         graph_.notifications.post(Notifications::showPermissions);
@@ -25,6 +26,9 @@ DictationApp::DictationApp(ClientGraph& graph, WindowHooks hooks) : graph_(graph
     h.toggleShortcutText = [this] { return shortcutText(graph_.shortcuts->currentShortcut); };
     h.cancelShortcutText = [this] { return shortcutText(graph_.shortcuts->cancelShortcut); };
     statusItem_ = std::make_unique<StatusItemController>(appState().isRecording, std::move(h));
+    failedDictations_ = graph_.dictationRetry->offeredCount.subscribe(
+        [this](const size_t& count) { statusItem_->setFailedDictations(count); });
+    statusItem_->setFailedDictations(graph_.dictationRetry->offeredCount.get());
 }
 
 DictationApp::~DictationApp() {

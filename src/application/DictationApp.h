@@ -67,6 +67,7 @@ private:
     WindowHooks hooks_;
     std::unique_ptr<StatusItemController> statusItem_;
     bool statusItemBound_ = false;
+    Subscription failedDictations_;
     Subscription notificationObserver_;
     Subscription showPermissionsObserver_;
     OwnerToken token_;

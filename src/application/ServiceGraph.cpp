@@ -22,7 +22,8 @@ ServiceGraph::ServiceGraph(ServicePlatform p, ClientQueues q, ServiceOptions o)
       files(folder, p.mainQueue.clock()),
       modesStore(folder, p.mainQueue.clock()),
       sessions(files),
-      history(folder, p.mainQueue.clock()) {
+      history(folder, p.mainQueue.clock()),
+      pendingDictations(folder, p.mainQueue.clock()) {
     MainQueue& main = p.mainQueue;
     backend = std::make_unique<BackendService>(backendURL, appVersion, main, sessions, files.deviceId(),
                                                std::move(o.httpClient));
@@ -36,6 +37,25 @@ ServiceGraph::ServiceGraph(ServicePlatform p, ClientQueues q, ServiceOptions o)
     // report, so the upload's own sign-out step has nothing left to do here.
     audioFileProcessor = std::make_unique<AudioFileProcessor>(
         *backend, main, q.audioConversion, p.alerts, [] {}, temporaryFolder);
+    dictationRetry = std::make_unique<DictationRetry>(
+        DictationRetry::Dependencies{main,
+                                     *backend,
+                                     pendingDictations,
+                                     history,
+                                     {},
+                                     [this] { return modeForRecoveredDictation(); },
+                                     &p.alerts});
+    audioFileProcessor->setFailedDictationKeeper(dictationRetry.get());
+}
+
+// A recording found without its record is sent with the mode in use, else the stored default.
+std::optional<Mode> ServiceGraph::modeForRecoveredDictation() {
+    if (auto selected = modeManager->selectedMode.get()) return selected;
+    auto stored = modesStore.loadModes();
+    if (!stored || stored->empty()) return std::nullopt;
+    for (const auto& mode : *stored)
+        if (mode.isDefault) return mode;
+    return stored->front();
 }
 
 std::unique_ptr<AudioRecordingService> ServiceGraph::makeRecordingService(RecordingProcessor& processor,
@@ -49,6 +69,7 @@ std::unique_ptr<AudioRecordingService> ServiceGraph::makeRecordingService(Record
 
 ServiceGraph::~ServiceGraph() {
     audioFileProcessor.reset();
+    dictationRetry.reset();
     routeManager.reset();
     systemAudio.reset();
     modeManager.reset();

@@ -11,6 +11,7 @@
 #include "backend/BackendService.h"
 #include "backend/HttpClient.h"
 #include "backend/SupportService.h"
+#include "desktop/DictationRetry.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/Environment.h"
 #include "foundation/MainQueue.h"
@@ -30,6 +31,7 @@
 #include "storage/FileStorageManager.h"
 #include "storage/HistoryService.h"
 #include "storage/LocalSettingsStore.h"
+#include "storage/PendingDictationStore.h"
 #include "storage/SessionStore.h"
 
 namespace vocle {
@@ -100,6 +102,7 @@ class ServiceGraph {
     LocalSettingsStore modesStore;
     SessionStore sessions;
     HistoryService history;
+    PendingDictationStore pendingDictations;
     NotificationCenter notifications;
     SystemRandomSource random;
 
@@ -110,12 +113,18 @@ class ServiceGraph {
     std::unique_ptr<SystemAudioController> systemAudio;
     std::unique_ptr<BluetoothAudioRouteManager> routeManager;
     std::unique_ptr<AudioFileProcessor> audioFileProcessor;
+    // Keeps what the upload pipeline fails to transcribe and sends it again; copies nothing until the
+    // desktop gives it a clipboard.
+    std::unique_ptr<DictationRetry> dictationRetry;
 
     // A recording engine on this graph's audio services, handing its recordings to `processor` and its
     // transcripts to `paster`; the caller owns it and must drop it before the graph.
     std::unique_ptr<AudioRecordingService> makeRecordingService(RecordingProcessor& processor,
                                                                 TranscriptPaster& paster,
                                                                 std::function<double()> random = {});
+
+  private:
+    std::optional<Mode> modeForRecoveredDictation();
 };
 
 }  // namespace vocle

@@ -23,6 +23,8 @@ struct AudioFileProcessor::Job {
     std::vector<Replacement> replacements;
     Completion completion;
     const Clock* clock = nullptr;
+    double startedAt = 0;
+    std::filesystem::path compressedFile;  // set before the compressed bytes go to the main queue
     std::filesystem::path temporaryDirectory;
     // The work queue may still run this job after the processor is gone: it reaches the processor only
     // through the main queue, and only while `alive` holds.
@@ -67,6 +69,7 @@ void AudioFileProcessor::processRecording(const std::filesystem::path& audioFile
     job->replacements = replacements;
     job->completion = std::move(completion);
     job->clock = &mainQueue_.clock();
+    job->startedAt = job->clock->now();
     job->temporaryDirectory = temporaryDirectory_;
     job->mainQueue = &mainQueue_;
     job->alive = owner_.weak();
@@ -101,6 +104,7 @@ void AudioFileProcessor::runInBackground(const std::shared_ptr<Job>& job) {
             std::string readError;
             if (auto bytes = readFile(compressed, &readError)) {
                 log("Successfully converted and read MP3 file: ", bytes->size(), " bytes");
+                job->compressedFile = compressed;
                 job->sendOnMainQueue(job, std::move(*bytes));
                 return;
             }
@@ -134,13 +138,20 @@ void AudioFileProcessor::send(const std::shared_ptr<Job>& job, std::string audio
                     characterCount(result.value()), " chars");
                 job->completion(std::move(result.value()));
             } else {
-                reportFailure(result.error(), job->completion);
+                reportFailure(job, result.error());
             }
         });
     cancellables_.emplace(id, std::move(subscription));
 }
 
-void AudioFileProcessor::reportFailure(const BackendError& error, Completion completion) {
+void AudioFileProcessor::reportFailure(const std::shared_ptr<Job>& job, const BackendError& error) {
+    // Kept before the alert: the user may never answer it, the app may not survive it.
+    std::optional<Uuid> kept;
+    if (keeper_) {
+        kept = keeper_->keepFailedDictation(
+            FailedDictation{job->compressedFile.empty() ? job->audioFile : job->compressedFile, job->mode,
+                            job->vocabWords, job->replacements, job->startedAt, error.errorDescription()});
+    }
     AlertRequest alert;
     alert.buttons = {"OK"};
     const bool signInAgain = error.kind == BackendError::Kind::authenticationFailed;
@@ -158,11 +169,14 @@ void AudioFileProcessor::reportFailure(const BackendError& error, Completion com
         alert.style = AlertStyle::warning;
         log("Backend transcription failed: ", error.errorDescription());
     }
-    alerts_.show(alert,
-                 [this, alive = owner_.weak(), signInAgain, error, completion = std::move(completion)](int) {
-                     if (signInAgain && !alive.expired() && signOut_) signOut_();
-                     completion(error.toError());
-                 });
+    // Retrying with an expired session would only fail again; that one waits for the next sign-in.
+    if (kept && !signInAgain) alert.buttons.push_back(kRetryButton);
+    alerts_.show(alert, [this, alive = owner_.weak(), signInAgain, error, kept,
+                         completion = job->completion](int response) {
+        if (signInAgain && !alive.expired() && signOut_) signOut_();
+        completion(error.toError());
+        if (response == 1 && kept && !alive.expired() && keeper_) keeper_->retryFailedDictation(*kept);
+    });
 }
 
 }  // namespace vocle

@@ -7,11 +7,12 @@
 #include <string>
 
 #include "backend/BackendService.h"
+#include "core/FailedDictationKeeper.h"
+#include "core/RecordingProcessor.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "platform/alerts.h"
-#include "core/RecordingProcessor.h"
 
 namespace vocle {
 
@@ -34,6 +35,12 @@ class AudioFileProcessor final : public RecordingProcessor {
     static std::filesystem::path temporaryFileURL(const std::filesystem::path& directory,
                                                   const std::string& extension);
 
+    // Recordings whose transcription fails are handed here before the alert, whose "Retry" asks it for
+    // another try. Without a keeper the alert has its one "OK" button.
+    void setFailedDictationKeeper(FailedDictationKeeper* keeper) { keeper_ = keeper; }
+
+    static constexpr const char* kRetryButton = "Retry";
+
     // Uploads still waiting for their outcome.
     size_t pendingUploads() const { return cancellables_.size(); }
 
@@ -43,7 +50,7 @@ class AudioFileProcessor final : public RecordingProcessor {
 
     static void runInBackground(const std::shared_ptr<Job>& job);
     void send(const std::shared_ptr<Job>& job, std::string audioData);
-    void reportFailure(const BackendError& error, Completion completion);
+    void reportFailure(const std::shared_ptr<Job>& job, const BackendError& error);
 
     BackendService& backend_;
     MainQueue& mainQueue_;
@@ -51,6 +58,7 @@ class AudioFileProcessor final : public RecordingProcessor {
     Alerts& alerts_;
     std::function<void()> signOut_;
     std::filesystem::path temporaryDirectory_;
+    FailedDictationKeeper* keeper_ = nullptr;
     std::map<uint64_t, Subscription> cancellables_;  // main queue only
     uint64_t nextUploadId_ = 0;
     OwnerToken owner_;

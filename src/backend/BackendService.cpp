@@ -151,7 +151,9 @@ void BackendService::finish(const std::shared_ptr<Operation>& op, std::optional<
     op->finish = nullptr;
     op->decode = nullptr;
     op->body = {};
+    const bool succeeded = !error;
     if (deliver) deliver(std::move(error));
+    if (succeeded) requestSucceeded.emit();
 }
 
 Subscription BackendService::start(int attempt, MonotonicTime startTime, const std::string& url,

@@ -80,6 +80,8 @@ class BackendService {
     // main queue after the refused call's completion, once per session (until new tokens are set), so
     // that however many calls fail together the user is signed out once.
     Signal<> sessionRejected;
+    // A request of any kind was answered successfully (after its completion ran), on the main queue.
+    Signal<> requestSucceeded;
 
     // POST "/transcribe". The audio is consumed: the Base64 body is built once and the raw bytes released.
     [[nodiscard]] Subscription transcribeAudio(std::string audioData, const Mode& mode,

@@ -39,6 +39,26 @@ void StatusItemController::rebuild() {
         {false, Action::signOut, "Sign Out", {}, true},
         {false, Action::quit, "Quit Vocle", {}, true},
     };
+    if (failedDictations_ > 0)
+        menu_.insert(menu_.begin() + 3,
+                     {false, Action::retryFailedDictations, retryTitle(failedDictations_), {}, true});
+}
+
+void StatusItemController::setFailedDictations(size_t count) {
+    if (count == failedDictations_) return;
+    failedDictations_ = count;
+    rebuild();
+    changed.emit();
+}
+
+std::string StatusItemController::retryTitle(size_t count) {
+    return "Retry " + std::to_string(count) + (count == 1 ? " failed dictation" : " failed dictations");
+}
+
+std::string StatusItemController::tooltip() const {
+    if (failedDictations_ == 0) return kTooltip;
+    return std::string(kTooltip) + " — " + std::to_string(failedDictations_) +
+           (failedDictations_ == 1 ? " dictation" : " dictations") + " not transcribed";
 }
 
 void StatusItemController::trigger(Action action) {
@@ -53,6 +73,10 @@ void StatusItemController::trigger(Action action) {
         case Action::cancelRecording:
             log("MenuBar cancel recording pressed");
             if (recordingFlag_.get()) call(hooks_.cancelRecording);
+            break;
+        case Action::retryFailedDictations:
+            log("MenuBar retry failed dictations pressed");
+            call(hooks_.retryFailedDictations);
             break;
         case Action::showPermissions:
             call(hooks_.showPermissions);

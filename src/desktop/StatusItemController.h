@@ -12,7 +12,16 @@ namespace vocle {
 // calls trigger() with the chosen entry. Main queue only.
 class StatusItemController {
 public:
-    enum class Action { toggleRecording, cancelRecording, showPermissions, checkForUpdates, openMainWindow, signOut, quit };
+    enum class Action {
+        toggleRecording,
+        cancelRecording,
+        retryFailedDictations,
+        showPermissions,
+        checkForUpdates,
+        openMainWindow,
+        signOut,
+        quit
+    };
 
     struct Entry {
         bool separator = false;
@@ -26,6 +35,7 @@ public:
     struct Hooks {
         std::function<void()> toggleRecording;
         std::function<void()> cancelRecording;
+        std::function<void()> retryFailedDictations;
         std::function<void()> signOut;
         std::function<void()> showPermissions;
         std::function<void()> checkForUpdates;
@@ -50,6 +60,14 @@ public:
     // Fired after the menu or the icon state changed.
     Signal<> changed;
 
+    // Kept dictations ready for another try: shown on the icon and offered as a menu entry while non-zero.
+    void setFailedDictations(size_t count);
+    size_t failedDictations() const { return failedDictations_; }
+    // "Retry 2 failed dictations" (singular for one).
+    static std::string retryTitle(size_t count);
+    // "Vocle", with the kept dictations when there are some.
+    std::string tooltip() const;
+
     void trigger(Action action);
     void updateForRecording(bool isRecording);
 
@@ -59,6 +77,7 @@ private:
     Observable<bool>& recordingFlag_;
     Hooks hooks_;
     bool isRecording_ = false;
+    size_t failedDictations_ = 0;
     std::vector<Entry> menu_;
     std::vector<Subscription> cancellables_;
 };

@@ -57,8 +57,17 @@ std::optional<std::time_t> parseMediumDate(const std::string& text) {
 }  // namespace
 
 HistoryViewModel::HistoryViewModel(MainQueue& main, HistoryService& history, CopyText copyToClipboard)
-    : main_(main), history_(history), copyToClipboard_(std::move(copyToClipboard)) {
+    : HistoryViewModel(main, history, std::move(copyToClipboard), KeptDictations{}) {}
+
+HistoryViewModel::HistoryViewModel(MainQueue& main, HistoryService& history, CopyText copyToClipboard,
+                                   KeptDictations kept)
+    : main_(main), history_(history), copyToClipboard_(std::move(copyToClipboard)), kept_(std::move(kept)) {
     historySubscription_ = history_.transcriptions.subscribe([this](const auto&) { regroup(); });
+    if (kept_.store) {
+        keptSubscription_ = kept_.store->dictations.subscribe([this](const auto&) { regroup(); });
+        // vocle-cli may have sent or dropped some since the store was read.
+        kept_.store->reload();
+    }
     regroup();
     isLoading.set(false);
 }
@@ -66,8 +75,25 @@ HistoryViewModel::HistoryViewModel(MainQueue& main, HistoryService& history, Cop
 HistoryViewModel::~HistoryViewModel() = default;
 
 void HistoryViewModel::regroup() {
-    groups.set(group(history_.transcriptions.get(), main_.clock().now()));
+    static const std::vector<PendingDictation> none;
+    groups.set(group(history_.transcriptions.get(), main_.clock().now(),
+                     kept_.store ? kept_.store->dictations.get() : none));
     scheduleDayChange();
+}
+
+void HistoryViewModel::retry(const Uuid& id) {
+    if (!kept_.retry || isRetrying(id)) return;
+    retrying_.insert(id);
+    retryStateChanged.emit(id);
+    kept_.retry(id, token_.guard([this, id](bool) {
+        retrying_.erase(id);
+        retryStateChanged.emit(id);
+    }));
+}
+
+void HistoryViewModel::remove(const Uuid& id) {
+    if (!kept_.drop || isRetrying(id)) return;
+    kept_.drop(id);
 }
 
 void HistoryViewModel::scheduleDayChange() {
@@ -112,17 +138,18 @@ bool HistoryViewModel::labelComesFirst(const std::string& a, const std::string& 
     return a < b;
 }
 
-std::vector<HistoryGroup> HistoryViewModel::group(const std::vector<TranscriptionHistory>& entries, double now) {
+std::vector<HistoryGroup> HistoryViewModel::group(const std::vector<TranscriptionHistory>& entries,
+                                                  double now, const std::vector<PendingDictation>& kept) {
     std::vector<HistoryGroup> groups;
-    for (const auto& entry : entries) {
-        const std::string label = dayLabel(entry.timestamp, now);
+    auto groupFor = [&](double timestamp) -> HistoryGroup& {
+        const std::string label = dayLabel(timestamp, now);
         auto it = std::find_if(groups.begin(), groups.end(), [&](const HistoryGroup& g) { return g.label == label; });
-        if (it == groups.end()) {
-            groups.push_back({label, {entry}});
-        } else {
-            it->entries.push_back(entry);
-        }
-    }
+        if (it != groups.end()) return *it;
+        groups.push_back({label, {}});
+        return groups.back();
+    };
+    for (const auto& entry : entries) groupFor(entry.timestamp).entries.push_back(entry);
+    for (const auto& entry : kept) groupFor(entry.timestamp).kept.push_back(entry);
     // The comparison is not a strict weak order when a label equals "Today" on both sides; labels are
     // unique here, so a stable sort is safe.
     std::stable_sort(groups.begin(), groups.end(), [](const HistoryGroup& x, const HistoryGroup& y) {

@@ -1,5 +1,6 @@
 #include "storage/HistoryService.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include "foundation/FileIO.h"
@@ -30,12 +31,18 @@ std::filesystem::path HistoryService::historyFile() const {
 }
 
 void HistoryService::addTranscription(const std::string& text) {
+    addTranscription(text, clock_.now());
+}
+
+void HistoryService::addTranscription(const std::string& text, double timestamp) {
     if (trimWhitespace(text).empty()) {
         logLine("Skipping empty transcription");
         return;
     }
     auto list = transcriptions.get();
-    list.insert(list.begin(), TranscriptionHistory{Uuid::random(), text, clock_.now()});
+    auto at = std::find_if(list.begin(), list.end(),
+                           [&](const TranscriptionHistory& e) { return e.timestamp <= timestamp; });
+    list.insert(at, TranscriptionHistory{Uuid::random(), text, timestamp});
     transcriptions.set(std::move(list));
     applyRetention();
     save();

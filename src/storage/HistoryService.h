@@ -18,6 +18,8 @@ public:
     HistoryService(DataFolder folder, const Clock& clock);
 
     void addTranscription(const std::string& text);
+    // A transcript of an earlier recording, placed by its time so the list stays newest first.
+    void addTranscription(const std::string& text, double timestamp);
     Observable<std::vector<TranscriptionHistory>> transcriptions;
 
     std::filesystem::path historyFile() const;

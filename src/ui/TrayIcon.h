@@ -24,6 +24,7 @@ public:
 
 private:
     void rebuild();
+    static QIcon withCount(const QIcon& base, size_t count);
 
     StatusItemController& controller_;
     std::unique_ptr<QMenu> menu_;

@@ -138,6 +138,8 @@ int runTranscribe(CliContext& ctx) {
     const auto replacements = replacementsFrom(o, settings);
 
     AudioFileProcessor& processor = *cli.services.audioFileProcessor;
+    // The user's own file stays theirs: a failure here is reported, not kept.
+    processor.setFailedDictationKeeper(nullptr);
 
     std::optional<Result<std::string>> result;
     processor.processRecording(o.file, mode, vocab, replacements, [&](Result<std::string> r) {

@@ -37,5 +37,6 @@ void addSessionCommands(std::vector<CliCommand>& commands);
 void addBackendCommands(std::vector<CliCommand>& commands);
 void addAudioCommands(std::vector<CliCommand>& commands);
 void addControlCommands(std::vector<CliCommand>& commands);
+void addPendingCommands(std::vector<CliCommand>& commands);
 
 }  // namespace vocle::cli

@@ -11,6 +11,7 @@ std::vector<CliCommand> allCommands() {
     addStorageCommands(commands);
     addSessionCommands(commands);
     addBackendCommands(commands);
+    addPendingCommands(commands);
     addAudioCommands(commands);
     addControlCommands(commands);
     return commands;

@@ -1,12 +1,14 @@
 #include "ui/screens/HistoryView.h"
 
 #include <QEvent>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QListView>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QStackedLayout>
 #include <QVBoxLayout>
@@ -24,11 +26,59 @@ constexpr int kSectionGap = 16;  // above every header but the first
 constexpr int kRowGap = 12;
 constexpr int kPad = 12;
 constexpr int kCopySize = 26;
+constexpr int kKeptButtonsWidth = 190;  // "Retry" and "Delete" beside the error text
+
+const QColor kNotTranscribed{0xff, 0x9f, 0x0a};
+
+// A kept recording's row: what went wrong and its two actions. The delegate paints the card under it.
+QWidget* keptRowWidget(HistoryViewModel& vm, const PendingDictation& entry) {
+    auto* row = new QWidget;
+    row->setObjectName("keptDictation");
+    row->setAttribute(Qt::WA_TranslucentBackground);
+    auto* h = new QHBoxLayout(row);
+    h->setContentsMargins(kPad, kPad, kPad, kPad + kRowGap);
+    h->setSpacing(8);
+    auto* text = new QVBoxLayout;
+    text->setSpacing(4);
+    auto* titleLine = new QHBoxLayout;
+    titleLine->setSpacing(8);
+    auto* title = label(HistoryViewModel::kNotTranscribed);
+    QFont f = title->font();
+    f.setWeight(QFont::DemiBold);
+    title->setFont(f);
+    title->setStyleSheet("color: #ff9f0a;");
+    titleLine->addWidget(title);
+    titleLine->addWidget(label(qs(HistoryViewModel::timeText(entry.timestamp)), "caption"));
+    titleLine->addStretch();
+    text->addLayout(titleLine);
+    auto* error = label(qs(entry.error), "secondary");
+    error->setWordWrap(true);
+    error->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    text->addWidget(error);
+    h->addLayout(text, 1);
+    const Uuid id = entry.id;
+    const bool busy = vm.isRetrying(id);
+    auto* retry = button(busy ? HistoryViewModel::kRetrying : HistoryViewModel::kRetry);
+    retry->setEnabled(!busy);
+    retry->setAccessibleDescription(qs(
+        "Send the recording of " + HistoryViewModel::timeText(entry.timestamp) + " for transcription again"));
+    auto* remove = button(HistoryViewModel::kDelete, "destructive");
+    remove->setEnabled(!busy);
+    remove->setAccessibleDescription(
+        qs("Delete the recording of " + HistoryViewModel::timeText(entry.timestamp)));
+    QObject::connect(retry, &QPushButton::clicked, row, [&vm, id] { vm.retry(id); });
+    QObject::connect(remove, &QPushButton::clicked, row, [&vm, id] { vm.remove(id); });
+    h->addWidget(retry, 0, Qt::AlignVCenter);
+    h->addWidget(remove, 0, Qt::AlignVCenter);
+    return row;
+}
 
 }  // namespace
 
 HistoryListModel::HistoryListModel(HistoryViewModel& vm, QObject* parent) : QAbstractListModel(parent), vm_(vm) {
     subscriptions_.push_back(vm_.groups.subscribe([this](const auto&) { rebuild(); }));
+    // A retry starting or ending re-creates the rows' buttons in their new state.
+    subscriptions_.push_back(vm_.retryStateChanged.subscribe([this](const Uuid&) { rebuild(); }));
     subscriptions_.push_back(vm_.copyStateChanged.subscribe([this](const Uuid& id) {
         auto it = rowOfId_.find(id);
         if (it == rowOfId_.end()) return;
@@ -45,6 +95,7 @@ void HistoryListModel::rebuild() {
     const auto& groups = vm_.groups.get();
     for (int g = 0; g < static_cast<int>(groups.size()); ++g) {
         rows_.push_back({g, -1});
+        for (int k = 0; k < static_cast<int>(groups[g].kept.size()); ++k) rows_.push_back({g, -1, k});
         for (int e = 0; e < static_cast<int>(groups[g].entries.size()); ++e) {
             rowOfId_[groups[g].entries[e].id] = static_cast<int>(rows_.size());
             rows_.push_back({g, e});
@@ -62,11 +113,39 @@ const TranscriptionHistory* HistoryListModel::entryAt(int row) const {
     return &vm_.groups.get()[rows_[row].group].entries[rows_[row].entry];
 }
 
+const PendingDictation* HistoryListModel::keptAt(int row) const {
+    if (row < 0 || row >= static_cast<int>(rows_.size()) || rows_[row].kept < 0) return nullptr;
+    return &vm_.groups.get()[rows_[row].group].kept[rows_[row].kept];
+}
+
 QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
     if (!index.isValid() || index.row() >= static_cast<int>(rows_.size())) return {};
     const Row& row = rows_[index.row()];
     const auto& group = vm_.groups.get()[row.group];
+    if (row.kept >= 0) {
+        const PendingDictation& kept = group.kept[row.kept];
+        switch (role) {
+            case isKeptRole:
+                return true;
+            case sectionRole:
+                return row.group;
+            case Qt::DisplayRole:
+                return qs(HistoryViewModel::kNotTranscribed);
+            case errorRole:
+            case Qt::AccessibleDescriptionRole:
+                return qs(kept.error);
+            case timeRole:
+                return qs(HistoryViewModel::timeText(kept.timestamp));
+            case entryKeyRole:
+                return QVariant(qulonglong(std::hash<Uuid>{}(kept.id)) ^
+                                qulonglong(std::hash<std::string>{}(kept.error)));
+            default:
+                return {};
+        }
+    }
     switch (role) {
+        case isKeptRole:
+            return false;
         case isHeaderRole:
             return row.entry < 0;
         case sectionRole:
@@ -86,7 +165,7 @@ QVariant HistoryListModel::data(const QModelIndex& index, int role) const {
 
 Qt::ItemFlags HistoryListModel::flags(const QModelIndex& index) const {
     if (!index.isValid()) return Qt::NoItemFlags;
-    if (index.data(isHeaderRole).toBool()) return Qt::ItemIsEnabled;
+    if (index.data(isHeaderRole).toBool() || index.data(isKeptRole).toBool()) return Qt::ItemIsEnabled;
     return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsEditable;
 }
 
@@ -118,6 +197,14 @@ QSize HistoryItemDelegate::sizeHint(const QStyleOptionViewItem& option, const QM
     const qulonglong key = index.data(HistoryListModel::entryKeyRole).toULongLong();
     if (auto it = heights_.find(key); it != heights_.end()) return {width, it->second};
     const QFontMetrics fm(option.font);
+    if (index.data(HistoryListModel::isKeptRole).toBool()) {
+        const QRect error =
+            fm.boundingRect(QRect(0, 0, std::max(80, textWidth() - kKeptButtonsWidth), 100000),
+                            Qt::TextWordWrap, index.data(HistoryListModel::errorRole).toString());
+        const int height = kPad + std::max(fm.height() + 4 + error.height(), 34) + kPad + kRowGap;
+        heights_[key] = height;
+        return {width, height};
+    }
     const QRect bounds = fm.boundingRect(QRect(0, 0, textWidth(), 100000), Qt::TextWordWrap,
                                          index.data(Qt::DisplayRole).toString());
     const int height = kPad + fm.height() + 4 + bounds.height() + kPad + kRowGap;
@@ -145,6 +232,15 @@ void HistoryItemDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
     const QRect card = cardRect(option.rect);
     QPainterPath path;
     path.addRoundedRect(QRectF(card).adjusted(0.5, 0.5, -0.5, -0.5), 10, 10);
+    if (index.data(HistoryListModel::isKeptRole).toBool()) {
+        p->fillPath(path, pal.color(QPalette::Base));
+        QColor edge = kNotTranscribed;
+        edge.setAlphaF(0.55);
+        p->setPen(QPen(edge, 1));
+        p->drawPath(path);
+        p->restore();
+        return;
+    }
     QColor fill = pal.color(QPalette::Base);
     if (option.state & QStyle::State_MouseOver) fill = fill.lighter(115);
     p->fillPath(path, fill);
@@ -174,7 +270,8 @@ void HistoryItemDelegate::paint(QPainter* p, const QStyleOptionViewItem& option,
 
 bool HistoryItemDelegate::editorEvent(QEvent* event, QAbstractItemModel* model, const QStyleOptionViewItem& option,
                                       const QModelIndex& index) {
-    if (event->type() == QEvent::MouseButtonRelease && !index.data(HistoryListModel::isHeaderRole).toBool()) {
+    if (event->type() == QEvent::MouseButtonRelease && !index.data(HistoryListModel::isHeaderRole).toBool() &&
+        !index.data(HistoryListModel::isKeptRole).toBool()) {
         auto* mouse = static_cast<QMouseEvent*>(event);
         if (copyRect(option.rect).contains(mouse->position().toPoint())) {
             emit copyRequested(index.row());
@@ -185,7 +282,9 @@ bool HistoryItemDelegate::editorEvent(QEvent* event, QAbstractItemModel* model, 
 }
 
 QWidget* HistoryItemDelegate::createEditor(QWidget* parent, const QStyleOptionViewItem&, const QModelIndex& index) const {
-    if (index.data(HistoryListModel::isHeaderRole).toBool()) return nullptr;
+    if (index.data(HistoryListModel::isHeaderRole).toBool() ||
+        index.data(HistoryListModel::isKeptRole).toBool())
+        return nullptr;
     // A read-only text box over the transcript, so that part of it can be selected.
     auto* editor = new QPlainTextEdit(parent);
     editor->setReadOnly(true);
@@ -204,7 +303,12 @@ void HistoryItemDelegate::setEditorData(QWidget* editor, const QModelIndex& inde
 }
 
 void HistoryItemDelegate::updateEditorGeometry(QWidget* editor, const QStyleOptionViewItem& option,
-                                               const QModelIndex&) const {
+                                               const QModelIndex& index) const {
+    // A kept recording's widget covers its whole row; a transcript's text box only the text.
+    if (index.data(HistoryListModel::isKeptRole).toBool()) {
+        editor->setGeometry(option.rect);
+        return;
+    }
     editor->setGeometry(textRect(option.rect));
 }
 
@@ -275,10 +379,21 @@ HistoryView::HistoryView(HistoryViewModel& vm, QWidget* parent) : QWidget(parent
         if (auto* entry = model_->entryAt(row)) vm_.copy(*entry);
     });
     connect(list_->verticalScrollBar(), &QScrollBar::valueChanged, this, [this] { updatePinnedHeader(); });
-    connect(model_, &QAbstractItemModel::modelReset, this, [this] { refreshState(); });
+    connect(model_, &QAbstractItemModel::modelReset, this, [this] {
+        placeKeptRows();
+        refreshState();
+    });
     list_->viewport()->installEventFilter(this);
     subscriptions_.push_back(vm_.isLoading.subscribe([this](const auto&) { refreshState(); }));
+    placeKeptRows();
     refreshState();
+}
+
+void HistoryView::placeKeptRows() {
+    for (int row = 0; row < model_->rowCount(); ++row) {
+        if (const PendingDictation* kept = model_->keptAt(row))
+            list_->setIndexWidget(model_->index(row), keptRowWidget(vm_, *kept));
+    }
 }
 
 bool HistoryView::eventFilter(QObject* watched, QEvent* event) {

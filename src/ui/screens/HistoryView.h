@@ -23,7 +23,15 @@ namespace vocle {
 class HistoryListModel : public QAbstractListModel {
     Q_OBJECT
   public:
-    enum Role { isHeaderRole = Qt::UserRole + 1, timeRole, copiedRole, sectionRole, entryKeyRole };
+    enum Role {
+        isHeaderRole = Qt::UserRole + 1,
+        timeRole,
+        copiedRole,
+        sectionRole,
+        entryKeyRole,
+        isKeptRole,
+        errorRole
+    };
 
     explicit HistoryListModel(HistoryViewModel& viewModel, QObject* parent = nullptr);
 
@@ -32,11 +40,13 @@ class HistoryListModel : public QAbstractListModel {
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
     const TranscriptionHistory* entryAt(int row) const;
+    const PendingDictation* keptAt(int row) const;
 
   private:
     struct Row {
         int group;
-        int entry;  // -1 for the day header
+        int entry;      // -1 for the day header and for kept recordings
+        int kept = -1;  // index into the group's kept recordings
     };
     void rebuild();
 
@@ -90,6 +100,8 @@ class HistoryView : public QWidget {
   private:
     void refreshState();
     void updatePinnedHeader();
+    // Kept recordings carry real buttons (reachable by keyboard and accessibility), placed over their rows.
+    void placeKeptRows();
 
     HistoryViewModel& vm_;
     HistoryListModel* model_;

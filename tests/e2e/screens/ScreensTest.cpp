@@ -513,3 +513,56 @@ TEST_F(Screens, EveryScreenShowsItsContentFreshAndFilledIn) {
 }
 
 }  // namespace
+
+// Where a kept recording's Retry button is, from the right edge of its row.
+constexpr int kRetryFromRight = 120;
+
+TEST_F(Screens, ADictationTheBackendCouldNotTakeIsKeptAndRetriedFromTheHistoryOntoTheClipboard) {
+    desktop->startVocle();
+    desktop->stopServer();
+    desktop->openTextTarget();
+    const size_t start = desktop->logSize();
+    desktop->pressKeys("alt+space");
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start))
+        << desktop->vocleLog().substr(start);
+    desktop->play(kClip);
+    desktop->pressKeys("alt+space");
+
+    // The alert of a dead backend keeps its dismiss button and offers another try.
+    see("Check your network and try again.", "", 60s);
+    see("Retry", "push button");
+    shoot("kept-alert");
+    clickOn("OK", "push button");
+    const fs::path pending = desktop->dataFolder() / "pending";
+    auto keptFiles = [&] {
+        std::vector<std::string> names;
+        if (fs::exists(pending))
+            for (const auto& f : fs::directory_iterator(pending))
+                names.push_back(f.path().extension().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    ASSERT_TRUE(waitFor([&] { return keptFiles() == std::vector<std::string>{".json", ".m4a"}; }, 5s, 100ms));
+    EXPECT_EQ(desktop->history().find("\"text\""), std::string::npos);
+
+    desktop->restartServer();
+    clickOn("History", "check box");
+    const SeenWidget row = see("Not transcribed", "list item");
+    shoot("history-kept");
+    desktop->setClipboard("copied earlier");
+    // The row's buttons sit at its right end, vertically centred on the card: Retry, then Delete.
+    desktop->click(row.x + row.width - kRetryFromRight, row.y + (row.height - 12) / 2);
+
+    ASSERT_TRUE(waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 200ms))
+        << desktop->vocleLog().substr(start);
+    const std::string transcript = vocle::Json::parse(desktop->history()).at(0).at("text").get<std::string>();
+    EXPECT_GE(wordsHeard(transcript, kClipWords), 4u) << transcript;
+    ASSERT_TRUE(waitFor([&] { return desktop->clipboard() == transcript; }, 5s, 100ms))
+        << desktop->clipboard();
+    EXPECT_TRUE(keptFiles().empty());
+    // Nothing is pasted: the user has moved on since the recording.
+    EXPECT_EQ(desktop->targetText(), "");
+    ASSERT_TRUE(reader->waitFor(transcript, "list item")) << reader->dump();
+    EXPECT_FALSE(reader->find("Not transcribed", "list item"));
+    shoot("history-retried");
+}

@@ -91,6 +91,13 @@ void DesktopHarness::stopServer() {
     server_.reset();
 }
 
+void DesktopHarness::restartServer() {
+    stopServer();
+    serverConfig_.listenPort = port_;
+    server_ = std::make_unique<server::ServerApp>(serverConfig_, clock_);
+    require(server_->start() == port_, "the server did not come back on port " + std::to_string(port_));
+}
+
 std::vector<std::string> DesktopHarness::supportMessages() {
     require(server_ != nullptr, "the server is stopped");
     return server_->database().transaction([](server::SqlConnection& c) {

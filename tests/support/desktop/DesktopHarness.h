@@ -35,6 +35,8 @@ class DesktopHarness {
     std::string backendURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     void stopServer();
+    // The stopped server back on its old port with its data (accounts and sessions) intact.
+    void restartServer();
     // The support messages the server has taken in, oldest first.
     std::vector<std::string> supportMessages();
     // The sign-in code the server mailed last.

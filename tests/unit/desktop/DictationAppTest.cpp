@@ -127,3 +127,22 @@ TEST(DictationApp, DictationMenuAndBusHandlers) {
 }
 
 }  // namespace
+
+TEST(DictationApp, TheTrayFollowsTheKeptDictationsOnOfferAndItsEntryRetriesThemAll) {
+    DesktopRig rig;
+    rig.app->applicationDidFinishLaunching();
+    auto& tray = rig.app->statusItem();
+    EXPECT_EQ(tray.failedDictations(), 0u);
+    rig.graph->dictationRetry->offeredCount.set(2);
+    EXPECT_EQ(tray.failedDictations(), 2u);
+    bool offered = false;
+    for (const auto& e : tray.menu()) offered |= e.title == "Retry 2 failed dictations";
+    EXPECT_TRUE(offered);
+
+    // The entry reaches the retry (nothing is kept in this data folder, so nothing is sent).
+    tray.trigger(StatusItemController::Action::retryFailedDictations);
+    EXPECT_TRUE(rig.logs->contains("MenuBar retry failed dictations pressed"));
+    rig.graph->dictationRetry->offeredCount.set(0);
+    EXPECT_EQ(tray.failedDictations(), 0u);
+    for (const auto& e : tray.menu()) EXPECT_NE(e.action, StatusItemController::Action::retryFailedDictations);
+}

@@ -25,6 +25,7 @@ struct TrayRig {
         h.checkForUpdates = [this] { calls.push_back("updates"); };
         h.openMainWindow = [this] { calls.push_back("open"); };
         h.quit = [this] { calls.push_back("quit"); };
+        h.retryFailedDictations = [this] { calls.push_back("retry"); };
         h.toggleShortcutText = [this] { return toggleText; };
         h.cancelShortcutText = [] { return std::string("Esc"); };
         return h;
@@ -87,6 +88,37 @@ TEST(StatusItemController, ActionsCallTheirHooksAndCancelWhileIdleDoesNothing) {
                                                    "quit"}));
     EXPECT_TRUE(rig.logs->contains("MenuBar toggle recording pressed"));
     EXPECT_TRUE(rig.logs->contains("MenuBar sign out pressed"));
+}
+
+TEST(StatusItemController, KeptDictationsAddARetryEntryAndShowTheirCountUntilNoneAreLeft) {
+    TrayRig rig;
+    int changes = 0;
+    auto sub = rig.tray.changed.subscribe([&] { ++changes; });
+    const auto plain = titles(rig.tray);
+    EXPECT_EQ(rig.tray.tooltip(), "Vocle");
+
+    rig.tray.setFailedDictations(3);
+    EXPECT_EQ(changes, 1);
+    auto withRetry = plain;
+    withRetry.insert(withRetry.begin() + 3, "Retry 3 failed dictations");
+    EXPECT_EQ(titles(rig.tray), withRetry);
+    EXPECT_EQ(rig.tray.tooltip(), "Vocle — 3 dictations not transcribed");
+    rig.tray.trigger(Action::retryFailedDictations);
+    EXPECT_EQ(rig.calls, std::vector<std::string>{"retry"});
+    EXPECT_TRUE(rig.logs->contains("MenuBar retry failed dictations pressed"));
+
+    rig.tray.setFailedDictations(3);
+    EXPECT_EQ(changes, 1) << "an unchanged count redraws nothing";
+    rig.tray.setFailedDictations(1);
+    EXPECT_EQ(rig.tray.menu()[3].title, "Retry 1 failed dictation");
+    rig.isRecording.set(true);
+    rig.tray.bind();
+    EXPECT_EQ(rig.tray.menu()[0].title, "Stop Recording");
+    EXPECT_EQ(rig.tray.menu()[3].title, "Retry 1 failed dictation") << "kept across a recording";
+
+    rig.tray.setFailedDictations(0);
+    rig.isRecording.set(false);
+    EXPECT_EQ(titles(rig.tray), plain);
 }
 
 }  // namespace

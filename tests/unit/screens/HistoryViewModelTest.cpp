@@ -134,3 +134,58 @@ TEST_F(HistoryViewModelTest, TimesUseTheShortStyle) {
 }
 
 }  // namespace
+
+TEST_F(HistoryViewModelTest, KeptRecordingsJoinTheirDayAndTheirButtonsReachTheRetryAndTheStore) {
+    VirtualMainQueue queue(kNov3_2359 + 2 * kDay);  // 5 Nov
+    HistoryService history(DataFolder{dir.path()}, queue);
+    history.addTranscription("today's note");
+    PendingDictationStore store(DataFolder{dir.path()}, queue);
+    vocle::testing::writeText(dir.path() / "a.m4a", "a");
+    PendingDictation yesterday;
+    yesterday.timestamp = queue.now() - kDay;
+    yesterday.error = "No internet connection. Check your network and try again.";
+    auto keptYesterday = store.keep(dir.path() / "a.m4a", yesterday);
+    ASSERT_TRUE(keptYesterday);
+
+    std::vector<std::pair<Uuid, std::function<void(bool)>>> retries;
+    std::vector<Uuid> drops;
+    HistoryViewModel vm(
+        queue, history, [](const std::string&) {},
+        HistoryViewModel::KeptDictations{
+            &store, [&](const Uuid& id, std::function<void(bool)> done) { retries.emplace_back(id, done); },
+            [&](const Uuid& id) {
+                drops.push_back(id);
+                store.remove(id);
+            }});
+    // A day with only a kept recording has its own section; it is not among the transcripts.
+    ASSERT_EQ(labels(vm.groups.get()), (std::vector<std::string>{"Today", "Yesterday"}));
+    EXPECT_TRUE(vm.groups.get()[1].entries.empty());
+    ASSERT_EQ(vm.groups.get()[1].kept.size(), 1u);
+    EXPECT_EQ(vm.groups.get()[1].kept[0].error, yesterday.error);
+
+    // A new failure today joins today's section, beside its transcripts.
+    PendingDictation now;
+    now.timestamp = queue.now();
+    now.error = "Our servers are having issues. Please try again in a moment.";
+    auto keptToday = store.keep(dir.path() / "a.m4a", now);
+    ASSERT_TRUE(keptToday);
+    ASSERT_EQ(vm.groups.get()[0].kept.size(), 1u);
+    EXPECT_EQ(vm.groups.get()[0].entries.size(), 1u);
+
+    // One retry at a time per recording; delete waits for it.
+    int changes = 0;
+    auto sub = vm.retryStateChanged.subscribe([&](const Uuid&) { ++changes; });
+    vm.retry(keptToday->id);
+    vm.retry(keptToday->id);
+    ASSERT_EQ(retries.size(), 1u);
+    EXPECT_TRUE(vm.isRetrying(keptToday->id));
+    vm.remove(keptToday->id);
+    EXPECT_TRUE(drops.empty());
+    retries[0].second(false);
+    EXPECT_FALSE(vm.isRetrying(keptToday->id));
+    EXPECT_EQ(changes, 2);
+
+    vm.remove(keptYesterday->id);
+    EXPECT_EQ(drops, std::vector<Uuid>{keptYesterday->id});
+    EXPECT_EQ(labels(vm.groups.get()), (std::vector<std::string>{"Today"}));
+}
