@@ -22,6 +22,7 @@ extern "C" {
 #include "platform/linux/PulseCoreAudio.h"
 #include "platform/linux/PulseScreenCapture.h"
 #include "recording/SoundEffectLocator.h"
+#include "support/TestSoundServer.h"
 #include "unit/recording/EngineHarness.h"
 
 using namespace vocle;
@@ -97,10 +98,12 @@ double bestCorrelation(const std::vector<float>& source, const std::vector<float
 }
 
 // CTest runs each case in its own process, possibly side by side; they share the daemon's default
-// devices and volumes, so one case holds the server at a time.
+// devices and volumes, so one case holds the server at a time (the PulseAudio and the PipeWire copies
+// of a case have servers of their own).
 class ServerLock {
   public:
-    ServerLock() : fd_(::open("/tmp/vocle-pulseaudio-tests.lock", O_CREAT | O_RDWR, 0666)) {
+    explicit ServerLock(const TestSoundServer& server)
+        : fd_(::open(("/tmp/vocle-" + server.name() + "-tests.lock").c_str(), O_CREAT | O_RDWR, 0666)) {
         if (fd_ >= 0) ::flock(fd_, LOCK_EX);
     }
     ~ServerLock() {
@@ -114,14 +117,23 @@ class ServerLock {
 class PulseAudioEngine : public ::testing::Test {
   protected:
     void SetUp() override {
+        if (sound.kind() == TestSoundServer::Kind::pipewire) {
+            // Its own server, whatever PULSE_SERVER the test script exported for PulseAudio.
+            if (auto why = sound.unavailable()) {
+                if (soundServerRequired()) FAIL() << *why;
+                GTEST_SKIP() << *why;
+            }
+            ::setenv("PULSE_SERVER", sound.start().c_str(), 1);
+        }
+        serverLock = std::make_unique<ServerLock>(sound);
         if (auto error = pulse.ensureConnected()) {
             // CI must run these, so there a missing daemon fails rather than passing by skipping.
-            const char* ci = std::getenv("CI");
-            if (ci && std::string(ci) == "true") {
-                FAIL() << "No PulseAudio server reachable under CI (" << error->description << ")";
+            if (soundServerRequired()) {
+                FAIL() << "No " << sound.name() << " server reachable under CI (" << error->description
+                       << ")";
             }
-            GTEST_SKIP() << "No PulseAudio server reachable (" << error->description
-                         << "); start one with scripts/start-test-pulseaudio.sh";
+            GTEST_SKIP() << "No " << sound.name() << " server reachable (" << error->description
+                         << "); start one with " << sound.startScript().filename().string();
         }
         auto sinks = pulse.sinks();
         ASSERT_TRUE(sinks.ok());
@@ -130,8 +142,8 @@ class PulseAudioEngine : public ::testing::Test {
             speaker |= s.name == "vocle_speaker";
             feed |= s.name == "vocle_mic_feed";
         }
-        ASSERT_TRUE(speaker && feed)
-            << "the server lacks the test sinks; run scripts/start-test-pulseaudio.sh";
+        ASSERT_TRUE(speaker && feed) << "the " << sound.name() << " server lacks the test sinks; run "
+                                     << sound.startScript();
         ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
         ASSERT_FALSE(pulse.setDefaultSource("vocle_mic"));
         ASSERT_TRUE(std::filesystem::exists(kSpeech)) << "install pocketsphinx-testdata";
@@ -182,7 +194,8 @@ class PulseAudioEngine : public ::testing::Test {
         return ok;
     }
 
-    ServerLock serverLock;
+    TestSoundServer sound = TestSoundServer::fromEnvironment();
+    std::unique_ptr<ServerLock> serverLock;
     SystemClock clock;
     RunLoopMainQueue queue{clock};
     TempDir tmp;
@@ -263,8 +276,7 @@ TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
     engine->stopRecording();
     const bool processed = waitFor([&] { return !processor.calls.empty(); }, Seconds(10.0));
     // Put the microphone back for the other cases before checking anything.
-    const int restored = std::system(
-        (std::string(VOCLE_SOURCE_DIR) + "/scripts/start-test-pulseaudio.sh >/dev/null 2>&1").c_str());
+    const int restored = std::system((sound.startScript().string() + " >/dev/null 2>&1").c_str());
     ASSERT_EQ(unloaded, 0);
     ASSERT_EQ(restored, 0);
     ASSERT_TRUE(processed) << "the recording was not handed on after the microphone went away";
