@@ -57,6 +57,7 @@ class PulseConnection {
     Result<std::vector<Sink>> sinks();
     Result<std::vector<Source>> sources();
     Result<std::vector<Card>> cards();
+    // Return once the server reports the new default (or with an error when it never does).
     std::optional<Error> setDefaultSink(const std::string& name);
     std::optional<Error> setDefaultSource(const std::string& name);
     std::optional<Error> setSinkVolume(uint32_t index, const pa_cvolume& volume);
@@ -83,6 +84,8 @@ class PulseConnection {
 
   private:
     std::optional<Error> connectLocked();
+    std::optional<Error> awaitDefault(std::string ServerInfo::*which, const std::string& name,
+                                      const std::string& what);
     // With the lock held: waits for the operation to finish.
     void await(pa_operation* op);
     std::optional<Error> successCall(

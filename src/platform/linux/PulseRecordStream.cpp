@@ -47,8 +47,13 @@ void PulseRecordStream::start(Completion started) {
     pa_stream_set_read_callback(stream_, readable, this);
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<uint32_t>(-1);
-    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(20'000, &sampleFormat));  // 20 ms blocks for the meter
-    if (pa_stream_connect_record(stream_, lookFor.c_str(), &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
+    attr.fragsize =
+        static_cast<uint32_t>(pa_usec_to_bytes(20'000, &sampleFormat));  // 20 ms blocks for the meter
+    // Never moved: when the device goes away the server would carry the stream to whatever input is
+    // left, and PipeWire (WirePlumber) then picks a sink's monitor, so a "microphone" recording would
+    // go on with what the speakers play. Pinned, the stream ends instead, as on a device unplugged.
+    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
+    if (pa_stream_connect_record(stream_, lookFor.c_str(), &attr, flags) < 0) {
         auto e = pulse_.error("Could not start recording from " + lookFor);
         disconnectLocked();
         if (auto f = std::exchange(started_, nullptr)) f(e);
@@ -107,7 +112,8 @@ void PulseRecordStream::readable(pa_stream* s, size_t, void* userdata) {
         if (self->onData_) {
             const size_t frames = bytes / (sizeof(float) * sampleFormat->channels);
             if (data) {
-                self->onData_(static_cast<const float*>(data), frames, sampleFormat->channels, sampleFormat->rate);
+                self->onData_(static_cast<const float*>(data), frames, sampleFormat->channels,
+                              sampleFormat->rate);
             } else {
                 // A hole in the stream becomes silence, so the file keeps the recording's timing.
                 self->silence_.assign(frames * sampleFormat->channels, 0.0f);

@@ -10,6 +10,7 @@ extern "C" {
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <thread>
@@ -186,6 +187,27 @@ class PulseAudioEngine : public ::testing::Test {
             << "nothing was handed to processing";
     }
 
+    uint32_t sourceRate(const std::string& name) {
+        auto sources = pulse.sources();
+        if (sources.ok())
+            for (const auto& s : sources.value())
+                if (s.name == name) return s.sampleFormat.rate;
+        return 0;
+    }
+
+    // Unplug: the virtual microphone's module goes away (under a running stream, if there is one).
+    int unplugMicrophone() {
+        const int rc = std::system(
+            "pactl unload-module $(pactl list short modules | awk '/module-remap-source/ && /vocle_mic/ "
+            "{print $1}')");
+        // PipeWire removes the node behind the module a moment later.
+        waitFor([&] { return !capture.device("vocle_mic"); }, Seconds(3.0));
+        return rc;
+    }
+    int plugMicrophoneBack() {
+        return std::system((sound.startScript().string() + " >/dev/null 2>&1").c_str());
+    }
+
     // Runs the main loop until `done`, looking every 20 ms (work on other threads posts nothing here).
     bool waitFor(const std::function<bool()>& done, Seconds timeout) {
         auto tick = queue.scheduleRepeating(Seconds(0.02), [] {});
@@ -227,7 +249,8 @@ TEST_F(PulseAudioEngine, MicrophonePathRecordsTheSpeechFromTheVirtualMicrophone)
     const auto file = processor.calls[0].file;
     EXPECT_EQ(file.filename().string().rfind("vocle_", 0), 0u);
     const auto captured = readWav(file);
-    EXPECT_EQ(captured.rate, 44100);
+    // The device's own rate, nothing resampled: PulseAudio's default 44.1 kHz, PipeWire's graph rate.
+    EXPECT_EQ(captured.rate, static_cast<int>(sourceRate("vocle_mic")));
     EXPECT_GT(captured.frames(), static_cast<size_t>(7 * captured.rate));
     const auto source = monoAt(readWav(kSpeech), captured.rate);
     const double r = bestCorrelation(source, monoAt(captured, captured.rate), captured.rate);
@@ -254,7 +277,8 @@ TEST_F(PulseAudioEngine, MonitorPathRecordsWhatTheSpeakerPlaysAndMixesItWithTheM
     EXPECT_GT(bestCorrelation(source, monoAt(mixed, mixed.rate), mixed.rate), 0.9);
 }
 
-TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
+TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecordedAndNothingElse) {
+    const auto began = std::chrono::steady_clock::now();
     engine->setRecordingContext(Mode::fresh("Dictation"), "", {});
     engine->startRecording();
     ASSERT_TRUE(
@@ -267,24 +291,49 @@ TEST_F(PulseAudioEngine, MicrophoneUnpluggedMidRecordingKeepsWhatWasRecorded) {
         done = true;
     });
     waitFor([] { return false; }, Seconds(3.0));
-    // Unplug: the virtual microphone's module goes away under the running stream.
-    const int unloaded = std::system(
-        "pactl unload-module $(pactl list short modules | awk '/module-remap-source/ && /vocle_mic/ {print "
-        "$1}')");
+    const int unloaded = unplugMicrophone();
+    const std::chrono::duration<double> beforeUnplug = std::chrono::steady_clock::now() - began;
     waitFor([&] { return done.load(); }, Seconds(30.0));
     player.join();
     engine->stopRecording();
     const bool processed = waitFor([&] { return !processor.calls.empty(); }, Seconds(10.0));
     // Put the microphone back for the other cases before checking anything.
-    const int restored = std::system((sound.startScript().string() + " >/dev/null 2>&1").c_str());
+    const int restored = plugMicrophoneBack();
     ASSERT_EQ(unloaded, 0);
     ASSERT_EQ(restored, 0);
     ASSERT_TRUE(processed) << "the recording was not handed on after the microphone went away";
     const auto captured = readWav(processor.calls[0].file);
     EXPECT_GT(captured.frames(), static_cast<size_t>(captured.rate));  // the seconds before the unplug
-    // PulseAudio either ends the stream (the did-finish error is then logged) or moves it to another
-    // input and the recording goes on; either way the file is handed on and nothing is lost.
-    EXPECT_TRUE(std::filesystem::exists(processor.calls[0].file));
+    // The stream ends with its device: had the server moved it to what is left (PipeWire: the
+    // speakers' monitor), the file would go on for the four seconds of playback after the unplug.
+    const double seconds = static_cast<double>(captured.frames()) / captured.rate;
+    EXPECT_LT(seconds, beforeUnplug.count() + 1.0)
+        << "the recording went on from another source after its microphone was unplugged";
+}
+
+TEST_F(PulseAudioEngine, WithNoMicrophoneLeftTheSpeakersMonitorIsNotTakenForOne) {
+    ASSERT_EQ(unplugMicrophone(), 0);
+    // The servers fall back to a monitor as their default source (WirePlumber a moment later).
+    const auto defaultIsListed = [&] {
+        auto info = pulse.serverInfo();
+        auto sources = pulse.sources();
+        if (!info.ok() || !sources.ok()) return false;
+        for (const auto& s : sources.value())
+            if (s.name == info.value().defaultSource) return true;
+        return false;
+    };
+    const bool settled = waitFor(defaultIsListed, Seconds(3.0));
+    auto info = pulse.serverInfo();
+    const auto fallback = capture.defaultDevice();
+    const auto inputs = capture.devices();
+    const int restored = plugMicrophoneBack();
+    ASSERT_EQ(restored, 0);
+    ASSERT_TRUE(settled) << "the server named no existing default source";
+    ASSERT_TRUE(info.ok());
+    EXPECT_NE(info.value().defaultSource, "vocle_mic");
+    EXPECT_FALSE(fallback.has_value()) << "default input: " << (fallback ? fallback->uid : "");
+    EXPECT_TRUE(inputs.empty());
+    EXPECT_EQ(capture.defaultDevice()->uid, "vocle_mic");
 }
 
 TEST_F(PulseAudioEngine, MutesAndRestoresTheDefaultSinkVolume) {
@@ -325,6 +374,27 @@ TEST_F(PulseAudioEngine, DeviceListsAndDefaultOutputSwitch) {
     EXPECT_EQ(coreAudio.defaultDevice(AudioScope::output).value(), *feed);
     ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
     EXPECT_FALSE(coreAudio.setDefaultOutput(999999) == std::nullopt);
+}
+
+// The route manager reads the default back right after setting it.
+TEST_F(PulseAudioEngine, ANewDefaultOutputIsInEffectWhenTheSwitchReturns) {
+    auto list = coreAudio.deviceList();
+    ASSERT_TRUE(list.ok());
+    std::optional<AudioDeviceId> speaker, feed;
+    for (auto id : list.value()) {
+        if (coreAudio.deviceUID(id).value() == "vocle_speaker") speaker = id;
+        if (coreAudio.deviceUID(id).value() == "vocle_mic_feed") feed = id;
+    }
+    ASSERT_TRUE(speaker && feed);
+    for (int round = 0; round < 10; ++round) {
+        const AudioDeviceId wanted = round % 2 ? *speaker : *feed;
+        ASSERT_FALSE(coreAudio.setDefaultOutput(wanted));
+        ASSERT_EQ(coreAudio.defaultDevice(AudioScope::output).value(), wanted) << "round " << round;
+        ASSERT_FALSE(pulse.setDefaultSource(round % 2 ? "vocle_mic" : "vocle_mic_feed.monitor"));
+        ASSERT_EQ(capture.defaultDevice().has_value(), round % 2 == 1) << "round " << round;
+    }
+    ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
+    ASSERT_FALSE(pulse.setDefaultSource("vocle_mic"));
 }
 
 TEST_F(PulseAudioEngine, SoundEffectPlaysToItsEnd) {
