@@ -137,9 +137,11 @@ Result<std::vector<PulseConnection::Sink>> PulseConnection::sinks() {
             sink.sampleFormat = i->sample_spec;
             sink.volume = i->volume;
             sink.card = i->card;
-            sink.profile = text(pa_proplist_gets(i->proplist, "bluetooth.protocol"));
-            if (sink.profile.empty())
-                sink.profile = text(pa_proplist_gets(i->proplist, "device.profile.name"));
+            // PulseAudio's Bluetooth sinks say "bluetooth.protocol" (headset_head_unit); PipeWire's say
+            // "api.bluez5.profile" (headset-head-unit), with the card profile of the same name.
+            for (const char* key : {"bluetooth.protocol", "api.bluez5.profile", "device.profile.name"}) {
+                if (sink.profile.empty()) sink.profile = text(pa_proplist_gets(i->proplist, key));
+            }
             s->items.push_back(std::move(sink));
         }
         pa_threaded_mainloop_signal(s->loop, 0);

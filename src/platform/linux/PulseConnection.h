@@ -25,7 +25,7 @@ class PulseConnection {
         pa_sample_spec sampleFormat{};
         pa_cvolume volume{};
         uint32_t card = PA_INVALID_INDEX;
-        std::string profile;  // the card profile it belongs to (bluetooth.protocol), if any
+        std::string profile;  // the card profile it belongs to (Bluetooth protocol), if any
     };
     struct Source {
         uint32_t index = PA_INVALID_INDEX;

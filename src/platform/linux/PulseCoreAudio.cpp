@@ -24,7 +24,7 @@ bool contains(const std::string& s, const char* part) {
 bool PulseCoreAudio::isHeadUnitProfile(const std::string& sinkName, const std::string& profile) {
     for (const auto& s : {sinkName, profile}) {
         if (contains(s, "head_unit") || contains(s, "head-unit") || contains(s, "headset_audio_gateway") ||
-            contains(s, "hsp") || contains(s, "hfp"))
+            contains(s, "headset-audio-gateway") || contains(s, "hsp") || contains(s, "hfp"))
             return true;
     }
     return false;

@@ -49,9 +49,9 @@ void PulseRecordStream::start(Completion started) {
     attr.maxlength = static_cast<uint32_t>(-1);
     attr.fragsize =
         static_cast<uint32_t>(pa_usec_to_bytes(20'000, &sampleFormat));  // 20 ms blocks for the meter
-    // Never moved: when the device goes away the server would carry the stream to whatever input is
-    // left, and PipeWire (WirePlumber) then picks a sink's monitor, so a "microphone" recording would
-    // go on with what the speakers play. Pinned, the stream ends instead, as on a device unplugged.
+    // Never moved: when the device goes away both servers carry a stream to whatever input is left,
+    // a sink's monitor when no microphone remains, so a "microphone" recording would go on with what
+    // the speakers play. Pinned, the stream ends with its device.
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(stream_, lookFor.c_str(), &attr, flags) < 0) {
         auto e = pulse_.error("Could not start recording from " + lookFor);

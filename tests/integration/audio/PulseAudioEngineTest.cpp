@@ -13,6 +13,7 @@ extern "C" {
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <map>
 #include <thread>
 
 #include "core/AppConstants.h"
@@ -23,6 +24,7 @@ extern "C" {
 #include "platform/linux/PulseCoreAudio.h"
 #include "platform/linux/PulseScreenCapture.h"
 #include "recording/SoundEffectLocator.h"
+#include "support/ChildProcess.h"
 #include "support/TestSoundServer.h"
 #include "unit/recording/EngineHarness.h"
 
@@ -374,6 +376,39 @@ TEST_F(PulseAudioEngine, DeviceListsAndDefaultOutputSwitch) {
     EXPECT_EQ(coreAudio.defaultDevice(AudioScope::output).value(), *feed);
     ASSERT_FALSE(pulse.setDefaultSink("vocle_speaker"));
     EXPECT_FALSE(coreAudio.setDefaultOutput(999999) == std::nullopt);
+}
+
+// What the route manager goes by: a sink of a call profile reads as a hands-free device, whether the
+// server names the profile the PulseAudio way or the PipeWire way.
+TEST_F(PulseAudioEngine, BluetoothCallProfilesReadAsHandsFree) {
+    const std::vector<std::pair<std::string, std::string>> sinks = {
+        {"vocle_bt_call", "api.bluez5.profile=headset-head-unit"},
+        {"vocle_bt_gateway", "api.bluez5.profile=headset-audio-gateway"},
+        {"vocle_bt_music", "api.bluez5.profile=a2dp-sink"},
+        {"vocle_bt_pulse_call", "bluetooth.protocol=handsfree_head_unit"},
+    };
+    std::vector<std::string> modules;
+    for (const auto& [name, profile] : sinks) {
+        const auto loaded = runProgram({{"pactl", "load-module", "module-null-sink", "sink_name=" + name,
+                                         "sink_properties='device.description=Headphones " + profile + "'"}});
+        if (loaded.status == 0) modules.push_back(loaded.output.substr(0, loaded.output.find('\n')));
+    }
+    std::map<std::string, std::string> names;
+    waitFor(
+        [&] {
+            names.clear();
+            if (auto list = coreAudio.deviceList(); list.ok())
+                for (auto id : list.value())
+                    names[coreAudio.deviceUID(id).value()] = coreAudio.deviceName(id).value();
+            return names.count("vocle_bt_pulse_call") > 0;
+        },
+        Seconds(3.0));
+    for (const auto& module : modules) runProgram({{"pactl", "unload-module", module}});
+    ASSERT_EQ(modules.size(), sinks.size());
+    EXPECT_EQ(names["vocle_bt_call"], "Headphones Hands-Free");
+    EXPECT_EQ(names["vocle_bt_gateway"], "Headphones Hands-Free");
+    EXPECT_EQ(names["vocle_bt_music"], "Headphones");
+    EXPECT_EQ(names["vocle_bt_pulse_call"], "Headphones Hands-Free");
 }
 
 // The route manager reads the default back right after setting it.
