@@ -134,6 +134,7 @@ Result<std::vector<PulseConnection::Sink>> PulseConnection::sinks() {
             sink.index = i->index;
             sink.name = text(i->name);
             sink.description = text(i->description);
+            sink.monitorSource = text(i->monitor_source_name);
             sink.sampleFormat = i->sample_spec;
             sink.volume = i->volume;
             sink.card = i->card;

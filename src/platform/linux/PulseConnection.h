@@ -22,6 +22,7 @@ class PulseConnection {
         uint32_t index = PA_INVALID_INDEX;
         std::string name;
         std::string description;
+        std::string monitorSource;  // the source that records what it plays
         pa_sample_spec sampleFormat{};
         pa_cvolume volume{};
         uint32_t card = PA_INVALID_INDEX;

@@ -20,9 +20,18 @@ void PulseRecordStream::start(Completion started) {
     pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, 48000, 2};
     std::string lookFor = device_;
     if (device_ == "@DEFAULT_MONITOR@") {
+        // The server names the monitor: "<sink>.monitor" by custom only.
         auto info = pulse_.serverInfo();
         if (!info.ok()) return started(info.error());
-        lookFor = info.value().defaultSink + ".monitor";
+        auto sinks = pulse_.sinks();
+        if (!sinks.ok()) return started(sinks.error());
+        lookFor.clear();
+        for (const auto& s : sinks.value())
+            if (s.name == info.value().defaultSink) lookFor = s.monitorSource;
+        if (lookFor.empty())
+            return started(
+                Error{kDomain, PA_ERR_NOENTITY,
+                      "No output device to record from (default: " + info.value().defaultSink + ")"});
     }
     auto sources = pulse_.sources();
     if (!sources.ok()) return started(sources.error());
