@@ -476,6 +476,61 @@ TEST_F(PulseAudioEngine, RecordStreamDeliversSmallBlocksSoonAfterItStarts) {
     EXPECT_LE(static_cast<double>(largest) / rate, 0.05) << largest << " frames at " << rate << " Hz";
 }
 
+// The output goes quiet 0.3 s after the start sound begins: the whole sound must have reached the
+// speakers by then, at the sound volume of the settings, on either server (what the speakers' monitor
+// heard, against the file's energy).
+TEST_F(PulseAudioEngine, TheStartSoundIsHeardWholeAtItsVolumeBeforeTheOutputGoesQuiet) {
+    auto file = findSoundFile("start", soundSearchDirectories(ProcessEnvironment{}));
+    ASSERT_TRUE(file.has_value());
+    const auto sound = readWav(*file);
+    double soundEnergy = 0;
+    for (size_t i = 0; i < sound.frames(); ++i)
+        soundEnergy += sound.samples[i * sound.channels] * sound.samples[i * sound.channels];
+    soundEnergy /= sound.rate;
+
+    std::mutex mutex;
+    double heard = 0;
+    double rate = 0;
+    size_t delivered = 0;  // frames
+    PulseRecordStream monitor(pulse, "vocle_speaker.monitor",
+                              [&](const float* s, size_t frames, int channels, double r) {
+                                  std::lock_guard lock(mutex);
+                                  for (size_t i = 0; i < frames; ++i)
+                                      heard += s[i * channels] * s[i * channels];
+                                  rate = r;
+                                  delivered += frames;
+                              });
+    // Counted in delivered frames, not in time: PulseAudio's null sink hands over its first blocks late.
+    const auto deliveredSeconds = [&] {
+        std::lock_guard lock(mutex);
+        return rate > 0 ? static_cast<double>(delivered) / rate : 0.0;
+    };
+    monitor.start([](std::optional<Error>) {});
+    ASSERT_TRUE(waitFor([&] { return deliveredSeconds() >= 0.5; }, Seconds(5.0)));
+    {
+        std::lock_guard lock(mutex);
+        heard = 0;
+        delivered = 0;
+    }
+    auto id = coreAudio.defaultDevice(AudioScope::output);
+    ASSERT_TRUE(id.ok());
+    systemAudio->playStartSoundThenMute();
+    const bool muted = waitFor([&] { return coreAudio.volume(id.value()).value() == 0.0f; }, Seconds(3.0));
+    waitFor([&] { return deliveredSeconds() >= 1.5; }, Seconds(5.0));
+    monitor.stop();
+    systemAudio->restoreSystemAudio();
+    waitFor([&] { return coreAudio.volume(id.value()).value() > 0.0f; }, Seconds(3.0));
+    ASSERT_TRUE(muted);
+    ASSERT_GT(coreAudio.volume(id.value()).value(), 0.0f) << "the output was not restored";
+
+    const double volume = storage.loadSettings().soundVolume;
+    std::lock_guard lock(mutex);
+    ASSERT_GT(rate, 0);
+    const double ratio = heard / rate / (soundEnergy * volume * volume);
+    EXPECT_GT(ratio, 0.8) << "only part of the start sound was heard before the output went quiet";
+    EXPECT_LT(ratio, 1.25) << "the start sound was louder than the sound volume setting";
+}
+
 TEST_F(PulseAudioEngine, SoundEffectPlaysToItsEnd) {
     auto file = findSoundFile("start", soundSearchDirectories(ProcessEnvironment{}));
     ASSERT_TRUE(file.has_value());
