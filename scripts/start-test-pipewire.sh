@@ -57,7 +57,8 @@ answers() { pactl info 2>/dev/null | grep -q '^Server Name: .*PipeWire'; }
 
 if ! answers; then
     stop
-    rm -rf "$dir/pulse" "$dir/pipewire-0" "$dir/pipewire-0.lock" "$dir/bus"
+    # WirePlumber's state (stream volumes, defaults) starts empty, as on a fresh machine.
+    rm -rf "$dir/pulse" "$dir/pipewire-0" "$dir/pipewire-0.lock" "$dir/bus" "$dir/state"
     mkdir -p "$dir/state" "$dir/config" "$dir/log"
     # The daemons must not inherit the lock (fd 9), or they would hold it for as long as they run.
     bus="$(dbus-daemon --session --fork --address="unix:path=$dir/bus" --print-address=1 --print-pid=3 \
