@@ -11,8 +11,9 @@ PACKAGES=(
     nlohmann-json3-dev libcurl4-openssl-dev libcpp-httplib-dev libssl-dev libsqlite3-dev
     libpulse-dev libsndfile1-dev libavcodec-dev libavformat-dev libavutil-dev libswresample-dev
     libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us
-    # services and tools the tests and the local run use
+    # services and tools the tests and the local run use (the sound tests run on PulseAudio and on PipeWire)
     pulseaudio pulseaudio-utils ffmpeg sox pocketsphinx pocketsphinx-testdata xvfb ccache
+    pipewire pipewire-pulse wireplumber
     # the desktop: Qt 6, X11 with XTest and XInput2, AT-SPI, the session bus
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-qpa-plugins libgl-dev
     libx11-dev libxtst-dev libxi-dev libxfixes-dev libatspi2.0-dev libdbus-1-dev

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Starts (or reuses) a PulseAudio daemon for the audio integration tests and makes sure it has:
+# Starts (or reuses) a PulseAudio daemon for the audio integration tests and makes sure it has
+# (through make-test-sound-devices.sh):
 #   vocle_speaker   a null sink, the default output (its monitor is what system-audio capture records)
 #   vocle_mic_feed  a null sink that tests play a speech file into
 #   vocle_mic       a virtual microphone remapped from vocle_mic_feed's monitor, the default input
@@ -46,25 +47,4 @@ if ! pactl info >/dev/null 2>&1; then
     }
 fi
 
-has() { pactl list short "$1" | awk '{print $2}' | grep -qx "$2"; }
-
-has sinks vocle_speaker ||
-    pactl load-module module-null-sink sink_name=vocle_speaker \
-        sink_properties=device.description=Vocle_Test_Speaker >/dev/null
-has sinks vocle_mic_feed ||
-    pactl load-module module-null-sink sink_name=vocle_mic_feed \
-        sink_properties=device.description=Vocle_Microphone_Feed >/dev/null
-has sources vocle_mic ||
-    pactl load-module module-remap-source master=vocle_mic_feed.monitor source_name=vocle_mic \
-        source_properties=device.description=Vocle_Test_Microphone >/dev/null
-pactl set-default-sink vocle_speaker
-pactl set-default-source vocle_mic
-pactl set-sink-volume vocle_speaker 100%
-pactl set-sink-mute vocle_speaker 0
-
-server="$(pactl info | sed -n 's/^Server String: //p')"
-case "$server" in
-    /*) server="unix:$server" ;;
-esac
-echo "start-test-pulseaudio: $server ready (vocle_speaker, vocle_mic_feed, vocle_mic)" >&2
-printf 'export PULSE_SERVER=%q\n' "$server"
+exec "$(dirname "$0")/make-test-sound-devices.sh" start-test-pulseaudio

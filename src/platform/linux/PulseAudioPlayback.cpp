@@ -23,14 +23,20 @@ class PulseSoundPlayer final : public SoundPlayer {
         PulseConnection::Lock lock(pulse_);
         disconnectLocked();
         pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, static_cast<uint32_t>(rate_),
-                            static_cast<uint8_t>(channels_)};
+                                    static_cast<uint8_t>(channels_)};
         stream_ = pa_stream_new(pulse_.context(), "Vocle sound effect", &sampleFormat, nullptr);
         if (!stream_) return false;
         finished_ = std::move(finished);
         offset_ = 0;
+        // The volume goes into the samples, the stream plays at 100 %: WirePlumber replaces a new
+        // stream's volume with the one it stored for the application, so on PipeWire a stream volume
+        // would be ignored. An explicit 100 % also keeps PulseAudio's stream-restore out of it.
+        scaled_.resize(samples_.size());
+        std::transform(samples_.begin(), samples_.end(), scaled_.begin(),
+                       [v = volume_](float sample) { return sample * v; });
         pa_stream_set_write_callback(stream_, writable, this);
         pa_cvolume volume;
-        pa_cvolume_set(&volume, sampleFormat.channels, pa_sw_volume_from_linear(volume_));
+        pa_cvolume_set(&volume, sampleFormat.channels, PA_VOLUME_NORM);
         if (pa_stream_connect_playback(stream_, nullptr, nullptr, PA_STREAM_NOFLAGS, &volume, nullptr) < 0) {
             disconnectLocked();
             return false;
@@ -46,11 +52,11 @@ class PulseSoundPlayer final : public SoundPlayer {
   private:
     static void writable(pa_stream* s, size_t nbytes, void* userdata) {
         auto* self = static_cast<PulseSoundPlayer*>(userdata);
-        const size_t total = self->samples_.size() * sizeof(float);
+        const size_t total = self->scaled_.size() * sizeof(float);
         if (self->offset_ >= total) return;
         const size_t n = std::min(nbytes, total - self->offset_);
-        pa_stream_write(s, reinterpret_cast<const uint8_t*>(self->samples_.data()) + self->offset_, n,
-                        nullptr, 0, PA_SEEK_RELATIVE);
+        pa_stream_write(s, reinterpret_cast<const uint8_t*>(self->scaled_.data()) + self->offset_, n, nullptr,
+                        0, PA_SEEK_RELATIVE);
         self->offset_ += n;
         if (self->offset_ >= total) {
             pa_stream_set_write_callback(s, nullptr, nullptr);
@@ -79,6 +85,7 @@ class PulseSoundPlayer final : public SoundPlayer {
 
     PulseConnection& pulse_;
     std::vector<float> samples_;
+    std::vector<float> scaled_;  // at the volume of the current play
     int rate_;
     int channels_;
     float volume_ = 1.0f;

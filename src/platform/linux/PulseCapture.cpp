@@ -197,7 +197,13 @@ std::optional<CaptureDevice> PulseCapture::device(const std::string& uid) const 
 std::optional<CaptureDevice> PulseCapture::defaultDevice() const {
     auto info = pulse_.serverInfo();
     if (!info.ok() || info.value().defaultSource.empty()) return std::nullopt;
-    return device(info.value().defaultSource);
+    // With no microphone left the servers fall back to a sink's monitor as the default source (PipeWire
+    // at once); that is the speakers, not a microphone.
+    auto sources = pulse_.sources();
+    if (!sources.ok()) return std::nullopt;
+    for (const auto& s : sources.value())
+        if (s.name == info.value().defaultSource && !s.isMonitor) return CaptureDevice{s.name, s.description};
+    return std::nullopt;
 }
 
 std::shared_ptr<CaptureSession> PulseCapture::makeSession() {

@@ -1,10 +1,17 @@
 #include "platform/linux/PulseConnection.h"
 
+#include <chrono>
+#include <thread>
+
 namespace vocle {
 
 namespace {
 
 constexpr const char* kDomain = "PulseAudio";
+// PipeWire's pulse server answers a new default at once but applies it only when its session manager
+// (WirePlumber) has chosen it, a few milliseconds later; PulseAudio reports it on the first check.
+constexpr int kDefaultChecks = 100;
+constexpr auto kDefaultCheckInterval = std::chrono::milliseconds(10);
 
 std::string text(const char* s) {
     return s ? s : "";
@@ -127,12 +134,15 @@ Result<std::vector<PulseConnection::Sink>> PulseConnection::sinks() {
             sink.index = i->index;
             sink.name = text(i->name);
             sink.description = text(i->description);
+            sink.monitorSource = text(i->monitor_source_name);
             sink.sampleFormat = i->sample_spec;
             sink.volume = i->volume;
             sink.card = i->card;
-            sink.profile = text(pa_proplist_gets(i->proplist, "bluetooth.protocol"));
-            if (sink.profile.empty())
-                sink.profile = text(pa_proplist_gets(i->proplist, "device.profile.name"));
+            // PulseAudio's Bluetooth sinks say "bluetooth.protocol" (headset_head_unit); PipeWire's say
+            // "api.bluez5.profile" (headset-head-unit), with the card profile of the same name.
+            for (const char* key : {"bluetooth.protocol", "api.bluez5.profile", "device.profile.name"}) {
+                if (sink.profile.empty()) sink.profile = text(pa_proplist_gets(i->proplist, key));
+            }
             s->items.push_back(std::move(sink));
         }
         pa_threaded_mainloop_signal(s->loop, 0);
@@ -203,15 +213,33 @@ std::optional<Error> PulseConnection::successCall(
 }
 
 std::optional<Error> PulseConnection::setDefaultSink(const std::string& name) {
-    return successCall("Could not set the default output", [&](pa_context_success_cb_t cb, void* u) {
-        return pa_context_set_default_sink(context_, name.c_str(), cb, u);
-    });
+    if (auto error =
+            successCall("Could not set the default output", [&](pa_context_success_cb_t cb, void* u) {
+                return pa_context_set_default_sink(context_, name.c_str(), cb, u);
+            }))
+        return error;
+    return awaitDefault(&ServerInfo::defaultSink, name, "Could not set the default output");
 }
 
 std::optional<Error> PulseConnection::setDefaultSource(const std::string& name) {
-    return successCall("Could not set the default input", [&](pa_context_success_cb_t cb, void* u) {
-        return pa_context_set_default_source(context_, name.c_str(), cb, u);
-    });
+    if (auto error = successCall("Could not set the default input", [&](pa_context_success_cb_t cb, void* u) {
+            return pa_context_set_default_source(context_, name.c_str(), cb, u);
+        }))
+        return error;
+    return awaitDefault(&ServerInfo::defaultSource, name, "Could not set the default input");
+}
+
+std::optional<Error> PulseConnection::awaitDefault(std::string ServerInfo::*which, const std::string& name,
+                                                   const std::string& what) {
+    std::string reported;
+    for (int attempt = 0; attempt < kDefaultChecks; ++attempt) {
+        auto info = serverInfo();
+        if (!info.ok()) return info.error();
+        reported = info.value().*which;
+        if (reported == name) return std::nullopt;
+        std::this_thread::sleep_for(kDefaultCheckInterval);
+    }
+    return Error{kDomain, PA_ERR_TIMEOUT, what + ": the server still names " + reported};
 }
 
 std::optional<Error> PulseConnection::setSinkVolume(uint32_t index, const pa_cvolume& volume) {

@@ -22,10 +22,11 @@ class PulseConnection {
         uint32_t index = PA_INVALID_INDEX;
         std::string name;
         std::string description;
+        std::string monitorSource;  // the source that records what it plays
         pa_sample_spec sampleFormat{};
         pa_cvolume volume{};
         uint32_t card = PA_INVALID_INDEX;
-        std::string profile;  // the card profile it belongs to (bluetooth.protocol), if any
+        std::string profile;  // the card profile it belongs to (Bluetooth protocol), if any
     };
     struct Source {
         uint32_t index = PA_INVALID_INDEX;
@@ -57,6 +58,7 @@ class PulseConnection {
     Result<std::vector<Sink>> sinks();
     Result<std::vector<Source>> sources();
     Result<std::vector<Card>> cards();
+    // Return once the server reports the new default (or with an error when it never does).
     std::optional<Error> setDefaultSink(const std::string& name);
     std::optional<Error> setDefaultSource(const std::string& name);
     std::optional<Error> setSinkVolume(uint32_t index, const pa_cvolume& volume);
@@ -83,6 +85,8 @@ class PulseConnection {
 
   private:
     std::optional<Error> connectLocked();
+    std::optional<Error> awaitDefault(std::string ServerInfo::*which, const std::string& name,
+                                      const std::string& what);
     // With the lock held: waits for the operation to finish.
     void await(pa_operation* op);
     std::optional<Error> successCall(

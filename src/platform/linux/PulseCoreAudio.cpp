@@ -24,10 +24,21 @@ bool contains(const std::string& s, const char* part) {
 bool PulseCoreAudio::isHeadUnitProfile(const std::string& sinkName, const std::string& profile) {
     for (const auto& s : {sinkName, profile}) {
         if (contains(s, "head_unit") || contains(s, "head-unit") || contains(s, "headset_audio_gateway") ||
-            contains(s, "hsp") || contains(s, "hfp"))
+            contains(s, "headset-audio-gateway") || contains(s, "hsp") || contains(s, "hfp"))
             return true;
     }
     return false;
+}
+
+std::string PulseCoreAudio::profileToRestore(const std::string& remembered,
+                                             const std::vector<std::string>& offered) {
+    if (remembered.empty()) return {};
+    for (const auto& p : offered)
+        if (p == remembered) return p;
+    // PipeWire offers one profile per codec beside the plain one; the card's own order is its preference.
+    for (const auto& p : offered)
+        if (p.rfind(remembered, 0) == 0) return p;
+    return {};
 }
 
 Result<PulseConnection::Sink> PulseCoreAudio::sink(AudioDeviceId id) {
@@ -132,11 +143,8 @@ std::optional<Error> PulseCoreAudio::setDefaultOutput(AudioDeviceId id) {
     auto cards = pulse_.cards();
     if (!cards.ok()) return cards.error();
     std::string profile;
-    for (const auto& c : cards.value()) {
-        if (c.index != known.card) continue;
-        for (const auto& p : c.availableProfiles)
-            if (p == known.profile || contains(p, known.profile.c_str())) profile = p;
-    }
+    for (const auto& c : cards.value())
+        if (c.index == known.card) profile = profileToRestore(known.profile, c.availableProfiles);
     if (profile.empty()) return s.error();
     if (auto error = pulse_.setCardProfile(known.card, profile)) return error;
     for (int attempt = 0; attempt < 30; ++attempt) {

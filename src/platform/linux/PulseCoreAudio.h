@@ -27,6 +27,10 @@ class PulseCoreAudio final : public CoreAudio {
     std::optional<Error> setVolume(AudioDeviceId id, float volume) override;
 
     static bool isHeadUnitProfile(const std::string& sinkName, const std::string& profile);
+    // The card profile that brings back a sink of `remembered` profile: the same name, else the first
+    // codec variant of it ("a2dp-sink" -> "a2dp-sink-aac"); empty when the card offers neither.
+    static std::string profileToRestore(const std::string& remembered,
+                                        const std::vector<std::string>& offered);
 
   private:
     Result<PulseConnection::Sink> sink(AudioDeviceId id);

@@ -20,9 +20,18 @@ void PulseRecordStream::start(Completion started) {
     pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, 48000, 2};
     std::string lookFor = device_;
     if (device_ == "@DEFAULT_MONITOR@") {
+        // The server names the monitor: "<sink>.monitor" by custom only.
         auto info = pulse_.serverInfo();
         if (!info.ok()) return started(info.error());
-        lookFor = info.value().defaultSink + ".monitor";
+        auto sinks = pulse_.sinks();
+        if (!sinks.ok()) return started(sinks.error());
+        lookFor.clear();
+        for (const auto& s : sinks.value())
+            if (s.name == info.value().defaultSink) lookFor = s.monitorSource;
+        if (lookFor.empty())
+            return started(
+                Error{kDomain, PA_ERR_NOENTITY,
+                      "No output device to record from (default: " + info.value().defaultSink + ")"});
     }
     auto sources = pulse_.sources();
     if (!sources.ok()) return started(sources.error());
@@ -47,8 +56,13 @@ void PulseRecordStream::start(Completion started) {
     pa_stream_set_read_callback(stream_, readable, this);
     pa_buffer_attr attr{};
     attr.maxlength = static_cast<uint32_t>(-1);
-    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(20'000, &sampleFormat));  // 20 ms blocks for the meter
-    if (pa_stream_connect_record(stream_, lookFor.c_str(), &attr, PA_STREAM_ADJUST_LATENCY) < 0) {
+    attr.fragsize =
+        static_cast<uint32_t>(pa_usec_to_bytes(20'000, &sampleFormat));  // 20 ms blocks for the meter
+    // Never moved: when the device goes away both servers carry a stream to whatever input is left,
+    // a sink's monitor when no microphone remains, so a "microphone" recording would go on with what
+    // the speakers play. Pinned, the stream ends with its device.
+    const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
+    if (pa_stream_connect_record(stream_, lookFor.c_str(), &attr, flags) < 0) {
         auto e = pulse_.error("Could not start recording from " + lookFor);
         disconnectLocked();
         if (auto f = std::exchange(started_, nullptr)) f(e);
@@ -107,7 +121,8 @@ void PulseRecordStream::readable(pa_stream* s, size_t, void* userdata) {
         if (self->onData_) {
             const size_t frames = bytes / (sizeof(float) * sampleFormat->channels);
             if (data) {
-                self->onData_(static_cast<const float*>(data), frames, sampleFormat->channels, sampleFormat->rate);
+                self->onData_(static_cast<const float*>(data), frames, sampleFormat->channels,
+                              sampleFormat->rate);
             } else {
                 // A hole in the stream becomes silence, so the file keeps the recording's timing.
                 self->silence_.assign(frames * sampleFormat->channels, 0.0f);

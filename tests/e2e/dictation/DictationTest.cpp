@@ -10,6 +10,7 @@
 
 #include "foundation/Json.h"
 #include "foundation/Uuid.h"
+#include "support/TestSoundServer.h"
 #include "support/desktop/DesktopHarness.h"
 
 using namespace vocle::testing;
@@ -63,6 +64,10 @@ void editModes(const fs::path& dataFolder, const std::function<void(vocle::Json&
 class Dictation : public ::testing::Test {
   protected:
     void SetUp() override {
+        if (auto why = TestSoundServer::fromEnvironment().unavailable()) {
+            if (soundServerRequired()) FAIL() << *why;
+            GTEST_SKIP() << *why;
+        }
         desktop = std::make_unique<DesktopHarness>();
         if (HasFatalFailure()) return;
         desktop->signIn("e2e@example.com");

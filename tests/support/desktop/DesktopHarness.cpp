@@ -6,6 +6,8 @@
 
 #include <sstream>
 
+#include "support/TestSoundServer.h"
+
 namespace vocle::testing {
 
 namespace fs = std::filesystem;
@@ -63,15 +65,14 @@ void DesktopHarness::startDesktop() {
 }
 
 void DesktopHarness::startPulseAudio() {
-    // The test script's daemon (scripts/test.sh starts it); started here when the test runs alone.
-    if (const char* server = std::getenv("PULSE_SERVER"); server && *server) {
+    const auto sound = TestSoundServer::fromEnvironment();
+    // The test script's PulseAudio daemon (scripts/test.sh starts it); started here when the test runs
+    // alone. PipeWire always comes from its own script, whatever PULSE_SERVER says.
+    const char* server = std::getenv("PULSE_SERVER");
+    if (sound.kind() == TestSoundServer::Kind::pulseaudio && server && *server) {
         env_["PULSE_SERVER"] = server;
     } else {
-        const auto result = runProgram({{std::string(VOCLE_SOURCE_DIR) + "/scripts/start-test-pulseaudio.sh"}}, 30s);
-        std::smatch m;
-        require(std::regex_search(result.output, m, std::regex("export PULSE_SERVER=(\\S+)")),
-                "PulseAudio did not start: " + result.output);
-        env_["PULSE_SERVER"] = m[1];
+        env_["PULSE_SERVER"] = sound.start();
     }
     const auto info = runProgram({{"pactl", "list", "short", "sources"}, env_}, 10s);
     require(info.output.find("vocle_mic") != std::string::npos, "no virtual microphone: " + info.output);

@@ -19,9 +19,9 @@ namespace vocle::testing {
 using namespace std::chrono_literals;
 
 // A whole desktop for one user, private to the test: an X server with a window manager, a session bus,
-// a PulseAudio daemon with a virtual microphone, the real vocle-server with speech recognition, and a
-// data folder already signed in. Everything the harness starts is stopped with it. A part that does not
-// come up throws std::runtime_error with what it printed.
+// a sound server with a virtual microphone (PulseAudio, or PipeWire: see TestSoundServer), the real
+// vocle-server with speech recognition, and a data folder already signed in. Everything the harness
+// starts is stopped with it. A part that does not come up throws std::runtime_error with what it printed.
 class DesktopHarness {
   public:
     DesktopHarness();
