@@ -24,7 +24,8 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
     autoModeManager = std::make_unique<AutoModeManager>(main, q.background, notifications, s.workspace,
                                                         s.browserScripting, s.accessibility, random);
     clipboard =
-        std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
+        std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications,
+                                           "TranscriptionCompleted", s.desktopNotifications);
     shortcuts = std::make_unique<ShortcutManager>(main, files, s.hotKeys, s.keyMonitor, s.localKeyMonitor);
 
     auto engine = std::make_shared<std::mt19937_64>(std::random_device{}());
