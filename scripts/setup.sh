@@ -21,6 +21,7 @@ PACKAGES=(
     # Wayland: the client library and its scanner, xkbcommon, and a headless sway session with foot,
     # XWayland, Qt's Wayland platform, wl-clipboard, wtype and grim for the tests
     libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
+    x11-xserver-utils
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # the server's PostgreSQL store and its tests

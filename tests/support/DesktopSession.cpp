@@ -324,7 +324,12 @@ void DesktopSession::startSway() {
                           << "default_border none\nfocus_follows_mouse no\n"
                           << (options_.xwayland ? "xwayland force\n" : "xwayland disable\n")
                           // sway hands its clients the XWayland display; the test learns it the same way.
-                          << "exec sh -c 'echo \"$DISPLAY\" > " << displayFile.string() << "'\n";
+                          // XWayland admits only its owner: X clients of the test run as root.
+                          // A keyboard on the seat, as every real session has: XWayland crashes on keyboard
+                          // requests when the seat has none (headless sway has no devices).
+                          << "exec wtype -s 2000000000\n"
+                          << "exec sh -c '" << (options_.xwayland ? "xhost +si:localuser:root >/dev/null; " : "")
+                          << "echo \"$DISPLAY\" > " << displayFile.string() << "'\n";
     ::chmod(config.c_str(), 0644);
     const std::vector<std::string> env = {"XDG_RUNTIME_DIR=" + runtimeDir_.string(),
                                           "WLR_BACKENDS=headless",
@@ -355,6 +360,13 @@ void DesktopSession::startSway() {
     if (!up || !isRunning(sway_))
         throw std::runtime_error("DesktopSession: sway did not start (see " +
                                  (workDir_ / "sway.log").string() + ")");
+    const bool keyboard = pollUntil(
+        [&] {
+            const auto inputs = swaymsg({"-t", "get_inputs"});
+            return inputs && inputs->find("\"keyboard\"") != std::string::npos;
+        },
+        options_.startTimeout, {}, 0.05);
+    if (!keyboard) throw std::runtime_error("DesktopSession: sway never got the session's keyboard (wtype)");
     ::setenv("XDG_RUNTIME_DIR", runtimeDir_.c_str(), 1);
     ::setenv("WAYLAND_DISPLAY", waylandDisplay_.c_str(), 1);
     if (options_.xwayland) {
