@@ -1,5 +1,9 @@
 #include "platform/wayland/VirtualKeymap.h"
 
+#include <xkbcommon/xkbcommon.h>
+
+#include <memory>
+
 #include "platform/events.h"
 
 namespace vocle::wayland {
@@ -14,8 +18,35 @@ constexpr uint32_t kShiftMask = 1u << 0;
 constexpr uint32_t kControlMask = 1u << 2;
 }  // namespace
 
+namespace {
+
+// The system's full US keymap: the compositor hands the active keyboard's keymap to every client, and
+// XWayland misbehaves on keymaps with only a few keys. Our three keys sit at their usual evdev places.
+std::string fullUsKeymap() {
+    std::unique_ptr<xkb_context, decltype(&xkb_context_unref)> context(
+        xkb_context_new(XKB_CONTEXT_NO_ENVIRONMENT_NAMES), xkb_context_unref);
+    if (!context) return {};
+    const xkb_rule_names names{"evdev", "pc105", "us", "", ""};
+    std::unique_ptr<xkb_keymap, decltype(&xkb_keymap_unref)> keymap(
+        xkb_keymap_new_from_names(context.get(), &names, XKB_KEYMAP_COMPILE_NO_FLAGS), xkb_keymap_unref);
+    if (!keymap) return {};
+    std::unique_ptr<char, decltype(&free)> text(
+        xkb_keymap_get_as_string(keymap.get(), XKB_KEYMAP_FORMAT_TEXT_V1), free);
+    return text ? std::string(text.get()) : std::string();
+}
+
+}  // namespace
+
 const std::string& VirtualKeymap::text() {
-    // Self-contained (no includes), so it loads even where xkeyboard-config is missing.
+    static const std::string keymap = [] {
+        std::string full = fullUsKeymap();
+        return full.empty() ? minimalText() : full;
+    }();
+    return keymap;
+}
+
+const std::string& VirtualKeymap::minimalText() {
+    // Self-contained (no includes), for systems without xkeyboard-config.
     static const std::string keymap = R"(xkb_keymap {
 xkb_keycodes "vocle" {
     minimum = 8;
