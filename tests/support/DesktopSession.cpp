@@ -158,7 +158,7 @@ DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
         // The bus starts after the display server: services it activates inherit the display.
         if (options_.server == Server::wayland) {
             startSway();
-        } else {
+        } else if (options_.server == Server::x11) {
             ::unsetenv("WAYLAND_DISPLAY");
             startXvfb();
             ::setenv("DISPLAY", display_.c_str(), 1);
@@ -243,8 +243,15 @@ void DesktopSession::startBus() {
     if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("DesktopSession: pipe failed");
     pid_t launcher = 0;
     try {
+        // Services the bus starts on demand (the accessibility bus launcher, dconf) inherit this
+        // environment: they must not write the real user's settings.
+        const auto home = workDir_ / "bus-home";
+        std::filesystem::create_directories(home);
         launcher = spawnProcess({{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
-                                 environmentWith({}),
+                                 environmentWith({"HOME=" + home.string(),
+                                                  "XDG_CONFIG_HOME=" + (home / ".config").string(),
+                                                  "XDG_CACHE_HOME=" + (home / ".cache").string(),
+                                                  "GSETTINGS_BACKEND=memory"}),
                                  {},
                                  fds[1],
                                  {}});

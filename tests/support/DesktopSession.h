@@ -19,7 +19,8 @@ namespace vocle::testing {
 // std::runtime_error naming what and why: a missing display server is a failure, never a skip.
 class DesktopSession {
   public:
-    enum class Server { x11, wayland };
+    // none: the session bus alone.
+    enum class Server { x11, wayland, none };
     static constexpr const char* kSessionUser = "vocle-session";
 
     struct Options {
