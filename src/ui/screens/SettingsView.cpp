@@ -142,8 +142,12 @@ void SettingsView::refresh() {
     QStringList text;
     for (const auto& line : lines) text << qs(line);
     compositorLines_->setText(text.join('\n'));
-    compositorNote_->setText(qs("Your compositor runs the shortcuts. Add these lines to " +
-                                vm_.compositorBindingPlace() + " and reload it:"));
+    // The path stays on one line (a word joiner after each slash): a break after "~/.config/" reads as two
+    // places.
+    QString place = qs(vm_.compositorBindingPlace());
+    place.replace('/', QStringLiteral("/\u2060"));
+    compositorNote_->setText("Your compositor runs the shortcuts. Add these lines to " + place +
+                             " and reload it:");
     compositorCopy_->setText("Copy");
     for (QWidget* w : {static_cast<QWidget*>(compositorNote_), static_cast<QWidget*>(compositorLines_),
                        static_cast<QWidget*>(compositorCopy_)})
