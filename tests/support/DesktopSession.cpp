@@ -247,14 +247,13 @@ void DesktopSession::startBus() {
         // environment: they must not write the real user's settings.
         const auto home = workDir_ / "bus-home";
         std::filesystem::create_directories(home);
-        launcher = spawnProcess({{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
-                                 environmentWith({"HOME=" + home.string(),
-                                                  "XDG_CONFIG_HOME=" + (home / ".config").string(),
-                                                  "XDG_CACHE_HOME=" + (home / ".cache").string(),
-                                                  "GSETTINGS_BACKEND=memory"}),
-                                 {},
-                                 fds[1],
-                                 {}});
+        launcher = spawnProcess(
+            {{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
+             environmentWith({"HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / ".config").string(),
+                              "XDG_CACHE_HOME=" + (home / ".cache").string(), "GSETTINGS_BACKEND=memory"}),
+             {},
+             fds[1],
+             {}});
     } catch (...) {
         ::close(fds[0]), ::close(fds[1]);
         throw;
@@ -332,10 +331,8 @@ void DesktopSession::startSway() {
                           << (options_.xwayland ? "xwayland force\n" : "xwayland disable\n")
                           // sway hands its clients the XWayland display; the test learns it the same way.
                           // XWayland admits only its owner: X clients of the test run as root.
-                          // A keyboard on the seat, as every real session has: XWayland crashes on keyboard
-                          // requests when the seat has none (headless sway has no devices).
-                          << "exec wtype -s 2000000000\n"
-                          << "exec sh -c '" << (options_.xwayland ? "xhost +si:localuser:root >/dev/null; " : "")
+                          << "exec sh -c '"
+                          << (options_.xwayland ? "xhost +si:localuser:root >/dev/null; " : "")
                           << "echo \"$DISPLAY\" > " << displayFile.string() << "'\n";
     ::chmod(config.c_str(), 0644);
     const std::vector<std::string> env = {"XDG_RUNTIME_DIR=" + runtimeDir_.string(),
@@ -367,6 +364,10 @@ void DesktopSession::startSway() {
     if (!up || !isRunning(sway_))
         throw std::runtime_error("DesktopSession: sway did not start (see " +
                                  (workDir_ / "sway.log").string() + ")");
+    // A keyboard on the seat, as every real session has: XWayland crashes on keyboard requests when the
+    // seat has none (headless sway has no devices). A child of ours, so it goes with the session.
+    spawn({"wtype", "-s", "2000000000"},
+          {"XDG_RUNTIME_DIR=" + runtimeDir_.string(), "WAYLAND_DISPLAY=" + waylandDisplay_});
     const bool keyboard = pollUntil(
         [&] {
             const auto inputs = swaymsg({"-t", "get_inputs"});
