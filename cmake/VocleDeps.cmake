@@ -19,3 +19,7 @@ pkg_check_modules(ATSPI REQUIRED IMPORTED_TARGET atspi-2 gobject-2.0)
 pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
 # The server's PostgreSQL store (and the request fuzzer, which compiles the store in).
 pkg_check_modules(LIBPQ REQUIRED IMPORTED_TARGET libpq)
+# Wayland: the client library, its scanner for the protocol glue, and xkbcommon (the keymap's tests).
+pkg_check_modules(WAYLAND REQUIRED IMPORTED_TARGET wayland-client)
+pkg_check_modules(XKBCOMMON REQUIRED IMPORTED_TARGET xkbcommon)
+find_program(WAYLAND_SCANNER wayland-scanner REQUIRED)

@@ -19,6 +19,10 @@ PACKAGES=(
     libx11-dev libxtst-dev libxi-dev libxfixes-dev libatspi2.0-dev libdbus-1-dev
     at-spi2-core dbus dbus-x11 openbox xterm xdotool x11-utils xclip imagemagick fonts-dejavu-core
     desktop-file-utils xdg-utils librsvg2-bin curl
+    # Wayland: the client library and its scanner, xkbcommon, and a headless sway session with foot,
+    # XWayland, Qt's Wayland platform, wl-clipboard, wtype and grim for the tests
+    libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
+    x11-xserver-utils
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # the server's PostgreSQL store and its tests

@@ -72,9 +72,12 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
             case Kind::vocabulary:
                 return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary), parent);
             case Kind::settings:
-                return own<SettingsView>(std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
-                                                                             s.localKeyMonitor, s.autostart),
-                                         parent);
+            {
+                auto vm = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
+                                                              s.localKeyMonitor, s.autostart);
+                vm->setCompositorShortcuts(s.compositorShortcuts);
+                return own<SettingsView>(std::move(vm), parent);
+            }
             case Kind::history:
                 return own<HistoryView>(
                     std::make_unique<HistoryViewModel>(

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "screens/SettingsViewModel.h"
+
 #include <memory>
 #include <vector>
 
@@ -26,6 +28,8 @@ struct ScreenServices {
     SystemPermissionProbe permissions;
     ShortcutManagerControl<ShortcutManager> shortcuts;
     AutostartEntry autostart;
+    // Set on compositors where the user binds the shortcuts in the compositor's configuration.
+    SettingsViewModel::CompositorShortcuts compositorShortcuts;
 };
 
 ui::ScreenFactory makeScreenFactory(ScreenServices& services);

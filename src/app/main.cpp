@@ -5,9 +5,11 @@
 #include "app/UpdateAnnouncer.h"
 #include "application/ClientGraph.h"
 #include "application/DictationApp.h"
+#include "desktop/PasteChain.h"
 #include "foundation/Environment.h"
 #include "foundation/Log.h"
 #include "platform/linux/DesktopEntryIndex.h"
+#include "platform/linux/DisplaySession.h"
 #include "platform/linux/NoBrowserScripting.h"
 #include "platform/linux/PulseAudioPlayback.h"
 #include "platform/linux/PulseCapture.h"
@@ -15,7 +17,9 @@
 #include "platform/linux/PulseCoreAudio.h"
 #include "platform/linux/PulseScreenCapture.h"
 #include "platform/linux/XdgUrlOpener.h"
+#include "platform/wayland/WaylandDesktop.h"
 #include "platform/x11/AtspiAccessibility.h"
+#include "platform/x11/KeysymTable.h"
 #include "platform/x11/QtDBusControlBus.h"
 #include "platform/x11/QtLocalKeyMonitor.h"
 #include "platform/x11/QtMainQueue.h"
@@ -35,6 +39,9 @@
 
 // Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
 #include <QApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
 
 #ifndef VOCLE_VERSION
 #define VOCLE_VERSION "0.0.0"
@@ -53,9 +60,26 @@ public:
     Subscription observeActivations(ActivationHandler) override { return {}; }
 };
 
+// Whether the desktop portal answers on the session bus (running or activatable).
+std::string portalsOffered() {
+    auto* bus = QDBusConnection::sessionBus().interface();
+    if (!bus) return "no session bus";
+    const QString portal = "org.freedesktop.portal.Desktop";
+    if (bus->isServiceRegistered(portal)) return "xdg-desktop-portal";
+    const QDBusReply<QStringList> activatable = bus->call("ListActivatableNames");
+    return activatable.isValid() && activatable.value().contains(portal) ? "xdg-desktop-portal (activatable)"
+                                                                         : "none";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    const DisplaySession displaySession = detectDisplaySession(ProcessEnvironment());
+    // On Wayland our windows stay on XWayland: the indicator is an override-redirect X window there, which
+    // no compositor focuses, and the X11 grab keeps serving X windows. The user's explicit choice wins.
+    if (displaySession == DisplaySession::wayland && qEnvironmentVariableIsSet("DISPLAY") &&
+        !qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication qtApp(argc, argv);
     QApplication::setApplicationName("Vocle");
     QApplication::setApplicationVersion(VOCLE_VERSION);
@@ -102,25 +126,54 @@ int main(int argc, char** argv) {
     ui::QtAlerts alerts(mainQueue);
     XdgUrlOpener urlOpener;
     auto desktopEntries = std::make_shared<const DesktopEntryIndex>(DesktopEntryIndex::fromEnvironment(env));
-    std::unique_ptr<Workspace> workspace = X11Workspace::open(mainQueue, desktopEntries);
-    if (!workspace) workspace = std::make_unique<NoWorkspace>();
+    // On Wayland the X server is XWayland: it sees only its own windows, so it tells whether an X window
+    // has the focus while the compositor's protocols serve the rest.
+    std::unique_ptr<X11Workspace> x11Workspace =
+        qEnvironmentVariableIsSet("DISPLAY") ? X11Workspace::open(mainQueue, desktopEntries) : nullptr;
+    std::unique_ptr<wayland::WaylandDesktop> waylandDesktop;
+    if (displaySession == DisplaySession::wayland) {
+        waylandDesktop = wayland::WaylandDesktop::open(mainQueue, desktopEntries);
+        log("Desktop session: wayland (",
+            waylandDesktop ? waylandDesktop->summary() : std::string("the compositor did not answer"),
+            "; portals: ", portalsOffered(), ")");
+    }
+    NoWorkspace noWorkspace;
+    Workspace* workspace = &noWorkspace;
+    if (waylandDesktop && waylandDesktop->workspace())
+        workspace = waylandDesktop->workspace();
+    else if (x11Workspace && displaySession != DisplaySession::wayland)
+        workspace = x11Workspace.get();
     NoBrowserScripting browserScripting;
     AtspiAccessibility accessibility;
     auto grabbed = std::make_shared<GrabbedCombinations>();
     X11HotKeys hotKeys(mainQueue, grabbed);
     XInputKeyMonitor keyMonitor(mainQueue, grabbed);
     QtLocalKeyMonitor localKeyMonitor;
-    XTestSyntheticKeys syntheticKeys;
-    QtPasteboard pasteboard;
+    XTestSyntheticKeys xtestKeys;
+    QtPasteboard qtPasteboard;
+    Pasteboard& pasteboard = waylandDesktop && waylandDesktop->clipboard()
+                                 ? static_cast<Pasteboard&>(*waylandDesktop->clipboard())
+                                 : qtPasteboard;
+    std::unique_ptr<PasteChain> pasteChain;
+    if (displaySession == DisplaySession::wayland) {
+        wayland::WaylandWorkspace* toplevels = waylandDesktop ? waylandDesktop->workspace() : nullptr;
+        pasteChain = std::make_unique<PasteChain>(
+            waylandDesktop ? waylandDesktop->virtualKeyboard() : nullptr, x11Workspace ? &xtestKeys : nullptr,
+            [&] { return x11Workspace && x11Workspace->frontmostApplication().has_value(); },
+            [toplevels]() -> std::optional<std::string> {
+                return toplevels ? toplevels->focusedAppId() : std::nullopt;
+            });
+    }
+    SyntheticKeys& syntheticKeys = pasteChain ? static_cast<SyntheticKeys&>(*pasteChain) : xtestKeys;
     ui::QtIndicatorPanels indicatorPanels;
 
     ThreadQueues threads;
     ClientOptions options;
     options.appVersion = VOCLE_VERSION;
     ClientGraph graph(
-        PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener, *workspace,
-                         browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor, syntheticKeys,
-                         pasteboard, indicatorPanels, nullptr},
+        PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener,
+                         *workspace, browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor,
+                         syntheticKeys, pasteboard, indicatorPanels, nullptr},
         threads.refs(), options);
 
     std::unique_ptr<ui::MainView> mainWindow;
@@ -142,9 +195,14 @@ int main(int argc, char** argv) {
 
     tray = std::make_unique<ui::TrayIcon>(app.statusItem());
     std::vector<InstalledApplication> installed;
-    for (const auto& entry : desktopEntries->installedApplications()) installed.push_back({entry.id, entry.name});
+    for (const auto& entry : desktopEntries->installedApplications())
+        installed.push_back({entry.id, entry.name});
     app::ScreenServices screens(app, localKeyMonitor, pasteboard, std::move(installed),
                                 QCoreApplication::applicationFilePath().toStdString());
+    if (waylandDesktop)
+        screens.compositorShortcuts = {compositorFamily(waylandDesktop->connection().compositor()),
+                                       [](uint16_t keyCode) { return keysymNameForMacKeyCode(keyCode); },
+                                       &pasteboard};
     mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(screens),
                                                 [&]() { return pasteboard.string(); });
 

@@ -24,7 +24,8 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
     autoModeManager = std::make_unique<AutoModeManager>(main, q.background, notifications, s.workspace,
                                                         s.browserScripting, s.accessibility, random);
     clipboard =
-        std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
+        std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications,
+                                           "TranscriptionCompleted", s.desktopNotifications);
     // A retried transcript only goes on the clipboard: the user is elsewhere by now.
     dictationRetry->setCopyToClipboard([&pasteboard = s.pasteboard](const std::string& text) {
         pasteboard.clearContents();

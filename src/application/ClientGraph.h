@@ -24,6 +24,7 @@
 #include "platform/capture.h"
 #include "platform/core_audio.h"
 #include "platform/events.h"
+#include "platform/notifications.h"
 #include "platform/screen_capture.h"
 #include "platform/url_opener.h"
 #include "platform/workspace.h"
@@ -52,6 +53,8 @@ struct PlatformServices {
     IndicatorPanelFactory& indicatorPanels;
     // The update feed; production uses HttpAppcastFetcher over the graph's own transport when null.
     AppcastFetcher* appcastFetcher = nullptr;
+    // Passive notices (the paste's "press Ctrl+V" when no keys can reach the window); none: log only.
+    DesktopNotifications* desktopNotifications = nullptr;
 
     ServicePlatform servicePlatform() const {
         return {mainQueue, environment, capture, screenCapture, coreAudio, playback, alerts};

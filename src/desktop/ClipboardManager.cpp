@@ -27,18 +27,20 @@ std::string lowercase(std::string s) {
 
 ClipboardManager::ClipboardManager(MainQueue& mainQueue, Pasteboard& pasteboard, SyntheticKeys& keys,
                                    HistoryService& history, NotificationCenter& notifications,
-                                   std::string transcriptionCompletedNotification)
+                                   std::string transcriptionCompletedNotification,
+                                   DesktopNotifications* notices)
     : transcriptionCompletedNotification(std::move(transcriptionCompletedNotification)),
       mainQueue_(mainQueue),
       pasteboard_(pasteboard),
       keys_(keys),
       history_(history),
-      notifications_(notifications) {}
+      notifications_(notifications),
+      notices_(notices) {}
 
 bool ClipboardManager::isTerminalClass(const std::string& windowClass) {
     // WM_CLASS class names (and a few instance names) of terminal emulators, which take Ctrl+V as a
     // control character and paste with Ctrl+Shift+V.
-    static const std::array<const char*, 36> terminals = {
+    static const std::array<const char*, 41> terminals = {
         "xterm",
         "uxterm",
         "urxvt",
@@ -75,6 +77,11 @@ bool ClipboardManager::isTerminalClass(const std::string& windowClass) {
         "ghostty",
         "com.mitchellh.ghostty",
         "eterm",
+        "ptyxis",
+        "org.gnome.ptyxis",
+        "org.xfce.terminal",
+        "org.kde.yakuake",
+        "kitty-quick-access",
     };
     const std::string name = lowercase(windowClass);
     return std::find(terminals.begin(), terminals.end(), name) != terminals.end();
@@ -101,6 +108,12 @@ void ClipboardManager::startNext() {
     pasteboard_.setString(text);
     log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()),
         " - clipboard copy completed, starting paste");
+    if (!keys_.canDeliver()) {
+        log("⚠️ No way to send keys to the focused window; the transcript stays on the clipboard");
+        if (notices_) notices_->notify(DesktopNotice{kNoticeTitle, kNoticeBody, {}});
+        finish(pending_.front());
+        return;
+    }
     waitForModifiers(mainQueue_.clock().monotonicNow() + kModifierReleaseTimeout);
 }
 

@@ -8,6 +8,7 @@
 #include "foundation/OwnerToken.h"
 #include "foundation/Timer.h"
 #include "platform/events.h"
+#include "platform/notifications.h"
 #include "recording/TranscriptPaster.h"
 #include "storage/HistoryService.h"
 
@@ -19,7 +20,9 @@ namespace vocle {
 // The chord waits until the user has let go of the modifiers (the stop shortcut's Option is often still
 // held when the transcript arrives), checking every kModifierPollInterval; after kModifierReleaseTimeout it
 // releases them itself and pastes anyway. Terminals paste with Ctrl+Shift+V, everything else with Ctrl+V.
-// Transcripts that arrive while one is waiting are delivered after it, in order.
+// Transcripts that arrive while one is waiting are delivered after it, in order. When no keys can reach
+// the focused window (SyntheticKeys::canDeliver), the text stays on the clipboard and the user gets a
+// passive notice to paste it; the history entry and the notification follow as for a paste.
 class ClipboardManager final : public TranscriptPaster {
   public:
     static constexpr Seconds kHistoryDelay{0.6};
@@ -28,13 +31,18 @@ class ClipboardManager final : public TranscriptPaster {
 
     ClipboardManager(MainQueue& mainQueue, Pasteboard& pasteboard, SyntheticKeys& keys,
                      HistoryService& history, NotificationCenter& notifications,
-                     std::string transcriptionCompletedNotification = "TranscriptionCompleted");
+                     std::string transcriptionCompletedNotification = "TranscriptionCompleted",
+                     DesktopNotifications* notices = nullptr);
+
+    static constexpr const char* kNoticeTitle = "Transcript on the clipboard";
+    static constexpr const char* kNoticeBody = "Vocle cannot type into this window. Press Ctrl+V to paste.";
 
     const std::string transcriptionCompletedNotification;
 
     void copyAndPaste(const std::string& text) override;
 
-    // True when windows of this WM_CLASS paste with Ctrl+Shift+V. Case-insensitive.
+    // True when windows of this WM_CLASS (X11) or app id (Wayland) paste with Ctrl+Shift+V.
+    // Case-insensitive.
     static bool isTerminalClass(const std::string& windowClass);
 
   private:
@@ -48,6 +56,7 @@ class ClipboardManager final : public TranscriptPaster {
     SyntheticKeys& keys_;
     HistoryService& history_;
     NotificationCenter& notifications_;
+    DesktopNotifications* notices_;
     std::deque<std::string> pending_;
     bool busy_ = false;
     Timer pollTimer_;

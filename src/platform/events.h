@@ -116,6 +116,9 @@ class SyntheticKeys {
     // Window class of the window that will receive the keys (X11 WM_CLASS class, e.g. "XTerm"), when
     // one is known.
     virtual std::optional<std::string> focusedWindowClass() = 0;
+    // Whether keys sent now can reach the focused window at all. Asked once before each paste; when it
+    // is false the paste leaves the text on the clipboard for the user.
+    virtual bool canDeliver() { return true; }
 };
 
 // The system clipboard, plain text only. We stay the owner after writing, so the text can be pasted

@@ -20,9 +20,14 @@ std::string volumeText(double v) {
 
 }  // namespace
 
-SettingsViewModel::SettingsViewModel(const FileStorageManager& files, Capture& capture, ShortcutControl& shortcuts,
-                                     LocalKeyMonitor& keyMonitor, AutostartEntry& autostart)
-    : files_(files), capture_(capture), shortcuts_(shortcuts), keyMonitor_(keyMonitor), autostart_(autostart) {}
+SettingsViewModel::SettingsViewModel(const FileStorageManager& files, Capture& capture,
+                                     ShortcutControl& shortcuts, LocalKeyMonitor& keyMonitor,
+                                     AutostartEntry& autostart)
+    : files_(files),
+      capture_(capture),
+      shortcuts_(shortcuts),
+      keyMonitor_(keyMonitor),
+      autostart_(autostart) {}
 
 void SettingsViewModel::refreshDevices() {
     std::vector<std::string> names;
@@ -55,6 +60,29 @@ void SettingsViewModel::load() {
 bool SettingsViewModel::inputDeviceDisconnected() const {
     const auto& name = inputDevice.get();
     return !name.empty() && deviceNameToUID_.count(name) == 0;
+}
+
+std::vector<std::string> SettingsViewModel::compositorBindingLines() const {
+    std::vector<std::string> lines;
+    if (compositor_.family == CompositorFamily::other || !compositor_.keysymName) return lines;
+    const std::pair<KeyCombination, const char*> bindings[] = {
+        {shortcuts_.toggleShortcut(), "vocle-cli toggle"}, {shortcuts_.cancelShortcut(), "vocle-cli cancel"}};
+    for (const auto& [combination, command] : bindings) {
+        const auto key = compositor_.keysymName(combination.keyCode);
+        if (!key) continue;
+        if (auto line = compositorBindingLine(compositor_.family,
+                                              combination.modifiers & kShortcutModifierMask, *key, command))
+            lines.push_back(*line);
+    }
+    return lines;
+}
+
+void SettingsViewModel::copyCompositorBindings() {
+    if (!compositor_.pasteboard) return;
+    std::string text;
+    for (const auto& line : compositorBindingLines()) text += line + "\n";
+    compositor_.pasteboard->clearContents();
+    compositor_.pasteboard->setString(text);
 }
 
 std::vector<std::string> SettingsViewModel::toggleShortcutParts() const {

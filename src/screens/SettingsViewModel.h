@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -10,6 +11,7 @@
 #include "platform/capture.h"
 #include "platform/events.h"
 #include "screens/AutostartEntry.h"
+#include "screens/CompositorBinding.h"
 #include "screens/ShortcutControl.h"
 #include "screens/ShortcutPickerViewModel.h"
 #include "storage/FileStorageManager.h"
@@ -53,6 +55,20 @@ class SettingsViewModel {
     std::vector<std::string> toggleShortcutParts() const;
     std::vector<std::string> cancelShortcutParts() const;
 
+    // A compositor that binds keys in its own configuration (sway, Hyprland, river): the screen shows the
+    // lines that run vocle-cli for the stored shortcuts, and copies them.
+    struct CompositorShortcuts {
+        CompositorFamily family = CompositorFamily::other;
+        // The XKB keysym name of a stored key code ("space", "v"); none for keys without one.
+        std::function<std::optional<std::string>(uint16_t keyCode)> keysymName;
+        Pasteboard* pasteboard = nullptr;
+    };
+    void setCompositorShortcuts(CompositorShortcuts compositor) { compositor_ = std::move(compositor); }
+    // One line for the toggle and one for the cancel shortcut; empty when the desktop needs none.
+    std::vector<std::string> compositorBindingLines() const;
+    std::string compositorBindingPlace() const { return compositorConfigurationPlace(compositor_.family); }
+    void copyCompositorBindings();
+
     // Reads the devices and the settings file (the screen was shown).
     void load();
     void refreshDevices();
@@ -75,6 +91,7 @@ class SettingsViewModel {
     LocalKeyMonitor& keyMonitor_;
     AutostartEntry& autostart_;
     std::map<std::string, std::string> deviceNameToUID_;
+    CompositorShortcuts compositor_;
 };
 
 }  // namespace vocle

@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -82,7 +83,8 @@ pid_t spawnProcess(SpawnRequest request) {
     } else if (request.stdoutFd) {
         posix_spawn_file_actions_adddup2(&actions, *request.stdoutFd, 1);
     }
-    if (request.extraFd) posix_spawn_file_actions_adddup2(&actions, request.extraFd->first, request.extraFd->second);
+    if (request.extraFd)
+        posix_spawn_file_actions_adddup2(&actions, request.extraFd->first, request.extraFd->second);
     posix_spawnattr_t attr;
     posix_spawnattr_init(&attr);
     // Own process group: a terminal's ^C or a signal to the test runner's group does not reach it first.
@@ -150,14 +152,22 @@ DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
     workDir_ = pattern;
     previousDisplay_ = getEnv("DISPLAY");
     previousBus_ = getEnv("DBUS_SESSION_BUS_ADDRESS");
+    previousWayland_ = getEnv("WAYLAND_DISPLAY");
+    previousRuntime_ = getEnv("XDG_RUNTIME_DIR");
     try {
-        startXvfb();
-        ::setenv("DISPLAY", display_.c_str(), 1);
+        // The bus starts after the display server: services it activates inherit the display.
+        if (options_.server == Server::wayland) {
+            startSway();
+        } else if (options_.server == Server::x11) {
+            ::unsetenv("WAYLAND_DISPLAY");
+            startXvfb();
+            ::setenv("DISPLAY", display_.c_str(), 1);
+        }
         if (options_.sessionBus) {
             startBus();
             ::setenv("DBUS_SESSION_BUS_ADDRESS", busAddress_.c_str(), 1);
         }
-        if (options_.windowManager) startWindowManager();
+        if (options_.server == Server::x11 && options_.windowManager) startWindowManager();
     } catch (...) {
         teardown();
         throw;
@@ -233,11 +243,17 @@ void DesktopSession::startBus() {
     if (::pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("DesktopSession: pipe failed");
     pid_t launcher = 0;
     try {
-        launcher = spawnProcess({{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
-                                 environmentWith({}),
-                                 {},
-                                 fds[1],
-                                 {}});
+        // Services the bus starts on demand (the accessibility bus launcher, dconf) inherit this
+        // environment: they must not write the real user's settings.
+        const auto home = workDir_ / "bus-home";
+        std::filesystem::create_directories(home);
+        launcher = spawnProcess(
+            {{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
+             environmentWith({"HOME=" + home.string(), "XDG_CONFIG_HOME=" + (home / ".config").string(),
+                              "XDG_CACHE_HOME=" + (home / ".cache").string(), "GSETTINGS_BACKEND=memory"}),
+             {},
+             fds[1],
+             {}});
     } catch (...) {
         ::close(fds[0]), ::close(fds[1]);
         throw;
@@ -294,6 +310,93 @@ void DesktopSession::startWindowManager() {
                                  (workDir_ / "openbox.log").string() + ")");
 }
 
+void DesktopSession::startSway() {
+    // sway will not run as root: the compositor runs as an unprivileged user of its own.
+    if (!run({"id", "-u", kSessionUser}, 5.0) &&
+        !run({"useradd", "--system", "--no-create-home", "--shell", "/usr/sbin/nologin", kSessionUser},
+             30.0) &&
+        !run({"id", "-u", kSessionUser}, 5.0))
+        throw std::runtime_error(std::string("DesktopSession: cannot create the user ") + kSessionUser);
+    std::string pattern = (std::filesystem::temp_directory_path() / "vocle-wayland-XXXXXX").string();
+    if (!::mkdtemp(pattern.data())) throw std::runtime_error("DesktopSession: mkdtemp failed");
+    runtimeDir_ = pattern;
+    if (!run({"chown", kSessionUser, runtimeDir_.string()}))
+        throw std::runtime_error("DesktopSession: cannot hand " + runtimeDir_.string() + " to " +
+                                 kSessionUser);
+    const auto config = runtimeDir_ / "sway.conf";
+    const auto displayFile = runtimeDir_ / "x-display";
+    std::ofstream(config) << "output HEADLESS-1 resolution "
+                          << options_.screen.substr(0, options_.screen.rfind('x')) << "\n"
+                          << "default_border none\nfocus_follows_mouse no\n"
+                          << (options_.xwayland ? "xwayland force\n" : "xwayland disable\n")
+                          // sway hands its clients the XWayland display; the test learns it the same way.
+                          // XWayland admits only its owner: X clients of the test run as root.
+                          << "exec sh -c '"
+                          << (options_.xwayland ? "xhost +si:localuser:root >/dev/null; " : "")
+                          << "echo \"$DISPLAY\" > " << displayFile.string() << "'\n";
+    ::chmod(config.c_str(), 0644);
+    const std::vector<std::string> env = {"XDG_RUNTIME_DIR=" + runtimeDir_.string(),
+                                          "WLR_BACKENDS=headless",
+                                          "WLR_LIBINPUT_NO_DEVICES=1",
+                                          "WLR_RENDERER=pixman",
+                                          "HOME=" + runtimeDir_.string(),
+                                          "PATH=/usr/local/bin:/usr/bin:/bin"};
+    std::vector<std::string> argv = {"runuser", "-u", kSessionUser, "--", "env", "-i"};
+    argv.insert(argv.end(), env.begin(), env.end());
+    argv.insert(argv.end(), {"sway", "--config", config.string()});
+    sway_ = spawnProcess({argv, environmentWith({}), workDir_ / "sway.log", {}, {}});
+    const bool up = pollUntil(
+        [&] {
+            if (!isRunning(sway_)) return true;
+            std::error_code ec;
+            for (const auto& entry : std::filesystem::directory_iterator(runtimeDir_, ec)) {
+                const std::string name = entry.path().filename().string();
+                if (name.rfind("wayland-", 0) == 0 && name.find('.') == std::string::npos)
+                    waylandDisplay_ = name;
+            }
+            if (waylandDisplay_.empty()) return false;
+            if (!options_.xwayland) return true;
+            std::ifstream in(displayFile);
+            std::string line;
+            return std::getline(in, line) && !line.empty();
+        },
+        options_.startTimeout, {}, 0.05);
+    if (!up || !isRunning(sway_))
+        throw std::runtime_error("DesktopSession: sway did not start (see " +
+                                 (workDir_ / "sway.log").string() + ")");
+    // A keyboard on the seat, as every real session has: XWayland crashes on keyboard requests when the
+    // seat has none (headless sway has no devices). A child of ours, so it goes with the session.
+    spawn({"wtype", "-s", "2000000000"},
+          {"XDG_RUNTIME_DIR=" + runtimeDir_.string(), "WAYLAND_DISPLAY=" + waylandDisplay_});
+    const bool keyboard = pollUntil(
+        [&] {
+            const auto inputs = swaymsg({"-t", "get_inputs"});
+            return inputs && inputs->find("\"keyboard\"") != std::string::npos;
+        },
+        options_.startTimeout, {}, 0.05);
+    if (!keyboard) throw std::runtime_error("DesktopSession: sway never got the session's keyboard (wtype)");
+    ::setenv("XDG_RUNTIME_DIR", runtimeDir_.c_str(), 1);
+    ::setenv("WAYLAND_DISPLAY", waylandDisplay_.c_str(), 1);
+    if (options_.xwayland) {
+        std::ifstream in(displayFile);
+        std::getline(in, display_);
+        ::setenv("DISPLAY", display_.c_str(), 1);
+    } else {
+        ::unsetenv("DISPLAY");
+    }
+}
+
+std::optional<std::string> DesktopSession::swaymsg(const std::vector<std::string>& args) {
+    std::error_code ec;
+    std::string socket;
+    for (const auto& entry : std::filesystem::directory_iterator(runtimeDir_, ec))
+        if (entry.path().filename().string().rfind("sway-ipc.", 0) == 0) socket = entry.path().string();
+    if (socket.empty()) return std::nullopt;
+    std::vector<std::string> argv = {"swaymsg", "--socket", socket};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return run(argv);
+}
+
 pid_t DesktopSession::spawn(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv) {
     std::string name = std::filesystem::path(argv.at(0)).filename().string();
     const pid_t pid = spawnProcess({argv, environmentWith(extraEnv), workDir_ / (name + ".log"), {}, {}});
@@ -345,6 +448,30 @@ void DesktopSession::teardown() {
     }
     terminate(xvfb_);
     xvfb_ = 0;
+    if (sway_ > 0) {
+        // sway's own pid is in its IPC socket's name (sway-ipc.<uid>.<pid>.sock); it goes first, so that
+        // runuser never outlives it and leaves it orphaned.
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::directory_iterator(runtimeDir_, ec)) {
+            const std::string name = entry.path().filename().string();
+            if (name.rfind("sway-ipc.", 0) != 0) continue;
+            const auto last = name.rfind('.');
+            const auto before = name.rfind('.', last - 1);
+            const pid_t compositor =
+                static_cast<pid_t>(std::atol(name.substr(before + 1, last - before - 1).c_str()));
+            if (compositor > 0) ::kill(compositor, SIGTERM);
+        }
+        // runuser reaps sway and leaves by itself; signalled at once, it could go first and leave a zombie.
+        pollUntil([&] { return reaped(sway_); }, 3.0);
+        terminate(sway_);
+        sway_ = 0;
+    }
+    restoreEnv("WAYLAND_DISPLAY", previousWayland_);
+    restoreEnv("XDG_RUNTIME_DIR", previousRuntime_);
+    if (!runtimeDir_.empty()) {
+        std::error_code ec;
+        std::filesystem::remove_all(runtimeDir_, ec);
+    }
     restoreEnv("DISPLAY", previousDisplay_);
     restoreEnv("DBUS_SESSION_BUS_ADDRESS", previousBus_);
     std::error_code ec;

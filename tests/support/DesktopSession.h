@@ -10,14 +10,23 @@
 
 namespace vocle::testing {
 
-// A private X desktop for integration tests: Xvfb, the openbox window manager and a session D-Bus
-// daemon, started with bounded waits and torn down in reverse order. While it lives, DISPLAY and
-// DBUS_SESSION_BUS_ADDRESS of this process point at it (the previous values come back afterwards).
-// Anything that cannot start throws std::runtime_error naming what and why: a missing X server is a
-// failure, never a skip.
+// A private desktop for integration tests, started with bounded waits and torn down in reverse order:
+// - X11: Xvfb, the openbox window manager and a session D-Bus daemon;
+// - Wayland: a headless sway (run as the unprivileged user kSessionUser, created on first use, since
+//   sway refuses root) on a private runtime dir, with XWayland, and the session bus.
+// While it lives, DISPLAY, WAYLAND_DISPLAY, XDG_RUNTIME_DIR and DBUS_SESSION_BUS_ADDRESS of this process
+// point at it (the previous values come back afterwards). Anything that cannot start throws
+// std::runtime_error naming what and why: a missing display server is a failure, never a skip.
 class DesktopSession {
   public:
+    // none: the session bus alone.
+    enum class Server { x11, wayland, none };
+    static constexpr const char* kSessionUser = "vocle-session";
+
     struct Options {
+        Server server = Server::x11;
+        // Wayland: start XWayland with the compositor (DISPLAY then names it).
+        bool xwayland = true;
         // A fixed display number (e.g. 11); none lets Xvfb pick a free one (-displayfd).
         std::optional<int> display;
         std::string screen = "1280x800x24";
@@ -39,7 +48,12 @@ class DesktopSession {
     // it could not start.
     static DesktopSession& shared();
 
-    const std::string& display() const { return display_; }  // ":N"
+    const std::string& display() const { return display_; }  // ":N"; Wayland: XWayland's, or empty
+    // Wayland: the compositor's socket name in runtimeDir(), e.g. "wayland-1".
+    const std::string& waylandDisplay() const { return waylandDisplay_; }
+    const std::filesystem::path& runtimeDir() const { return runtimeDir_; }
+    // Wayland: runs `swaymsg` with the arguments against the compositor; its output, or none on failure.
+    std::optional<std::string> swaymsg(const std::vector<std::string>& args);
     const std::string& busAddress() const { return busAddress_; }
     // Scratch folder removed with the session; child process output goes there.
     const std::filesystem::path& workDir() const { return workDir_; }
@@ -56,6 +70,7 @@ class DesktopSession {
 
   private:
     void startXvfb();
+    void startSway();
     void startWindowManager();
     void startBus();
     void teardown();
@@ -63,6 +78,11 @@ class DesktopSession {
     Options options_;
     std::string display_;
     std::string busAddress_;
+    std::string waylandDisplay_;
+    std::filesystem::path runtimeDir_;
+    pid_t sway_ = 0;
+    std::optional<std::string> previousWayland_;
+    std::optional<std::string> previousRuntime_;
     std::filesystem::path workDir_;
     pid_t xvfb_ = 0;
     pid_t windowManager_ = 0;

@@ -184,6 +184,13 @@ std::optional<unsigned long> keysymForMacKeyCode(uint16_t keyCode) {
     return std::nullopt;
 }
 
+std::optional<std::string> keysymNameForMacKeyCode(uint16_t keyCode) {
+    const auto keysym = keysymForMacKeyCode(keyCode);
+    if (!keysym) return std::nullopt;
+    const char* name = XKeysymToString(*keysym);
+    return name ? std::optional<std::string>(name) : std::nullopt;
+}
+
 std::optional<uint16_t> macKeyCodeForKeysym(unsigned long keysym) {
     const auto& table = reverseTable();
     const auto it = table.find(keysym);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 // Xlib types without Xlib's macros: a keysym is an unsigned long, a display an opaque struct.
 typedef struct _XDisplay Display;
@@ -24,6 +25,8 @@ struct ModifierLayout {
 // has under another name (Insert for Help, Num Lock for Clear) map back to the Mac key in that place.
 std::optional<unsigned long> keysymForMacKeyCode(uint16_t keyCode);
 std::optional<uint16_t> macKeyCodeForKeysym(unsigned long keysym);
+// The keysym's XKB name for a Mac key ("space", "a", "F5"), as compositor configurations spell keys.
+std::optional<std::string> keysymNameForMacKeyCode(uint16_t keyCode);
 
 // Shortcut modifier bits <-> X state masks. Caps Lock is reported as the macOS Caps Lock bit;
 // Num Lock and Scroll Lock have no macOS counterpart and are dropped.

@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPushButton>
 #include <QSlider>
 
 #include <cmath>
@@ -49,6 +50,23 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     row(shortcuts, "Cancel Recording")->addWidget(cancelBox_);
     connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
     connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);
+    // Compositors that bind keys themselves: the lines to add, built from the shortcuts above.
+    compositorNote_ = paragraph("", "caption");
+    shortcuts->addWidget(compositorNote_);
+    compositorLines_ = new QLabel;
+    compositorLines_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    compositorLines_->setFont(QFont("monospace"));
+    compositorLines_->setAccessibleName("Compositor key bindings");
+    auto* linesRow = new QHBoxLayout;
+    linesRow->addWidget(compositorLines_, 1);
+    compositorCopy_ = new QPushButton("Copy");
+    compositorCopy_->setAccessibleName("Copy key bindings");
+    linesRow->addWidget(compositorCopy_, 0, Qt::AlignTop);
+    shortcuts->addLayout(linesRow);
+    connect(compositorCopy_, &QPushButton::clicked, this, [this] {
+        vm_.copyCompositorBindings();
+        compositorCopy_->setText("Copied");
+    });
 
     auto* input = section(layout, "Input Device");
     useDefault_ = new QCheckBox("Use system default device");
@@ -120,6 +138,20 @@ void SettingsView::refresh() {
     content_->setVisible(!vm_.isLoading.get());
     toggleBox_->setParts(vm_.toggleShortcutParts());
     cancelBox_->setParts(vm_.cancelShortcutParts());
+    const auto lines = vm_.compositorBindingLines();
+    QStringList text;
+    for (const auto& line : lines) text << qs(line);
+    compositorLines_->setText(text.join('\n'));
+    // The path stays on one line (a word joiner after each slash): a break after "~/.config/" reads as two
+    // places.
+    QString place = qs(vm_.compositorBindingPlace());
+    place.replace('/', QStringLiteral("/\u2060"));
+    compositorNote_->setText("Your compositor runs the shortcuts. Add these lines to " + place +
+                             " and reload it:");
+    compositorCopy_->setText("Copy");
+    for (QWidget* w : {static_cast<QWidget*>(compositorNote_), static_cast<QWidget*>(compositorLines_),
+                       static_cast<QWidget*>(compositorCopy_)})
+        w->setVisible(!lines.empty());
     useDefault_->setChecked(vm_.useSystemDefault.get());
 
     devices_->clear();
@@ -127,12 +159,14 @@ void SettingsView::refresh() {
     if (useDefault) devices_->addItem("System default", QString());
     for (const auto& name : vm_.availableDevices.get()) devices_->addItem(qs(name), qs(name));
     if (vm_.inputDeviceDisconnected())
-        devices_->addItem(qs(vm_.inputDevice.get() + SettingsViewModel::kNotConnectedSuffix), qs(vm_.inputDevice.get()));
+        devices_->addItem(qs(vm_.inputDevice.get() + SettingsViewModel::kNotConnectedSuffix),
+                          qs(vm_.inputDevice.get()));
     const int current = useDefault ? 0 : devices_->findData(qs(vm_.inputDevice.get()));
     devices_->setCurrentIndex(std::max(0, current));
-    deviceNote_->setText(vm_.inputDeviceDisconnected() && !useDefault
-                             ? "This microphone is not connected. Recording uses the system default until it is back."
-                             : "");
+    deviceNote_->setText(
+        vm_.inputDeviceDisconnected() && !useDefault
+            ? "This microphone is not connected. Recording uses the system default until it is back."
+            : "");
     deviceNote_->setVisible(!deviceNote_->text().isEmpty());
 
     soundEffects_->setChecked(vm_.enableSoundEffects.get());

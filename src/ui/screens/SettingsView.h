@@ -10,6 +10,7 @@
 class QCheckBox;
 class QComboBox;
 class QLabel;
+class QPushButton;
 class QSlider;
 
 namespace vocle {
@@ -34,6 +35,9 @@ class SettingsView : public QWidget {
     QWidget* content_;
     KeyCapsView* toggleBox_;
     KeyCapsView* cancelBox_;
+    QLabel* compositorNote_;
+    QLabel* compositorLines_;
+    QPushButton* compositorCopy_;
     QCheckBox* useDefault_;
     QComboBox* devices_;
     QLabel* deviceNote_;

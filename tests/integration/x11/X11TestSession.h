@@ -1,7 +1,7 @@
 #pragma once
 
-// A private desktop for the tests of this folder: Xvfb on one of the displays :21 to :29, openbox, and
-// a session bus of our own. Everything started here is stopped with the session.
+// The tests of this folder on the shared desktop session (tests/support/DesktopSession): its X display
+// and its bus as separate pieces, the programs they start, and a few window queries.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -27,6 +27,8 @@
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+
+#include "support/DesktopSession.h"
 
 extern char** environ;
 
@@ -141,96 +143,35 @@ inline std::string readAll(const std::filesystem::path& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-// Our own session bus (no X needed).
+// Our own session bus (no X needed): the shared desktop session without a display server.
 class TestSessionBus {
   public:
-    explicit TestSessionBus(const std::filesystem::path& dir) {
-        int fds[2];
-        if (pipe(fds) != 0) throw std::runtime_error("pipe");
-        {
-            // Services the bus starts on demand (the accessibility bus launcher, dconf) inherit this
-            // environment: they must not write the real user's settings.
-            const auto home = dir / "bus-home";
-            std::filesystem::create_directories(home);
-            Spawned launcher({"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
-                             {{"HOME", home.string()},
-                              {"XDG_CONFIG_HOME", (home / ".config").string()},
-                              {"XDG_CACHE_HOME", (home / ".cache").string()},
-                              {"GSETTINGS_BACKEND", "memory"}},
-                             dir / "dbus-daemon.log", fds[1]);
-            close(fds[1]);
-            std::string out;
-            char buf[512];
-            ssize_t n;
-            // The daemon may keep the pipe open: read its two lines, not to the end.
-            while (std::count(out.begin(), out.end(), '\n') < 2 && (n = read(fds[0], buf, sizeof buf)) > 0) {
-                out.append(buf, static_cast<size_t>(n));
-            }
-            close(fds[0]);
-            launcher.waitForExit(10s);
-            const auto nl = out.find('\n');
-            if (nl == std::string::npos) throw std::runtime_error("dbus-daemon did not start: " + out);
-            address_ = out.substr(0, nl);
-            daemonPid_ = std::atoi(out.substr(nl + 1).c_str());
-        }
-        if (address_.empty() || daemonPid_ <= 0) throw std::runtime_error("dbus-daemon did not start");
-    }
-    ~TestSessionBus() {
-        if (daemonPid_ > 0) kill(daemonPid_, SIGTERM);
-    }
-    const std::string& address() const { return address_; }
+    explicit TestSessionBus(const std::filesystem::path&) : session_(options()) {}
+    const std::string& address() const { return session_.busAddress(); }
 
   private:
-    std::string address_;
-    int daemonPid_ = -1;
+    static DesktopSession::Options options() {
+        DesktopSession::Options o;
+        o.server = DesktopSession::Server::none;
+        return o;
+    }
+    DesktopSession session_;
 };
 
-// Xvfb and openbox on the first free display of :21 to :29.
+// Xvfb and openbox (the shared desktop session without its bus), with the window queries these tests
+// make on a connection of their own.
 class TestDisplay {
   public:
-    explicit TestDisplay(const std::filesystem::path& dir) {
-        for (int number = 21; number <= 29 && !server_; ++number) {
-            if (std::filesystem::exists("/tmp/.X" + std::to_string(number) + "-lock")) continue;
-            const std::string name = ":" + std::to_string(number);
-            auto server = std::make_unique<Spawned>(
-                std::vector<std::string>{"Xvfb", name, "-screen", "0", "1280x800x24", "-nolisten", "tcp"},
-                std::map<std::string, std::string>{}, dir / ("Xvfb" + name + ".log"));
-            Display* probe = nullptr;
-            pollUntil(
-                [&] {
-                    if (!server->running()) return true;
-                    probe = XOpenDisplay(name.c_str());
-                    return probe != nullptr;
-                },
-                15s, 50ms);
-            // Another server may have taken the number first; only ours keeps running.
-            if (probe && server->running() && lockOwnedBy(number, server->pid())) {
-                display_ = probe;
-                name_ = name;
-                server_ = std::move(server);
-            } else if (probe) {
-                XCloseDisplay(probe);
-            }
-        }
-        if (!server_) throw std::runtime_error("no X server could be started on :21 to :29");
-        windowManager_ = std::make_unique<Spawned>(std::vector<std::string>{"openbox", "--sm-disable"},
-                                                   std::map<std::string, std::string>{{"DISPLAY", name_}},
-                                                   dir / "openbox.log");
-        const Atom check = XInternAtom(display_, "_NET_SUPPORTING_WM_CHECK", False);
-        if (!pollUntil([&] { return windowProperty(DefaultRootWindow(display_), check, XA_WINDOW).has_value(); },
-                       15s, 50ms)) {
-            throw std::runtime_error("openbox did not start");
-        }
+    explicit TestDisplay(const std::filesystem::path&) : session_(options()) {
+        display_ = XOpenDisplay(session_.display().c_str());
+        if (!display_) throw std::runtime_error("cannot open " + session_.display());
     }
     ~TestDisplay() {
-        windowManager_.reset();
         if (display_) XCloseDisplay(display_);
-        server_.reset();
     }
 
-    const std::string& name() const { return name_; }
+    const std::string& name() const { return session_.display(); }
     Display* display() const { return display_; }
-
     std::optional<unsigned long> windowProperty(Window window, Atom property, Atom type) const {
         Atom actual;
         int format;
@@ -292,15 +233,13 @@ class TestDisplay {
     }
 
   private:
-    static bool lockOwnedBy(int number, int pid) {
-        const std::string lock = readAll("/tmp/.X" + std::to_string(number) + "-lock");
-        return std::atoi(lock.c_str()) == pid;
+    static DesktopSession::Options options() {
+        DesktopSession::Options o;
+        o.sessionBus = false;
+        return o;
     }
-
-    std::unique_ptr<Spawned> server_;
-    std::unique_ptr<Spawned> windowManager_;
+    DesktopSession session_;
     Display* display_ = nullptr;
-    std::string name_;
 };
 
 }  // namespace vocle::testing

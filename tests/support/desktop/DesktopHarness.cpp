@@ -30,7 +30,7 @@ void require(bool condition, const std::string& message) {
 
 fs::path DesktopHarness::binary(const std::string& relative) { return fs::path(VOCLE_BINARY_DIR) / relative; }
 
-DesktopHarness::DesktopHarness() {
+DesktopHarness::DesktopHarness(DesktopSession::Server server) : server_kind_(server) {
     for (const char* sub : {"data", "config", "home", "tmp", "run"}) fs::create_directories(dir_.path() / sub);
     fs::permissions(dir_.path() / "run", fs::perms::owner_all, fs::perm_options::replace);
     env_ = {
@@ -48,6 +48,7 @@ DesktopHarness::DesktopHarness() {
 }
 
 DesktopHarness::~DesktopHarness() {
+    programs_.clear();
     target_.reset();
     vocle_.reset();
     accessibilityRegistry_.reset();
@@ -59,9 +60,27 @@ DesktopHarness::~DesktopHarness() {
 void DesktopHarness::startDesktop() {
     DesktopSession::Options options;
     options.screen = "1440x900x24";
+    options.server = server_kind_;
     desktop_ = std::make_unique<DesktopSession>(options);
     env_["DISPLAY"] = desktop_->display();
     env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();
+    // Programs keep the harness's own runtime dir; the compositor's socket is named by its full path.
+    if (isWayland()) env_["WAYLAND_DISPLAY"] = (desktop_->runtimeDir() / desktop_->waylandDisplay()).string();
+}
+
+ChildProcess& DesktopHarness::startProgram(const std::vector<std::string>& argv,
+                                           const std::map<std::string, std::string>& extraEnv) {
+    ChildProcess::Options options{argv, env_};
+    for (const auto& [name, value] : extraEnv) options.environment[name] = value;
+    options.outputFile = dir_.path() / (fs::path(argv.at(0)).filename().string() + ".log");
+    programs_.push_back(std::make_unique<ChildProcess>(options));
+    return *programs_.back();
+}
+
+RunResult DesktopHarness::cli(const std::vector<std::string>& args) const {
+    std::vector<std::string> argv = {binary("tools/vocle-cli/vocle-cli").string()};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return runProgram({argv, env_}, 30s);
 }
 
 void DesktopHarness::startPulseAudio() {
@@ -222,7 +241,10 @@ void DesktopHarness::focusTextTarget() const {
 void DesktopHarness::screenshot(const fs::path& file) const {
     fs::create_directories(file.parent_path());
     const auto result =
-        runProgram({{"import", "-display", env_.at("DISPLAY"), "-window", "root", file.string()}, env_}, 30s);
+        isWayland()
+            ? runProgram({{"grim", file.string()}, env_}, 30s)
+            : runProgram({{"import", "-display", env_.at("DISPLAY"), "-window", "root", file.string()}, env_},
+                         30s);
     require(result.status == 0 && fs::exists(file), "import " + file.string() + " failed: " + result.output);
 }
 

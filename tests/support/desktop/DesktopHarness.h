@@ -4,6 +4,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <regex>
 #include <string>
 #include <vector>
@@ -24,8 +25,19 @@ using namespace std::chrono_literals;
 // starts is stopped with it. A part that does not come up throws std::runtime_error with what it printed.
 class DesktopHarness {
   public:
-    DesktopHarness();
+    // `server`: an X desktop (Xvfb and openbox), or a headless sway with XWayland.
+    explicit DesktopHarness(DesktopSession::Server server = DesktopSession::Server::x11);
     ~DesktopHarness();
+
+    bool isWayland() const { return server_kind_ == DesktopSession::Server::wayland; }
+    // Wayland: runs swaymsg against the compositor; its output, or none on failure.
+    std::optional<std::string> swaymsg(const std::vector<std::string>& args) const { return desktop_->swaymsg(args); }
+    // Starts a program of another application in the session (stopped with the harness); its output goes
+    // to root()/<name>.log.
+    ChildProcess& startProgram(const std::vector<std::string>& argv,
+                               const std::map<std::string, std::string>& extraEnv = {});
+    // vocle-cli with the session's environment; its exit status and output.
+    RunResult cli(const std::vector<std::string>& args) const;
 
     // The environment every desktop program of this session gets.
     const std::map<std::string, std::string>& environment() const { return env_; }
@@ -66,7 +78,7 @@ class DesktopHarness {
     void scroll(int x, int y, int steps) const;
     // Clicks into the text window of the other application, as a user giving it the focus would.
     void focusTextTarget() const;
-    // The whole screen as a PNG.
+    // The whole screen as a PNG (on Wayland through grim, so native windows show too).
     void screenshot(const std::filesystem::path& file) const;
 
     // Starts the desktop's accessibility bus and registry; programs started afterwards publish their
@@ -91,7 +103,9 @@ class DesktopHarness {
     TempDir dir_;
     std::map<std::string, std::string> env_;
     std::unique_ptr<DesktopSession> desktop_;
+    DesktopSession::Server server_kind_;
     std::unique_ptr<ChildProcess> vocle_;
+    std::vector<std::unique_ptr<ChildProcess>> programs_;
     std::unique_ptr<ChildProcess> target_;
     std::unique_ptr<ChildProcess> accessibilityBus_;
     std::unique_ptr<ChildProcess> accessibilityRegistry_;

@@ -1,0 +1,79 @@
+#include "desktop/PasteChain.h"
+
+#include "foundation/Log.h"
+
+namespace vocle {
+
+PasteRoute choosePasteRoute(const PasteOffers& offers) {
+    if (offers.virtualKeyboard) return PasteRoute::virtualKeyboard;
+    if (offers.xtest && offers.xwaylandFocused) return PasteRoute::xtest;
+    return PasteRoute::clipboardOnly;
+}
+
+const char* pasteRouteName(PasteRoute route) {
+    switch (route) {
+        case PasteRoute::virtualKeyboard:
+            return "virtual keyboard";
+        case PasteRoute::xtest:
+            return "XTest";
+        case PasteRoute::clipboardOnly:
+            return "clipboard only";
+    }
+    return "?";
+}
+
+PasteChain::PasteChain(SyntheticKeys* virtualKeyboard, SyntheticKeys* xtest,
+                       std::function<bool()> xwaylandFocused,
+                       std::function<std::optional<std::string>()> focusedAppId)
+    : virtualKeyboard_(virtualKeyboard),
+      xtest_(xtest),
+      xwaylandFocused_(std::move(xwaylandFocused)),
+      focusedAppId_(std::move(focusedAppId)) {}
+
+bool PasteChain::canDeliver() {
+    PasteOffers offers;
+    offers.virtualKeyboard = virtualKeyboard_ != nullptr;
+    offers.xtest = xtest_ != nullptr;
+    // Asked only when it matters: the X server round trip is not free.
+    offers.xwaylandFocused =
+        !offers.virtualKeyboard && offers.xtest && xwaylandFocused_ && xwaylandFocused_();
+    route_ = choosePasteRoute(offers);
+    if (logged_ != route_) {
+        log("Paste path: ", pasteRouteName(route_));
+        logged_ = route_;
+    }
+    return route_ != PasteRoute::clipboardOnly;
+}
+
+SyntheticKeys* PasteChain::current() const {
+    switch (route_) {
+        case PasteRoute::virtualKeyboard:
+            return virtualKeyboard_;
+        case PasteRoute::xtest:
+            return xtest_;
+        case PasteRoute::clipboardOnly:
+            return nullptr;
+    }
+    return nullptr;
+}
+
+void PasteChain::postKey(uint16_t keyCode, bool down) {
+    if (auto* keys = current()) keys->postKey(keyCode, down);
+}
+
+uint64_t PasteChain::heldModifiers() {
+    // Only the X server can tell which keys are down, and only while one of its windows has the focus;
+    // the virtual keyboard's modifiers are its own, so nothing the user holds leaks into its chord.
+    return xtest_ && route_ != PasteRoute::virtualKeyboard ? xtest_->heldModifiers() : 0;
+}
+
+void PasteChain::releaseHeldModifiers() {
+    if (auto* keys = current()) keys->releaseHeldModifiers();
+}
+
+std::optional<std::string> PasteChain::focusedWindowClass() {
+    if (route_ == PasteRoute::xtest) return xtest_->focusedWindowClass();
+    return focusedAppId_ ? focusedAppId_() : std::nullopt;
+}
+
+}  // namespace vocle

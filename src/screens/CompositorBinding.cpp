@@ -1,0 +1,82 @@
+#include "screens/CompositorBinding.h"
+
+#include <algorithm>
+#include <cctype>
+#include <vector>
+
+#include "platform/events.h"
+
+namespace vocle {
+
+namespace {
+
+struct ModifierNames {
+    const char* command;
+    const char* control;
+    const char* option;
+    const char* shift;
+};
+
+std::vector<std::string> modifierNames(uint64_t modifiers, const ModifierNames& names) {
+    std::vector<std::string> out;
+    if (modifiers & kModifierCommand) out.emplace_back(names.command);
+    if (modifiers & kModifierControl) out.emplace_back(names.control);
+    if (modifiers & kModifierOption) out.emplace_back(names.option);
+    if (modifiers & kModifierShift) out.emplace_back(names.shift);
+    return out;
+}
+
+std::string join(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string out;
+    for (size_t i = 0; i < parts.size(); ++i) out += (i ? separator : "") + parts[i];
+    return out;
+}
+
+}  // namespace
+
+CompositorFamily compositorFamily(const std::string& program) {
+    std::string name = program;
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (name == "sway") return CompositorFamily::sway;
+    if (name == "hyprland" || name == ".hyprland-wrapped") return CompositorFamily::hyprland;
+    if (name == "river") return CompositorFamily::river;
+    return CompositorFamily::other;
+}
+
+std::optional<std::string> compositorBindingLine(CompositorFamily family, uint64_t modifiers,
+                                                 const std::string& keysymName, const std::string& command) {
+    switch (family) {
+        case CompositorFamily::sway: {
+            auto parts = modifierNames(modifiers, {"Mod4", "Ctrl", "Mod1", "Shift"});
+            parts.push_back(keysymName);
+            return "bindsym " + join(parts, "+") + " exec " + command;
+        }
+        case CompositorFamily::hyprland:
+            return "bind = " + join(modifierNames(modifiers, {"SUPER", "CTRL", "ALT", "SHIFT"}), " ") + ", " +
+                   keysymName + ", exec, " + command;
+        case CompositorFamily::river: {
+            const auto mods = modifierNames(modifiers, {"Super", "Control", "Alt", "Shift"});
+            return "riverctl map normal " + (mods.empty() ? std::string("None") : join(mods, "+")) + " " +
+                   keysymName + " spawn '" + command + "'";
+        }
+        case CompositorFamily::other:
+            return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::string compositorConfigurationPlace(CompositorFamily family) {
+    switch (family) {
+        case CompositorFamily::sway:
+            return "~/.config/sway/config";
+        case CompositorFamily::hyprland:
+            return "~/.config/hypr/hyprland.conf";
+        case CompositorFamily::river:
+            return "~/.config/river/init";
+        case CompositorFamily::other:
+            return "your compositor's configuration";
+    }
+    return {};
+}
+
+}  // namespace vocle
