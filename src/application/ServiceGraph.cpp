@@ -36,18 +36,22 @@ ServiceGraph::ServiceGraph(ServicePlatform p, ClientQueues q, ServiceOptions o)
     // report, so the upload's own sign-out step has nothing left to do here.
     audioFileProcessor = std::make_unique<AudioFileProcessor>(
         *backend, main, q.audioConversion, p.alerts, [] {}, temporaryFolder);
+    streaming = std::make_unique<StreamingTranscriber>(main, *backend, *audioFileProcessor);
+    streaming->setEnabled(p.environment.get("VOCLE_STREAMING").value_or("1") != "0");
 }
 
 std::unique_ptr<AudioRecordingService> ServiceGraph::makeRecordingService(RecordingProcessor& processor,
                                                                           TranscriptPaster& paster,
-                                                                          std::function<double()> random) {
+                                                                          std::function<double()> random,
+                                                                          LiveTranscriber* live) {
     return std::make_unique<AudioRecordingService>(AudioRecordingServiceDependencies{
         platform.mainQueue, platform.capture, platform.screenCapture, *systemAudio, *routeManager, processor,
         paster, platform.alerts, files, notifications, queues.systemAudioSamples, temporaryFolder,
-        std::move(random)});
+        std::move(random), live});
 }
 
 ServiceGraph::~ServiceGraph() {
+    streaming.reset();
     audioFileProcessor.reset();
     routeManager.reset();
     systemAudio.reset();

@@ -10,6 +10,7 @@
 #include "backend/AudioFileProcessor.h"
 #include "backend/BackendService.h"
 #include "backend/HttpClient.h"
+#include "backend/StreamingTranscriber.h"
 #include "backend/SupportService.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/Environment.h"
@@ -110,12 +111,17 @@ class ServiceGraph {
     std::unique_ptr<SystemAudioController> systemAudio;
     std::unique_ptr<BluetoothAudioRouteManager> routeManager;
     std::unique_ptr<AudioFileProcessor> audioFileProcessor;
+    // Streams microphone-only dictations while they are recorded, falling back to audioFileProcessor.
+    // Off when $VOCLE_STREAMING is "0".
+    std::unique_ptr<StreamingTranscriber> streaming;
 
-    // A recording engine on this graph's audio services, handing its recordings to `processor` and its
-    // transcripts to `paster`; the caller owns it and must drop it before the graph.
+    // A recording engine on this graph's audio services, handing its recordings to `processor` (or
+    // streaming them to `live`) and its transcripts to `paster`; the caller owns it and must drop it
+    // before the graph.
     std::unique_ptr<AudioRecordingService> makeRecordingService(RecordingProcessor& processor,
                                                                 TranscriptPaster& paster,
-                                                                std::function<double()> random = {});
+                                                                std::function<double()> random = {},
+                                                                LiveTranscriber* live = nullptr);
 };
 
 }  // namespace vocle

@@ -7,11 +7,12 @@
 #include <string>
 
 #include "backend/BackendService.h"
+#include "backend/TranscriptionClient.h"
+#include "core/RecordingProcessor.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "platform/alerts.h"
-#include "core/RecordingProcessor.h"
 
 namespace vocle {
 
@@ -45,7 +46,7 @@ class AudioFileProcessor final : public RecordingProcessor {
     void send(const std::shared_ptr<Job>& job, std::string audioData);
     void reportFailure(const BackendError& error, Completion completion);
 
-    BackendService& backend_;
+    TranscriptionClient transcription_;
     MainQueue& mainQueue_;
     DispatchQueue& workQueue_;
     Alerts& alerts_;
