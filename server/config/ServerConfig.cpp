@@ -95,6 +95,8 @@ const std::map<std::string, Setter>& setters() {
          }},
         {"max_audio_seconds", [](ServerConfig& c, const std::string& k,
                                  const std::string& v) { c.maxAudioSeconds = parseNumber(k, v, 1); }},
+        {"stream_idle_seconds", [](ServerConfig& c, const std::string& k,
+                                   const std::string& v) { c.streamIdleSeconds = parseNumber(k, v, 1); }},
         {"max_support_message_chars",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxSupportMessageChars = static_cast<size_t>(parseNumber(k, v, 1));

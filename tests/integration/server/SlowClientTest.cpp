@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -254,4 +255,30 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     std::string hostilePending;
     EXPECT_EQ(readResponse(hostile, hostilePending).status, 400);
     close(hostile);
+}
+
+TEST(ServerSlowClientTest, AClientThatSendsAWholeRefusedBodyBeforeReadingGetsTheRefusal) {
+    TestServer server(withoutSpeech);
+    // 70 MB against the default 60 MB limit, written in full before a single byte is read, as simple
+    // clients do: the refusal must survive the bytes the server never wanted.
+    const size_t size = 70ull * 1024 * 1024;
+    const int fd = connectFrom("127.0.0.1", server.port);
+    ASSERT_TRUE(sendAll(fd, "POST /transcribe HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                            "Content-Length: " +
+                                std::to_string(size) + "\r\n\r\n"));
+    const std::string block(1 << 20, 'a');
+    size_t sent = 0;
+    while (sent < size) {
+        const ssize_t n = ::send(fd, block.data(), std::min(block.size(), size - sent), MSG_NOSIGNAL);
+        ASSERT_GT(n, 0) << "the server reset the connection after " << sent << " bytes: " << std::strerror(errno);
+        sent += static_cast<size_t>(n);
+    }
+    std::string pending;
+    const RawResponse r = readResponse(fd, pending);
+    EXPECT_EQ(r.status, 413);
+    EXPECT_EQ(r.body, R"({"error":"Request body too large"})");
+    close(fd);
+
+    // The server is none the worse for it.
+    EXPECT_EQ(server.get("/settings")->status, 401);
 }
