@@ -51,7 +51,8 @@ size_t wordErrors(const std::vector<std::string>& ref, const std::vector<std::st
     for (size_t i = 1; i <= ref.size(); ++i) {
         cur[0] = i;
         for (size_t j = 1; j <= hyp.size(); ++j)
-            cur[j] = std::min({prev[j] + 1, cur[j - 1] + 1, prev[j - 1] + (ref[i - 1] == hyp[j - 1] ? 0 : 1)});
+            cur[j] =
+                std::min({prev[j] + 1, cur[j - 1] + 1, prev[j - 1] + (ref[i - 1] == hyp[j - 1] ? 0 : 1)});
         std::swap(prev, cur);
     }
     return prev[hyp.size()];
@@ -125,7 +126,8 @@ int main(int argc, char** argv) {
     }
 
     bool met = true;
-    std::printf("%d rounds per utterance, 250 ms chunks at speaking pace, pocketsphinx with 2 decoders\n", rounds);
+    std::printf("%d rounds per utterance, 250 ms chunks at speaking pace, pocketsphinx with 2 decoders\n",
+                rounds);
     for (const Utterance& u : utterances) {
         const double seconds = static_cast<double>(u.pcm.size()) / 16000.0;
         Road streamed, whole;
@@ -182,7 +184,8 @@ int main(int argc, char** argv) {
                     std::chrono::duration<double>(SteadyClock::now() - captured).count());
             }
             const auto stop = began + std::chrono::microseconds(u.pcm.size() * 1'000'000 / 16000);
-            auto ended = http.Post(("/transcribe/stream/" + id + "/end").c_str(), headers, "", "application/json");
+            auto ended =
+                http.Post(("/transcribe/stream/" + id + "/end").c_str(), headers, "", "application/json");
             streamed.stopToText.push_back(std::chrono::duration<double>(SteadyClock::now() - stop).count());
             streamed.cpu += cpuSeconds() - cpu;
             streamed.audio += seconds;
@@ -194,19 +197,23 @@ int main(int argc, char** argv) {
             streamed.refWords += ref.size();
             streamed.errors += wordErrors(ref, words(parseJson(ended->body).at("transcript")));
         }
-        const double wer = static_cast<double>(streamed.errors) / static_cast<double>(std::max<size_t>(1, streamed.refWords));
+        const double wer = static_cast<double>(streamed.errors) /
+                           static_cast<double>(std::max<size_t>(1, streamed.refWords));
         const double p50 = bench::percentile(streamed.stopToText, 0.5);
         std::printf("%s utterance (%.1f s of audio)\n", u.label.c_str(), seconds);
         std::printf("  whole file:  stop to text p50 %.3f s, p95 %.3f s; CPU %.3f s per audio second\n",
                     bench::percentile(whole.stopToText, 0.5), bench::percentile(whole.stopToText, 0.95),
                     whole.cpu / whole.audio);
-        std::printf("  streamed:    stop to text p50 %.3f s, p95 %.3f s (target p50 <= 0.5 s: %s); partial lag "
-                    "p50 %.3f s, p95 %.3f s; CPU %.3f s per audio second\n",
-                    p50, bench::percentile(streamed.stopToText, 0.95), p50 <= 0.5 ? "met" : "MISSED",
-                    bench::percentile(streamed.partialLag, 0.5), bench::percentile(streamed.partialLag, 0.95),
-                    streamed.cpu / streamed.audio);
-        std::printf("  WER of the streamed result against the whole file: %.3f (%zu of %zu words; target <= 0.02: %s)\n",
-                    wer, streamed.errors, streamed.refWords, wer <= 0.02 ? "met" : "MISSED");
+        std::printf(
+            "  streamed:    stop to text p50 %.3f s, p95 %.3f s (target p50 <= 0.5 s: %s); partial lag "
+            "p50 %.3f s, p95 %.3f s; CPU %.3f s per audio second\n",
+            p50, bench::percentile(streamed.stopToText, 0.95), p50 <= 0.5 ? "met" : "MISSED",
+            bench::percentile(streamed.partialLag, 0.5), bench::percentile(streamed.partialLag, 0.95),
+            streamed.cpu / streamed.audio);
+        std::printf(
+            "  WER of the streamed result against the whole file: %.3f (%zu of %zu words; target <= 0.02: "
+            "%s)\n",
+            wer, streamed.errors, streamed.refWords, wer <= 0.02 ? "met" : "MISSED");
         met = met && p50 <= 0.5 && wer <= 0.02;
     }
     app.stop();

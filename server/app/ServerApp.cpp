@@ -60,8 +60,8 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
     support_ = std::make_unique<SupportStore>(*database_, clock_);
     transcription_ =
         std::make_unique<TranscriptionService>(*engine_, templates_, chat_.get(), config_.maxAudioSeconds);
-    streams_ = std::make_unique<TranscriptionStreams>(*engine_, *transcription_, clock_, config_.maxAudioSeconds,
-                                                      config_.streamIdleSeconds);
+    streams_ = std::make_unique<TranscriptionStreams>(*engine_, *transcription_, clock_,
+                                                      config_.maxAudioSeconds, config_.streamIdleSeconds);
     api_ = std::make_unique<ApiHandlers>(*otp_, *tokens_, *settings_, templates_, *support_, *transcription_,
                                          *streams_, config_.maxSupportMessageChars);
     HttpLimits limits;
@@ -73,7 +73,8 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
     limits.maxConnections = config_.maxConnections;
     limits.maxConnectionsPerClient = config_.maxConnectionsPerClient;
     http_ = std::make_unique<HttpServer>(*api_, limits);
-    http_->onConnectionLost([streams = streams_.get()](uint64_t connection) { streams->connectionClosed(connection); });
+    http_->onConnectionLost(
+        [streams = streams_.get()](uint64_t connection) { streams->connectionClosed(connection); });
     http_->onTick([streams = streams_.get()] { streams->expireIdle(); });
 }
 

@@ -149,7 +149,8 @@ void ApiHandlers::postSettings(const ApiRequest& request, ApiResponse& response)
 void ApiHandlers::transcribe(const ApiRequest& request, ApiResponse& response) {
     requireUser(request, response);
     const TranscriptionJob job = parseTranscribeRequest(parseBodyObject(request.body));
-    response.body = Json{{"transcript", mapTranscriptionErrors([&] { return transcription_.transcribe(job); })}};
+    response.body =
+        Json{{"transcript", mapTranscriptionErrors([&] { return transcription_.transcribe(job); })}};
 }
 
 bool ApiHandlers::routeStream(const ApiRequest& r, ApiResponse& response) {
@@ -193,20 +194,21 @@ void ApiHandlers::streamAudio(const ApiRequest& request, const std::string& id, 
     const uint64_t seq = parseChunkSequence(seqText == request.query.end() ? std::string() : seqText->second);
     if (request.body.size() % 2 != 0)
         throw HttpError(400, "An audio chunk must hold whole 16-bit samples (an even number of bytes)");
-    const auto partial =
-        mapTranscriptionErrors([&] { return streams_.append(userId, id, seq, request.body, request.connection); });
+    const auto partial = mapTranscriptionErrors(
+        [&] { return streams_.append(userId, id, seq, request.body, request.connection); });
     response.body = Json{{"partial", partial.text}, {"seq", partial.seq}};
 }
 
 void ApiHandlers::endStream(const ApiRequest& request, const std::string& id, ApiResponse& response) {
     const std::string userId = requireUser(request, response);
-    response.body =
-        Json{{"transcript", mapTranscriptionErrors([&] { return streams_.end(userId, id, request.connection); })}};
+    response.body = Json{
+        {"transcript", mapTranscriptionErrors([&] { return streams_.end(userId, id, request.connection); })}};
 }
 
 void ApiHandlers::cancelStream(const ApiRequest& request, const std::string& id, ApiResponse& response) {
     const std::string userId = requireUser(request, response);
-    if (!streams_.cancel(userId, id)) throw HttpError(404, "No such stream; it ended, was cancelled or expired");
+    if (!streams_.cancel(userId, id))
+        throw HttpError(404, "No such stream; it ended, was cancelled or expired");
     response.status = 204;
     response.body = Json();
 }

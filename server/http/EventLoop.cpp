@@ -72,7 +72,9 @@ struct EventLoop::Connection {
 };
 
 EventLoop::EventLoop(const HttpLimits& limits, Hooks hooks)
-    : limits_(limits), hooks_(std::move(hooks)), table_(limits.maxConnections, limits.maxConnectionsPerClient) {
+    : limits_(limits),
+      hooks_(std::move(hooks)),
+      table_(limits.maxConnections, limits.maxConnectionsPerClient) {
     // Made here, not in run(), so that stop() from another thread never meets a closed descriptor.
     wakeFd_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (wakeFd_ < 0) throw std::runtime_error("Cannot create the event loop's wake-up descriptor");
@@ -155,8 +157,8 @@ void EventLoop::acceptAll(double now) {
     for (;;) {
         sockaddr_storage peer{};
         socklen_t length = sizeof peer;
-        const int fd = accept4(listenFd_, reinterpret_cast<sockaddr*>(&peer), &length,
-                               SOCK_NONBLOCK | SOCK_CLOEXEC);
+        const int fd =
+            accept4(listenFd_, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd < 0) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 // Out of descriptors: the pending connection stays queued; look again shortly rather
@@ -182,7 +184,8 @@ void EventLoop::acceptAll(double now) {
         // adds about 40 ms to every keep-alive answer.
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
         const uint64_t id = nextId_++;
-        auto c = std::make_unique<Connection>(id, fd, HttpRequestFramer(limits_.maxHeadBytes, limits_.maxBodyBytes));
+        auto c = std::make_unique<Connection>(id, fd,
+                                              HttpRequestFramer(limits_.maxHeadBytes, limits_.maxBodyBytes));
         c->client = client;
         c->clientPort = clientPort;
         sockaddr_storage local{};
@@ -273,7 +276,8 @@ void EventLoop::frame(Connection& c, double now) {
                 if (c.framer.expectsContinue() && !c.continueSent) {
                     c.continueSent = true;
                     static const char kContinue[] = "HTTP/1.1 100 Continue\r\n\r\n";
-                    [[maybe_unused]] const auto n = ::send(c.fd, kContinue, sizeof kContinue - 1, MSG_NOSIGNAL);
+                    [[maybe_unused]] const auto n =
+                        ::send(c.fd, kContinue, sizeof kContinue - 1, MSG_NOSIGNAL);
                 }
             }
             return;
@@ -286,7 +290,8 @@ void EventLoop::frame(Connection& c, double now) {
         case HttpRequestFramer::State::Complete:
             break;
     }
-    PendingRequest request{id, c.framer.request(c.in), c.peerClosed, c.client, c.clientPort, c.local, c.localPort};
+    PendingRequest request{id,         c.framer.request(c.in), c.peerClosed, c.client, c.clientPort, c.local,
+                           c.localPort};
     c.in.erase(0, c.framer.requestEnd());
     c.framer.reset();
     c.continueSent = false;

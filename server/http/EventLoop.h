@@ -17,9 +17,10 @@ struct HttpLimits {
     size_t maxBodyBytes = 60ull * 1024 * 1024;
     size_t maxHeadBytes = 64 * 1024;
     int workers = 64;
-    double headerTimeoutSeconds = 10;  // from connecting (or the first byte after an idle pause) to a full head
-    double idleTimeoutSeconds = 5;     // keep-alive pause between requests
-    double bodyTimeoutSeconds = 60;    // longest pause while a body arrives or an answer is taken
+    double headerTimeoutSeconds =
+        10;                          // from connecting (or the first byte after an idle pause) to a full head
+    double idleTimeoutSeconds = 5;   // keep-alive pause between requests
+    double bodyTimeoutSeconds = 60;  // longest pause while a body arrives or an answer is taken
     size_t maxConnections = 4096;
     size_t maxConnectionsPerClient = 64;
 };

@@ -76,7 +76,8 @@ class LibraryBridge::Dispatcher : public httplib::Server {
     }
 };
 
-LibraryBridge::LibraryBridge(ApiHandlers& api, size_t maxBodyBytes) : dispatcher_(std::make_unique<Dispatcher>()) {
+LibraryBridge::LibraryBridge(ApiHandlers& api, size_t maxBodyBytes)
+    : dispatcher_(std::make_unique<Dispatcher>()) {
     Dispatcher& server = *dispatcher_;
     server.set_payload_max_length(maxBodyBytes);
     server.set_pre_routing_handler([](const httplib::Request&, httplib::Response&) {

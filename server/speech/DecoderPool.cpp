@@ -22,7 +22,8 @@ void DecoderPool::Lease::release() {
     open_ = false;
 }
 
-DecoderPool::DecoderPool(std::vector<ps_decoder_s*> decoders, std::function<void(ps_decoder_s*)> closeUtterance,
+DecoderPool::DecoderPool(std::vector<ps_decoder_s*> decoders,
+                         std::function<void(ps_decoder_s*)> closeUtterance,
                          std::function<void(ps_decoder_s*)> freeDecoder)
     : all_(std::move(decoders)), closeUtterance_(std::move(closeUtterance)), free_(std::move(freeDecoder)) {
     for (auto* d : all_) idle_.push_back({d, false});

@@ -36,6 +36,7 @@ void PocketsphinxEngine::freeDecoder(ps_decoder_s* decoder) {
 }
 
 std::string PocketsphinxEngine::recognize(ps_decoder_s* decoder, const std::vector<int16_t>& pcm) {
+    PocketsphinxStream::useConfiguredMean(decoder);
     if (ps_start_utt(decoder) < 0) throw EngineError("pocketsphinx could not start an utterance");
     if (!pcm.empty() && ps_process_raw(decoder, pcm.data(), pcm.size(), FALSE, TRUE) < 0) {
         ps_end_utt(decoder);

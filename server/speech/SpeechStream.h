@@ -27,7 +27,9 @@ class AccumulatingStream final : public SpeechStream {
   public:
     AccumulatingStream(SpeechEngine& engine, SpeechRequest request)
         : engine_(engine), request_(std::move(request)) {}
-    void append(std::span<const int16_t> samples) override { pcm_.insert(pcm_.end(), samples.begin(), samples.end()); }
+    void append(std::span<const int16_t> samples) override {
+        pcm_.insert(pcm_.end(), samples.begin(), samples.end());
+    }
     std::string partial() override { return {}; }
     std::string finish() override { return engine_.transcribe(pcm_, request_); }
 
