@@ -98,7 +98,7 @@ int main() {
         std::string recording = audio;             // what the upload pipeline reads from disk
         const size_t baseline = liveBytes.load();  // includes the recording itself
         peakBytes = baseline;
-        auto call = TranscriptionClient(backend).transcribeAudio(std::move(recording), mode, "Vocle, libcurl",
+        auto call = vocle::TranscriptionClient(backend).transcribeAudio(std::move(recording), mode, "Vocle, libcurl",
                                                                  replacements, [](auto) {});
         peakOverBaseline = peakBytes.load() - baseline;
     }

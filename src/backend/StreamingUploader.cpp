@@ -3,6 +3,8 @@
 #include "backend/DecimalText.h"
 #include "foundation/Log.h"
 
+#include <algorithm>
+
 namespace vocle {
 
 namespace {
@@ -73,6 +75,7 @@ void StreamingUploader::sendPending() {
 
 void StreamingUploader::sendChunk(std::string pcm) {
     requestInFlight_ = true;
+    chunkTakenAt_ = mainQueue_.clock().monotonicNow();
     inFlight_ = client_.sendAudio(
         streamId_, nextSeq_, std::move(pcm),
         owner_.guard([this](Result<StreamPartial, BackendError> r) { onChunkAnswered(std::move(r)); }));
@@ -87,7 +90,12 @@ void StreamingUploader::onChunkAnswered(Result<StreamPartial, BackendError> resu
         return fail("audio chunk " + std::to_string(nextSeq_) + ": " + describe(result.error()),
                     serverHoldsStream(result.error()));
     ++nextSeq_;
+    const double lag = (mainQueue_.clock().monotonicNow() - chunkTakenAt_).count();
+    lagSum_ += lag;
+    lagMax_ = std::max(lagMax_, lag);
+    ++lagCount_;
     if (!result.value().partial.empty() && result.value().partial != lastPartial_) {
+        if (lastPartial_.empty()) log("Streaming transcription: first words heard after chunk ", nextSeq_ - 1);
         lastPartial_ = result.value().partial;
         if (options_.onPartial) options_.onPartial(lastPartial_);
     }
@@ -128,6 +136,7 @@ void StreamingUploader::continueFinish() {
         if (!result.ok())
             return fail("final transcript: " + describe(result.error()), serverHoldsStream(result.error()));
         state_ = State::done;
+        logLag();
         log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()), " - streamed transcript received, ",
             result.value().transcript.size(), " bytes");
         auto completion = std::exchange(completion_, nullptr);
@@ -136,6 +145,12 @@ void StreamingUploader::continueFinish() {
         settleIfIdle();
     }));
     armTimeout(kEndTimeout, "to the end of the stream");
+}
+
+void StreamingUploader::logLag() const {
+    if (lagCount_ == 0) return;
+    log("Streaming transcription: ", lagCount_, " chunks, partials ", decimalText(lagSum_ / lagCount_),
+        " s behind the audio on average, ", decimalText(lagMax_), " s at most");
 }
 
 void StreamingUploader::fail(const std::string& reason, bool serverKnowsStream) {

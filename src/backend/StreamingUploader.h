@@ -67,6 +67,7 @@ class StreamingUploader final : public LiveAudioStream {
     void discardAtServer();
     void settleIfIdle();
     void armTimeout(Seconds limit, const char* what);
+    void logLag() const;
 
     MainQueue& mainQueue_;
     StreamingClient client_;
@@ -86,6 +87,11 @@ class StreamingUploader final : public LiveAudioStream {
     bool settled_ = false;
     std::optional<std::filesystem::path> audioFile_;
     std::function<void(Result<std::string>)> completion_;
+    // How far each partial trails the newest audio it covers: from taking the chunk to its answer.
+    MonotonicTime chunkTakenAt_{};
+    double lagSum_ = 0;
+    double lagMax_ = 0;
+    int lagCount_ = 0;
     Timer chunkTimer_;
     Timer timeout_;
     OwnerToken owner_;

@@ -5,6 +5,7 @@
 #include "backend/BackendService.h"
 #include "backend/ResponseRecords.h"
 #include "backend/SettingsRecords.h"
+#include "backend/SignInClient.h"
 #include "backend/TranscriptionClient.h"
 #include "core/Mode.h"
 #include "core/Replacement.h"

@@ -29,12 +29,16 @@ class DesktopHarness {
 
     // The environment every desktop program of this session gets.
     const std::map<std::string, std::string>& environment() const { return env_; }
+    // Adds to the environment of programs started from now on.
+    void setEnvironment(const std::string& name, const std::string& value) { env_[name] = value; }
     std::filesystem::path root() const { return dir_.path(); }
     std::filesystem::path dataFolder() const { return dir_.path() / "data" / "Vocle"; }
     std::filesystem::path temporaryFolder() const { return dir_.path() / "tmp"; }
     std::string backendURL() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     void stopServer();
+    // Starts the server again on the same port and data (the session stays valid).
+    void restartServer();
     // The support messages the server has taken in, oldest first.
     std::vector<std::string> supportMessages();
     // The sign-in code the server mailed last.
