@@ -2,6 +2,7 @@
 
 #include <QPainter>
 #include <QPainterPath>
+#include <QRegion>
 #include <QTextOption>
 
 #include "ui/Theme.h"
@@ -35,7 +36,13 @@ void PreviewBubbleWidget::showText(const ScreenRect& frame, const std::string& t
     text_ = QString::fromStdString(text);
     const QRect rect(static_cast<int>(frame.x), static_cast<int>(frame.y), static_cast<int>(frame.width),
                      static_cast<int>(frame.height));
-    if (geometry() != rect) setGeometry(rect);
+    if (geometry() != rect) {
+        setGeometry(rect);
+        // Clipped to its shape: without a compositing manager the transparent corners would show black.
+        QPainterPath shape;
+        shape.addRoundedRect(QRectF(0, 0, rect.width(), rect.height()), kRadius, kRadius);
+        setMask(QRegion(shape.toFillPolygon().toPolygon()));
+    }
     setWindowOpacity(1.0);
     if (!QWidget::isVisible()) show();
     raise();
