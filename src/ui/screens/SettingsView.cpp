@@ -97,7 +97,7 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     });
 
     auto* preview = section(layout, "Live Preview");
-    livePreview_ = new QCheckBox("Show the words beside the recording indicator as you speak");
+    livePreview_ = new QCheckBox("Show the words as you speak");
     preview->addWidget(livePreview_);
     connect(livePreview_, &QCheckBox::toggled, this, [this](bool on) {
         if (!refreshing_) vm_.setShowLivePreview(on);
