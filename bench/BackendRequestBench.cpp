@@ -11,6 +11,7 @@
 #include <string>
 
 #include "backend/BackendService.h"
+#include "backend/TranscriptionClient.h"
 #include "foundation/Base64.h"
 #include "foundation/Log.h"
 #include "foundation/VirtualMainQueue.h"
@@ -81,7 +82,7 @@ int main() {
     size_t bodySize = 0;
     const double body = bestOf(5, [&] {
         bodySize =
-            vocle::BackendService::transcriptionBody(audio, mode, "Vocle, libcurl", replacements).size();
+            vocle::TranscriptionClient::transcriptionBody(audio, mode, "Vocle, libcurl", replacements).size();
     });
 
     // Memory: the real call, which consumes the recording and keeps the body for its retries.
@@ -97,8 +98,8 @@ int main() {
         std::string recording = audio;             // what the upload pipeline reads from disk
         const size_t baseline = liveBytes.load();  // includes the recording itself
         peakBytes = baseline;
-        auto call =
-            backend.transcribeAudio(std::move(recording), mode, "Vocle, libcurl", replacements, [](auto) {});
+        auto call = vocle::TranscriptionClient(backend).transcribeAudio(std::move(recording), mode, "Vocle, libcurl",
+                                                                 replacements, [](auto) {});
         peakOverBaseline = peakBytes.load() - baseline;
     }
     std::filesystem::remove_all(dir);

@@ -60,8 +60,10 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
     support_ = std::make_unique<SupportStore>(*database_, clock_);
     transcription_ =
         std::make_unique<TranscriptionService>(*engine_, templates_, chat_.get(), config_.maxAudioSeconds);
+    streams_ = std::make_unique<TranscriptionStreams>(*engine_, *transcription_, clock_,
+                                                      config_.maxAudioSeconds, config_.streamIdleSeconds);
     api_ = std::make_unique<ApiHandlers>(*otp_, *tokens_, *settings_, templates_, *support_, *transcription_,
-                                         config_.maxSupportMessageChars);
+                                         *streams_, config_.maxSupportMessageChars);
     HttpLimits limits;
     limits.maxBodyBytes = config_.maxBodyBytes;
     limits.workers = config_.httpWorkers;
@@ -71,6 +73,9 @@ ServerApp::ServerApp(const ServerConfig& config, const Clock& clock, std::shared
     limits.maxConnections = config_.maxConnections;
     limits.maxConnectionsPerClient = config_.maxConnectionsPerClient;
     http_ = std::make_unique<HttpServer>(*api_, limits);
+    http_->onConnectionLost(
+        [streams = streams_.get()](uint64_t connection) { streams->connectionClosed(connection); });
+    http_->onTick([streams = streams_.get()] { streams->expireIdle(); });
 }
 
 ServerApp::~ServerApp() {

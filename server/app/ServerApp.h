@@ -8,6 +8,7 @@
 #include "formatting/ChatFormatter.h"
 #include "formatting/TemplateCatalogue.h"
 #include "formatting/TranscriptionService.h"
+#include "formatting/TranscriptionStreams.h"
 #include "foundation/Clock.h"
 #include "http/ApiHandlers.h"
 #include "http/HttpServer.h"
@@ -35,6 +36,7 @@ class ServerApp {
     ApiHandlers& api() { return *api_; }
     Database& database() { return *database_; }
     SpeechEngine& engine() { return *engine_; }
+    TranscriptionStreams& streams() { return *streams_; }
     const ServerConfig& config() const { return config_; }
 
     static std::shared_ptr<SpeechEngine> makeEngine(const ServerConfig& config);
@@ -52,6 +54,7 @@ class ServerApp {
     std::unique_ptr<SettingsStore> settings_;
     std::unique_ptr<SupportStore> support_;
     std::unique_ptr<TranscriptionService> transcription_;
+    std::unique_ptr<TranscriptionStreams> streams_;
     std::unique_ptr<ApiHandlers> api_;
     std::unique_ptr<HttpServer> http_;
 };

@@ -53,6 +53,8 @@ struct ServerConfig {
     double tokenGraceSeconds = 30;
     size_t maxBodyBytes = 60ull * 1024 * 1024;
     double maxAudioSeconds = 900;
+    // A dictation stream with no request for this long is discarded and its decoder returned.
+    double streamIdleSeconds = 10;
     size_t maxSupportMessageChars = 20000;
 
     // HTTP front: workers run complete requests; the loop reading them enforces the rest.

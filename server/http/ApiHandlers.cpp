@@ -6,6 +6,36 @@
 
 namespace vocle::server {
 
+namespace {
+
+// The statuses /transcribe gives for each failure of recognition, shared by the streams.
+template <typename Work>
+auto mapTranscriptionErrors(Work&& work) {
+    try {
+        return work();
+    } catch (const UnsupportedAudio& e) {
+        throw HttpError(415, e.what());
+    } catch (const CorruptAudio& e) {
+        throw HttpError(400, e.what());
+    } catch (const UnsupportedLanguage& e) {
+        throw HttpError(422, e.what());
+    } catch (const StreamNotFound& e) {
+        throw HttpError(404, e.what());
+    } catch (const StreamOutOfOrder& e) {
+        throw HttpError(409, e.what());
+    } catch (const StreamTooLong& e) {
+        throw HttpError(413, e.what());
+    } catch (const EngineError& e) {
+        log("vocle-server: ❌ transcription failed: ", e.what());
+        if (e.upstream) throw HttpError(502, e.what());
+        throw HttpError(500, "Transcription failed on the server");
+    }
+}
+
+constexpr std::string_view kStreamPrefix = "/transcribe/stream";
+
+}  // namespace
+
 ApiResponse ApiHandlers::handle(const ApiRequest& request) {
     ApiResponse response;
     try {
@@ -35,6 +65,7 @@ void ApiHandlers::route(const ApiRequest& r, ApiResponse& response) {
         {"POST", "/transcribe", &ApiHandlers::transcribe},
         {"POST", "/support/message", &ApiHandlers::supportMessage},
     };
+    if (routeStream(r, response)) return;
     bool pathKnown = false;
     for (const auto& route : routes) {
         if (r.path != route.path) continue;
@@ -118,19 +149,68 @@ void ApiHandlers::postSettings(const ApiRequest& request, ApiResponse& response)
 void ApiHandlers::transcribe(const ApiRequest& request, ApiResponse& response) {
     requireUser(request, response);
     const TranscriptionJob job = parseTranscribeRequest(parseBodyObject(request.body));
-    try {
-        response.body = Json{{"transcript", transcription_.transcribe(job)}};
-    } catch (const UnsupportedAudio& e) {
-        throw HttpError(415, e.what());
-    } catch (const CorruptAudio& e) {
-        throw HttpError(400, e.what());
-    } catch (const UnsupportedLanguage& e) {
-        throw HttpError(422, e.what());
-    } catch (const EngineError& e) {
-        log("vocle-server: ❌ transcription failed: ", e.what());
-        if (e.upstream) throw HttpError(502, e.what());
-        throw HttpError(500, "Transcription failed on the server");
+    response.body =
+        Json{{"transcript", mapTranscriptionErrors([&] { return transcription_.transcribe(job); })}};
+}
+
+bool ApiHandlers::routeStream(const ApiRequest& r, ApiResponse& response) {
+    const std::string_view path = r.path;
+    if (path.substr(0, kStreamPrefix.size()) != kStreamPrefix) return false;
+    std::string_view rest = path.substr(kStreamPrefix.size());
+    if (rest.empty()) {
+        if (r.method != "POST") throw HttpError(405, "Method not allowed");
+        openStream(r, response);
+        return true;
     }
+    if (rest.front() != '/') return false;
+    rest.remove_prefix(1);
+    const auto slash = rest.find('/');
+    const std::string id(rest.substr(0, slash));
+    const std::string_view action = slash == std::string_view::npos ? std::string_view() : rest.substr(slash);
+    if (id.empty()) throw HttpError(404, "Not found");
+    if (action.empty()) {
+        if (r.method != "DELETE") throw HttpError(405, "Method not allowed");
+        cancelStream(r, id, response);
+    } else if (action == "/audio" || action == "/end") {
+        if (r.method != "POST") throw HttpError(405, "Method not allowed");
+        action == "/audio" ? streamAudio(r, id, response) : endStream(r, id, response);
+    } else {
+        throw HttpError(404, "Not found");
+    }
+    return true;
+}
+
+void ApiHandlers::openStream(const ApiRequest& request, ApiResponse& response) {
+    const std::string userId = requireUser(request, response);
+    const TranscriptionJob job = parseStreamOpenRequest(parseBodyObject(request.body));
+    const std::string id =
+        mapTranscriptionErrors([&] { return streams_.open(userId, job, request.connection); });
+    response.body = Json{{"stream_id", id}};
+}
+
+void ApiHandlers::streamAudio(const ApiRequest& request, const std::string& id, ApiResponse& response) {
+    const std::string userId = requireUser(request, response);
+    auto seqText = request.query.find("seq");
+    const uint64_t seq = parseChunkSequence(seqText == request.query.end() ? std::string() : seqText->second);
+    if (request.body.size() % 2 != 0)
+        throw HttpError(400, "An audio chunk must hold whole 16-bit samples (an even number of bytes)");
+    const auto partial = mapTranscriptionErrors(
+        [&] { return streams_.append(userId, id, seq, request.body, request.connection); });
+    response.body = Json{{"partial", partial.text}, {"seq", partial.seq}};
+}
+
+void ApiHandlers::endStream(const ApiRequest& request, const std::string& id, ApiResponse& response) {
+    const std::string userId = requireUser(request, response);
+    response.body = Json{
+        {"transcript", mapTranscriptionErrors([&] { return streams_.end(userId, id, request.connection); })}};
+}
+
+void ApiHandlers::cancelStream(const ApiRequest& request, const std::string& id, ApiResponse& response) {
+    const std::string userId = requireUser(request, response);
+    if (!streams_.cancel(userId, id))
+        throw HttpError(404, "No such stream; it ended, was cancelled or expired");
+    response.status = 204;
+    response.body = Json();
 }
 
 void ApiHandlers::supportMessage(const ApiRequest& request, ApiResponse& response) {

@@ -4,6 +4,7 @@
 #include "auth/TokenService.h"
 #include "formatting/TemplateCatalogue.h"
 #include "formatting/TranscriptionService.h"
+#include "formatting/TranscriptionStreams.h"
 #include "http/ApiTypes.h"
 #include "store/SettingsStore.h"
 #include "store/SupportStore.h"
@@ -15,13 +16,15 @@ class ApiHandlers {
   public:
     ApiHandlers(OtpService& otp, TokenService& tokens, SettingsStore& settings,
                 const TemplateCatalogue& templates, SupportStore& support,
-                TranscriptionService& transcription, size_t maxSupportMessageChars)
+                TranscriptionService& transcription, TranscriptionStreams& streams,
+                size_t maxSupportMessageChars)
         : otp_(otp),
           tokens_(tokens),
           settings_(settings),
           templates_(templates),
           support_(support),
           transcription_(transcription),
+          streams_(streams),
           maxSupportMessageChars_(maxSupportMessageChars) {}
 
     // Never throws: every failure becomes a JSON {"error"} response.
@@ -37,6 +40,12 @@ class ApiHandlers {
     void postSettings(const ApiRequest& request, ApiResponse& response);
     void transcribe(const ApiRequest& request, ApiResponse& response);
     void supportMessage(const ApiRequest& request, ApiResponse& response);
+    // POST /transcribe/stream, POST .../{id}/audio?seq=N, POST .../{id}/end, DELETE .../{id}
+    bool routeStream(const ApiRequest& request, ApiResponse& response);
+    void openStream(const ApiRequest& request, ApiResponse& response);
+    void streamAudio(const ApiRequest& request, const std::string& id, ApiResponse& response);
+    void endStream(const ApiRequest& request, const std::string& id, ApiResponse& response);
+    void cancelStream(const ApiRequest& request, const std::string& id, ApiResponse& response);
 
     // Resolves the caller; a rotation's new tokens are added to `response`. Throws HttpError(401).
     std::string requireUser(const ApiRequest& request, ApiResponse& response);
@@ -48,6 +57,7 @@ class ApiHandlers {
     const TemplateCatalogue& templates_;
     SupportStore& support_;
     TranscriptionService& transcription_;
+    TranscriptionStreams& streams_;
     size_t maxSupportMessageChars_;
 };
 

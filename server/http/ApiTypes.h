@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -15,7 +16,10 @@ struct ApiRequest {
     std::string method;
     std::string path;
     std::map<std::string, std::string> headers;
+    std::map<std::string, std::string> query;
     std::string body;
+    // Which client connection carried the request (0 when driven without sockets).
+    uint64_t connection = 0;
 
     std::string header(const std::string& lowerName) const {
         auto it = headers.find(lowerName);

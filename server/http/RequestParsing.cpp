@@ -47,13 +47,17 @@ std::string parseCodeField(const Json& body) {
 }
 
 TranscriptionJob parseTranscribeRequest(const Json& body) {
-    TranscriptionJob job;
     const std::string audio = stringField(body, "audio", "", true);
     if (audio.empty()) bad("\"audio\" is empty");
     auto decoded = base64::decode(audio);
     if (!decoded) bad("\"audio\" is not valid Base64");
+    TranscriptionJob job = parseTranscriptionOptions(body);
     job.audio = std::move(*decoded);
+    return job;
+}
 
+TranscriptionJob parseTranscriptionOptions(const Json& body) {
+    TranscriptionJob job;
     auto mode = body.find("mode");
     if (mode == body.end() || !mode->is_object()) bad("Missing \"mode\" object");
     const std::string where = " in \"mode\"";
@@ -79,6 +83,30 @@ TranscriptionJob parseTranscribeRequest(const Json& body) {
         }
     }
     return job;
+}
+
+TranscriptionJob parseStreamOpenRequest(const Json& body) {
+    if (body.contains("audio")) bad("A stream's audio follows in chunks; \"audio\" is not taken here");
+    const auto number = [&](const char* key, int64_t expected) {
+        auto it = body.find(key);
+        if (it == body.end() || it->is_null()) return;
+        if (!it->is_number_integer() || it->get<int64_t>() != expected) {
+            bad("\"" + std::string(key) + "\" must be " + std::to_string(expected) +
+                ": streams take 16 kHz mono 16-bit PCM");
+        }
+    };
+    number("sample_rate", 16000);
+    number("channels", 1);
+    const std::string encoding = stringField(body, "encoding", "", false, "s16le");
+    if (encoding != "s16le") bad("\"encoding\" must be \"s16le\": streams take 16 kHz mono 16-bit PCM");
+    return parseTranscriptionOptions(body);
+}
+
+uint64_t parseChunkSequence(const std::string& text) {
+    if (text.empty()) bad("Missing \"seq\": each audio chunk carries its number (0, 1, 2 ...)");
+    if (text.size() > 18 || text.find_first_not_of("0123456789") != std::string::npos)
+        bad("\"seq\" must be a whole number from 0");
+    return std::stoull(text);
 }
 
 void validateSettingsDocument(const Json& settings) {

@@ -20,6 +20,13 @@ std::string parseCodeField(const Json& body);
 
 // {"audio": base64, "mode": {...}, "vocab_words"?, "text_replacements"?}
 TranscriptionJob parseTranscribeRequest(const Json& body);
+// The same without "audio": "mode", "vocab_words", "text_replacements".
+TranscriptionJob parseTranscriptionOptions(const Json& body);
+// A stream's opening body: the options above plus, when present, "sample_rate" 16000, "channels" 1 and
+// "encoding" "s16le"; "audio" is refused.
+TranscriptionJob parseStreamOpenRequest(const Json& body);
+// The "seq" query value of an audio chunk.
+uint64_t parseChunkSequence(const std::string& text);
 
 struct SettingsPost {
     Json settings;

@@ -4,6 +4,7 @@
 #include <sphinxbase/err.h>
 
 #include "foundation/Log.h"
+#include "speech/PocketsphinxStream.h"
 
 namespace vocle::server {
 
@@ -35,6 +36,7 @@ void PocketsphinxEngine::freeDecoder(ps_decoder_s* decoder) {
 }
 
 std::string PocketsphinxEngine::recognize(ps_decoder_s* decoder, const std::vector<int16_t>& pcm) {
+    PocketsphinxStream::useConfiguredMean(decoder);
     if (ps_start_utt(decoder) < 0) throw EngineError("pocketsphinx could not start an utterance");
     if (!pcm.empty() && ps_process_raw(decoder, pcm.data(), pcm.size(), FALSE, TRUE) < 0) {
         ps_end_utt(decoder);
@@ -47,45 +49,35 @@ std::string PocketsphinxEngine::recognize(ps_decoder_s* decoder, const std::vect
 }
 
 PocketsphinxEngine::PocketsphinxEngine(const PocketsphinxModel& model, int workers) {
+    std::vector<ps_decoder_s*> decoders;
     try {
-        for (int i = 0; i < std::max(1, workers); ++i) all_.push_back(createDecoder(model));
+        for (int i = 0; i < std::max(1, workers); ++i) decoders.push_back(createDecoder(model));
     } catch (...) {
-        for (auto* d : all_) freeDecoder(d);
+        for (auto* d : decoders) freeDecoder(d);
         throw;
     }
-    idle_ = all_;
-    log("vocle-server: pocketsphinx ready with ", all_.size(), " decoder(s) from ",
+    pool_ = std::make_unique<DecoderPool>(
+        std::move(decoders), [](ps_decoder_s* d) { ps_end_utt(d); }, &PocketsphinxEngine::freeDecoder);
+    log("vocle-server: pocketsphinx ready with ", pool_->size(), " decoder(s) from ",
         model.hmm.parent_path().string());
 }
 
-PocketsphinxEngine::~PocketsphinxEngine() {
-    for (auto* d : all_) freeDecoder(d);
-}
-
-std::string PocketsphinxEngine::transcribe(const std::vector<int16_t>& pcm, const SpeechRequest& request) {
+void PocketsphinxEngine::requireEnglish(const SpeechRequest& request) {
     if (!isEnglish(request.language)) {
         throw UnsupportedLanguage("The pocketsphinx engine only recognises English; language \"" +
                                   request.language + "\" is not available on this server");
     }
-    ps_decoder_s* decoder = nullptr;
-    {
-        std::unique_lock lock(mutex_);
-        available_.wait(lock, [&] { return !idle_.empty(); });
-        decoder = idle_.back();
-        idle_.pop_back();
-    }
-    struct Return {
-        PocketsphinxEngine* self;
-        ps_decoder_s* decoder;
-        ~Return() {
-            {
-                std::lock_guard lock(self->mutex_);
-                self->idle_.push_back(decoder);
-            }
-            self->available_.notify_one();
-        }
-    } giveBack{this, decoder};
-    return recognize(decoder, pcm);
+}
+
+std::string PocketsphinxEngine::transcribe(const std::vector<int16_t>& pcm, const SpeechRequest& request) {
+    requireEnglish(request);
+    DecoderPool::Lease lease = pool_->acquire();
+    return recognize(lease.decoder(), pcm);
+}
+
+std::unique_ptr<SpeechStream> PocketsphinxEngine::openStream(const SpeechRequest& request) {
+    requireEnglish(request);
+    return std::make_unique<PocketsphinxStream>(*pool_);
 }
 
 }  // namespace vocle::server

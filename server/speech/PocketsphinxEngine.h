@@ -1,10 +1,10 @@
 #pragma once
 
-#include <condition_variable>
 #include <filesystem>
-#include <mutex>
+#include <memory>
 #include <vector>
 
+#include "speech/DecoderPool.h"
 #include "speech/SpeechEngine.h"
 
 struct ps_decoder_s;
@@ -19,15 +19,17 @@ struct PocketsphinxModel {
     static PocketsphinxModel inFolder(const std::filesystem::path& modelDir);
 };
 
-// Recognises one whole utterance with a fresh cepstral mean, so each result depends on its audio alone.
-// Decoders are not thread-safe, so `workers` of them are loaded and lent out one request at a time.
+// Recognises one whole utterance per request, or a stream as it arrives. Decoders are not thread-safe,
+// so `workers` of them are loaded and lent out, one request or one stream at a time.
 class PocketsphinxEngine final : public SpeechEngine {
   public:
     PocketsphinxEngine(const PocketsphinxModel& model, int workers);
-    ~PocketsphinxEngine() override;
 
     std::string name() const override { return "pocketsphinx"; }
     std::string transcribe(const std::vector<int16_t>& pcm16k, const SpeechRequest& request) override;
+    std::unique_ptr<SpeechStream> openStream(const SpeechRequest& request) override;
+
+    DecoderPool& pool() { return *pool_; }
 
     // One decoder with the same configuration, for callers that run the engine without the pool.
     static std::string recognize(ps_decoder_s* decoder, const std::vector<int16_t>& pcm16k);
@@ -35,10 +37,8 @@ class PocketsphinxEngine final : public SpeechEngine {
     static void freeDecoder(ps_decoder_s* decoder);
 
   private:
-    std::mutex mutex_;
-    std::condition_variable available_;
-    std::vector<ps_decoder_s*> idle_;
-    std::vector<ps_decoder_s*> all_;
+    static void requireEnglish(const SpeechRequest& request);
+    std::unique_ptr<DecoderPool> pool_;
 };
 
 }  // namespace vocle::server

@@ -1,6 +1,12 @@
 #include "speech/SpeechEngine.h"
 
+#include "speech/SpeechStream.h"
+
 namespace vocle::server {
+
+std::unique_ptr<SpeechStream> SpeechEngine::openStream(const SpeechRequest& request) {
+    return std::make_unique<AccumulatingStream>(*this, request);
+}
 
 bool isEnglish(const std::string& code) {
     if (code.empty()) return true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -27,12 +28,17 @@ class EngineError : public std::runtime_error {
     bool upstream;
 };
 
+class SpeechStream;
+
 class SpeechEngine {
   public:
     virtual ~SpeechEngine() = default;
     virtual std::string name() const = 0;
     // 16 kHz mono samples to text; safe to call from several threads.
     virtual std::string transcribe(const std::vector<int16_t>& pcm16k, const SpeechRequest& request) = 0;
+    // Recognition while the audio arrives. Engines that only take whole recordings keep the audio and
+    // run transcribe() at the end, so every engine can serve a stream.
+    virtual std::unique_ptr<SpeechStream> openStream(const SpeechRequest& request);
 };
 
 // "en" and its regional forms.

@@ -37,11 +37,13 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
     recordingView = std::make_unique<FloatingRecordingView>(
         main, notifications, [engine] { return std::uniform_real_distribution<double>(0.0, 1.0)(*engine); });
     indicator = std::make_unique<FloatingIndicatorManager>(main, s.indicatorPanels, *recordingView);
+    livePreview = std::make_unique<LivePreview>(s.indicatorPanels,
+                                                [this] { return files.loadSettings().showLivePreview; });
 
-    appState = std::make_unique<AppState>(
-        AppStateDependencies{main, *modeManager, makeRecordingService(*audioFileProcessor, *clipboard),
-                             *systemAudio, *indicator, s.screenCapture, s.alerts, s.urlOpener, files,
-                             sessions, *backend, *settingsCoordinator, *autoModeManager});
+    appState = std::make_unique<AppState>(AppStateDependencies{
+        main, *modeManager, makeRecordingService(*audioFileProcessor, *clipboard, {}, streaming.get()),
+        *systemAudio, *indicator, s.screenCapture, s.alerts, s.urlOpener, files, sessions, *backend,
+        *settingsCoordinator, *autoModeManager});
 
     fetcher_ = s.appcastFetcher;
     feedURL_ = feedFromEnvironment(o, s.environment);
@@ -65,6 +67,7 @@ ClientGraph::~ClientGraph() {
     // Reverse order of construction; the state goes first so nothing it owns calls into a dead component.
     // The services below go with the base.
     updater_.reset();
+    livePreview.reset();  // it follows the state's observables
     appState.reset();
     indicator.reset();
     recordingView.reset();

@@ -6,13 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "backend/HttpTransport.h"
 #include "application/ServiceGraph.h"
 #include "appstate/AppState.h"
+#include "backend/HttpTransport.h"
 #include "desktop/ClipboardManager.h"
 #include "desktop/FloatingIndicatorManager.h"
 #include "desktop/FloatingRecordingView.h"
 #include "desktop/IndicatorPanel.h"
+#include "desktop/LivePreview.h"
 #include "desktop/ShortcutManager.h"
 #include "desktop/UpdaterManager.h"
 #include "foundation/Environment.h"
@@ -104,6 +105,8 @@ public:
     std::unique_ptr<ShortcutManager> shortcuts;
     std::unique_ptr<FloatingRecordingView> recordingView;
     std::unique_ptr<FloatingIndicatorManager> indicator;
+    // The recogniser's words beside the indicator; DictationApp connects it to the engine.
+    std::unique_ptr<LivePreview> livePreview;
     std::unique_ptr<AppState> appState;
 
     AppState& state() { return *appState; }

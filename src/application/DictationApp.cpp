@@ -94,6 +94,7 @@ void DictationApp::mainViewAppeared() {
     VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
     log("MainView appeared");
     graph_.indicator->setup(appState().isRecording, appState().isProcessing);
+    graph_.livePreview->setup(appState().isRecording, appState().audioRecordingService().partialText);
     if (!statusItemBound_) {
         statusItemBound_ = true;
         statusItem_->bind();

@@ -46,6 +46,8 @@ ServiceGraph::ServiceGraph(ServicePlatform p, ClientQueues q, ServiceOptions o)
                                      [this] { return modeForRecoveredDictation(); },
                                      &p.alerts});
     audioFileProcessor->setFailedDictationKeeper(dictationRetry.get());
+    streaming = std::make_unique<StreamingTranscriber>(main, *backend, *audioFileProcessor);
+    streaming->setEnabled(p.environment.get("VOCLE_STREAMING").value_or("1") != "0");
 }
 
 // A recording found without its record is sent with the mode in use, else the stored default.
@@ -60,14 +62,16 @@ std::optional<Mode> ServiceGraph::modeForRecoveredDictation() {
 
 std::unique_ptr<AudioRecordingService> ServiceGraph::makeRecordingService(RecordingProcessor& processor,
                                                                           TranscriptPaster& paster,
-                                                                          std::function<double()> random) {
+                                                                          std::function<double()> random,
+                                                                          LiveTranscriber* live) {
     return std::make_unique<AudioRecordingService>(AudioRecordingServiceDependencies{
         platform.mainQueue, platform.capture, platform.screenCapture, *systemAudio, *routeManager, processor,
         paster, platform.alerts, files, notifications, queues.systemAudioSamples, temporaryFolder,
-        std::move(random)});
+        std::move(random), live});
 }
 
 ServiceGraph::~ServiceGraph() {
+    streaming.reset();
     audioFileProcessor.reset();
     dictationRetry.reset();
     routeManager.reset();

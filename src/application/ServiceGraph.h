@@ -10,6 +10,7 @@
 #include "backend/AudioFileProcessor.h"
 #include "backend/BackendService.h"
 #include "backend/HttpClient.h"
+#include "backend/StreamingTranscriber.h"
 #include "backend/SupportService.h"
 #include "desktop/DictationRetry.h"
 #include "foundation/DispatchQueue.h"
@@ -116,12 +117,17 @@ class ServiceGraph {
     // Keeps what the upload pipeline fails to transcribe and sends it again; copies nothing until the
     // desktop gives it a clipboard.
     std::unique_ptr<DictationRetry> dictationRetry;
+    // Streams microphone-only dictations while they are recorded, falling back to audioFileProcessor.
+    // Off when $VOCLE_STREAMING is "0".
+    std::unique_ptr<StreamingTranscriber> streaming;
 
-    // A recording engine on this graph's audio services, handing its recordings to `processor` and its
-    // transcripts to `paster`; the caller owns it and must drop it before the graph.
+    // A recording engine on this graph's audio services, handing its recordings to `processor` (or
+    // streaming them to `live`) and its transcripts to `paster`; the caller owns it and must drop it
+    // before the graph.
     std::unique_ptr<AudioRecordingService> makeRecordingService(RecordingProcessor& processor,
                                                                 TranscriptPaster& paster,
-                                                                std::function<double()> random = {});
+                                                                std::function<double()> random = {},
+                                                                LiveTranscriber* live = nullptr);
 
   private:
     std::optional<Mode> modeForRecoveredDictation();

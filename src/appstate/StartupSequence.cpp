@@ -90,9 +90,10 @@ void StartupSequence::initializeApp() {
     log("AppState: Starting app initialization...");
     log("AppState: Step A - Fetching mode types from backend...");
     const uint64_t run = nextRun_++;
-    runs_.emplace(run, backend_.fetchSettings(token_.guard([this, run](Result<SettingsEnvelope, BackendError> result) {
-        continueAfterTemplates(run, result);
-    })));
+    runs_.emplace(run, settingsClient_.fetchSettings(
+                           token_.guard([this, run](Result<SettingsEnvelope, BackendError> result) {
+                               continueAfterTemplates(run, result);
+                           })));
 }
 
 void StartupSequence::continueAfterTemplates(uint64_t run, const Result<SettingsEnvelope, BackendError>& result) {

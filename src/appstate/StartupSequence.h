@@ -8,6 +8,7 @@
 #include "appstate/SettingsPersistence.h"
 #include "backend/BackendError.h"
 #include "backend/BackendService.h"
+#include "backend/SettingsClient.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
@@ -58,6 +59,7 @@ private:
     const FileStorageManager& storage_;
     SessionStore& sessions_;
     BackendService& backend_;
+    SettingsClient settingsClient_{backend_};
     ModeManager& modeManager_;
     SettingsCoordinator& coordinator_;
     SettingsPersistence& persistence_;

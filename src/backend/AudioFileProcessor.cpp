@@ -45,7 +45,7 @@ AudioFileProcessor::AudioFileProcessor(BackendService& backend, MainQueue& mainQ
                                        DispatchQueue& workQueue, Alerts& alerts,
                                        std::function<void()> signOut,
                                        std::filesystem::path temporaryDirectory)
-    : backend_(backend),
+    : transcription_(backend),
       mainQueue_(mainQueue),
       workQueue_(workQueue),
       alerts_(alerts),
@@ -129,7 +129,7 @@ void AudioFileProcessor::runInBackground(const std::shared_ptr<Job>& job) {
 void AudioFileProcessor::send(const std::shared_ptr<Job>& job, std::string audioData) {
     log("TIMESTAMP: ", job->timestamp(), " - sending ", audioData.size(), " bytes to backend");
     const uint64_t id = nextUploadId_++;
-    auto subscription = backend_.transcribeAudio(
+    auto subscription = transcription_.transcribeAudio(
         std::move(audioData), job->mode, job->vocabWords, job->replacements,
         [this, id, job](Result<std::string, BackendError> result) {
             cancellables_.erase(id);  // the call has finished; dropping its subscription cancels nothing

@@ -8,6 +8,7 @@
 
 #include "backend/BackendService.h"
 #include "core/FailedDictationKeeper.h"
+#include "backend/TranscriptionClient.h"
 #include "core/RecordingProcessor.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/MainQueue.h"
@@ -52,7 +53,7 @@ class AudioFileProcessor final : public RecordingProcessor {
     void send(const std::shared_ptr<Job>& job, std::string audioData);
     void reportFailure(const std::shared_ptr<Job>& job, const BackendError& error);
 
-    BackendService& backend_;
+    TranscriptionClient transcription_;
     MainQueue& mainQueue_;
     DispatchQueue& workQueue_;
     Alerts& alerts_;

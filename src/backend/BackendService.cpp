@@ -38,38 +38,11 @@ RequestBody RequestBody::json(const Json& object) {
     return body;
 }
 
-RequestBody RequestBody::raw(std::string bytes) {
+RequestBody RequestBody::raw(std::string bytes, std::string contentType) {
     RequestBody body;
     body.bytes = std::make_shared<const std::string>(std::move(bytes));
+    body.contentType = std::move(contentType);
     return body;
-}
-
-VerifyOTPResult VerifyOTPResult::fromResponse(bool isHttp, long status, const std::string& body) {
-    VerifyOTPResult result;
-    if (!isHttp || status != 200 || body.empty()) return result;  // invalidCode
-    result.outcome = Outcome::unexpectedResponse;
-    Json json;
-    try {
-        json = parseJson(body);
-    } catch (const DecodingError&) {
-        return result;
-    }
-    if (!json.is_object()) return result;
-    auto access = json.find("access_token");
-    auto refresh = json.find("refresh_token");
-    auto user = json.find("user");
-    if (access == json.end() || !access->is_string() || refresh == json.end() || !refresh->is_string() ||
-        user == json.end() || !user->is_object()) {
-        return result;
-    }
-    auto text = [&](const char* key) {
-        auto it = user->find(key);
-        return it != user->end() && it->is_string() ? it->get<std::string>() : std::string();
-    };
-    result.outcome = Outcome::verified;
-    result.session =
-        SupabaseSession{access->get<std::string>(), refresh->get<std::string>(), text("id"), text("email")};
-    return result;
 }
 
 BackendService::BackendService(std::string baseURL, std::string appVersion, MainQueue& mainQueue,
@@ -93,6 +66,10 @@ const std::map<std::string, std::string>& BackendService::languageCodeMapping() 
     return vocle::languageCodeMapping();
 }
 
+bool BackendService::isValidURL(const std::string& url) {
+    return HttpTransport::isValidURL(url);
+}
+
 void BackendService::setAccessToken(std::string token) {
     if (!token.empty()) rejectionReported_ = false;
     accessToken_ = std::move(token);
@@ -113,8 +90,8 @@ void BackendService::updateTokens(const std::string& accessToken, const std::str
     tokens_.updateTokens(accessToken, refreshToken);
 }
 
-std::vector<std::string> BackendService::commonHeaders() const {
-    std::vector<std::string> headers{"Content-Type: application/json"};
+std::vector<std::string> BackendService::commonHeaders(const std::string& contentType) const {
+    std::vector<std::string> headers{"Content-Type: " + contentType};
     if (!accessToken_.empty()) {
         std::string auth = "Authorization: Bearer " + accessToken_;
         if (!refreshToken_.empty()) auth += ";refresh=" + refreshToken_;
@@ -219,7 +196,8 @@ void BackendService::sendAttempt(const std::shared_ptr<Operation>& op,
     HttpRequest request;
     request.method = op->method;
     request.url = op->url;
-    request.headers = commonHeaders();  // rebuilt per attempt: a rotated token is used at once
+    request.headers =
+        commonHeaders(op->body.contentType);  // rebuilt per attempt: a rotated token is used at once
     request.body = op->body.bytes;
     // Answered on a worker thread; handled on the main queue, where the tokens and the operation live.
     op->transferId = transport_->send(
@@ -246,7 +224,8 @@ std::optional<BackendError> BackendService::classify(const HttpResponse& respons
     }
     if (status >= 200 && status <= 299) {
         try {
-            decode(parseJson(response.body));
+            // 204 has no body by definition; the record decides whether nothing will do.
+            decode(status == 204 ? Json() : parseJson(response.body));
         } catch (const std::exception& e) {
             return BackendError::decoding(e.what());
         }
@@ -263,220 +242,6 @@ std::optional<BackendError> BackendService::classify(const HttpResponse& respons
         // Plain text: keep it as it is.
     }
     return BackendError::server(static_cast<int>(status), std::move(message));
-}
-
-Json BackendService::transcriptionModeObject(const Mode& mode) {
-    Json m = Json::object();
-    m["id"] = mode.id.string();
-    m["name"] = mode.name;
-    m["type"] = mode.type.value_or("raw");
-    m["prompt"] = mode.prompt;
-    m["language"] = languageCode(mode.language);
-    if (mode.modeTypeId) m["mode_type_id"] = *mode.modeTypeId;
-    return m;
-}
-
-std::string BackendService::transcriptionBody(const std::string& audioData, const Mode& mode,
-                                              const std::string& vocabWords,
-                                              const std::vector<Replacement>& textReplacements) {
-    Json replacements = Json::array();
-    for (const auto& r : textReplacements)
-        replacements.push_back(Json{{"from", r.original}, {"to", r.replacement}});
-    const Json rest{{"mode", transcriptionModeObject(mode)},
-                    {"vocab_words", vocabWords},
-                    {"text_replacements", std::move(replacements)}};
-    const std::string restText = rest.dump();  // "{...}"; may throw on text that is not UTF-8
-
-    // {"audio":"<base64>",<rest without its opening brace>
-    static constexpr std::string_view head = "{\"audio\":\"";
-    const size_t encoded = base64::encodedSize(audioData.size());
-    std::string body;
-    body.reserve(head.size() + encoded + 2 + restText.size());
-    body.append(head);
-    body.resize(head.size() + encoded);
-    base64::encodeInto(audioData.data(), audioData.size(), body.data() + head.size());
-    body.append("\",");
-    body.append(restText, 1, std::string::npos);
-    return body;
-}
-
-Subscription BackendService::transcribeAudio(std::string audioData, const Mode& mode,
-                                             const std::string& vocabWords,
-                                             const std::vector<Replacement>& textReplacements,
-                                             Completion<std::string> completion) {
-    log("BackendService - transcribeAudio called");
-    log("Audio data size: ", audioData.size(), " bytes");
-    log("Base URL: ", baseURL_);
-    log("Access token: ", accessToken_.empty() ? "empty" : "provided");
-
-    auto report = [completion = std::move(completion)](Result<TranscribeResponse, BackendError> result) {
-        if (result.ok()) {
-            log("Received transcription response");
-            completion(std::move(result.value().transcript));
-        } else {
-            log("Transcription request failed: ", result.error().errorDescription());
-            completion(result.error());
-        }
-    };
-    auto fail = [&](BackendError error) {
-        return deliverError<TranscribeResponse>(std::move(error), report);
-    };
-
-    if (accessToken_.empty()) {
-        log("ERROR: Access token is empty");
-        auto subscription = fail(BackendError::authenticationFailed());
-        reportRejectedSession();
-        return subscription;
-    }
-    const std::string url = baseURL_ + "/transcribe";
-    if (!HttpTransport::isValidURL(url)) {
-        log("ERROR: Invalid URL: ", baseURL_, "/transcribe");
-        return fail(BackendError::invalidURL());
-    }
-    log("Using endpoint: ", url);
-
-    const std::string code = languageCode(mode.language);
-    log("Mode details:");
-    log("  - Name: ", mode.name);
-    log("  - Type: ", mode.type.value_or("raw"));
-    log("  - Prompt: ", mode.prompt);
-    log("  - Language: ", mode.language, " \u2192 ", code);
-
-    log("Text replacements being sent to backend:");
-    for (size_t i = 0; i < textReplacements.size(); ++i) {
-        log("  ", i + 1, ". \"", textReplacements[i].original, "\" \u2192 \"",
-            textReplacements[i].replacement, "\"");
-    }
-
-    RequestBody body;
-    try {
-        body = RequestBody::raw(transcriptionBody(audioData, mode, vocabWords, textReplacements));
-    } catch (const std::exception& e) {
-        body.serialisationError = e.what();
-    }
-    // The body now holds the audio; the raw bytes are not needed again.
-    std::string().swap(audioData);
-    log("Sending transcription request with mode: ", mode.name);
-
-    return requestWithRetry<TranscribeResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
-                                                std::move(body), std::move(report));
-}
-
-Subscription BackendService::fetchSettings(Completion<SettingsEnvelope> completion) {
-    if (accessToken_.empty()) {
-        auto subscription = deliverError(BackendError::authenticationFailed(), std::move(completion));
-        reportRejectedSession();
-        return subscription;
-    }
-    const std::string url = baseURL_ + "/settings";
-    if (!HttpTransport::isValidURL(url))
-        return deliverError(BackendError::invalidURL(), std::move(completion));
-    return requestWithRetry<SettingsEnvelope>(0, mainQueue_.clock().monotonicNow(), url, "GET",
-                                              RequestBody::none(), std::move(completion));
-}
-
-Subscription BackendService::backupSettings(const SettingsDoc& settings,
-                                            std::optional<int64_t> ifMatchVersion,
-                                            Completion<BackupResponse> completion) {
-    if (accessToken_.empty()) {
-        auto subscription = deliverError(BackendError::authenticationFailed(), std::move(completion));
-        reportRejectedSession();
-        return subscription;
-    }
-    const std::string url = baseURL_ + "/settings";
-    if (!HttpTransport::isValidURL(url))
-        return deliverError(BackendError::invalidURL(), std::move(completion));
-    Json body = Json::object();
-    try {
-        // Round-trip through text, as the document is sent: a member that cannot be encoded is left out.
-        body["settings"] = Json::parse(settings.toJson().dump());
-    } catch (const std::exception&) {
-    }
-    if (ifMatchVersion) body["if_match_version"] = *ifMatchVersion;
-    return requestWithRetry<BackupResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
-                                            RequestBody::json(body), std::move(completion));
-}
-
-Subscription BackendService::sendSupportMessage(const std::string& message, Completion<bool> completion) {
-    auto report = [completion = std::move(completion)](Result<SuccessResponse, BackendError> result) {
-        if (result.ok()) {
-            completion(result.value().success);
-        } else {
-            completion(result.error());
-        }
-    };
-    const std::string url = baseURL_ + "/support/message";
-    if (!HttpTransport::isValidURL(url))
-        return deliverError<SuccessResponse>(BackendError::invalidURL(), report);
-    return requestWithRetry<SuccessResponse>(0, mainQueue_.clock().monotonicNow(), url, "POST",
-                                             RequestBody::json(Json{{"message", message}}),
-                                             std::move(report));
-}
-
-namespace {
-struct AuthCall {
-    bool done = false;
-    uint64_t transferId = 0;
-};
-}  // namespace
-
-Subscription BackendService::sendOTP(const std::string& email, std::function<void()> done) {
-    auto call = std::make_shared<AuthCall>();
-    auto deliver = [call, done = std::move(done)] {
-        if (call->done) return;
-        call->done = true;
-        done();
-    };
-    const std::string url = baseURL_ + "/auth/send-otp";
-    if (!HttpTransport::isValidURL(url)) {
-        mainQueue_.post(owner_.guard(deliver));
-    } else {
-        HttpRequest request;
-        request.method = "POST";
-        request.url = url;
-        request.headers = {"Content-Type: application/json"};
-        RequestBody body = RequestBody::json(Json{{"email", email}});
-        request.body = body.bytes;  // none when it could not be serialised: sent without a body
-        call->transferId = transport_->send(
-            std::move(request), bindToMain(mainQueue_, owner_, [deliver](HttpResponse) { deliver(); }));
-    }
-    return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
-        if (call->done) return;
-        call->done = true;
-        if (auto transport = weakTransport.lock(); transport && call->transferId)
-            transport->cancel(call->transferId);
-    });
-}
-
-Subscription BackendService::verifyOTP(const std::string& email, const std::string& code,
-                                       std::function<void(VerifyOTPResult)> completion) {
-    auto call = std::make_shared<AuthCall>();
-    auto deliver = [call, completion = std::move(completion)](VerifyOTPResult result) {
-        if (call->done) return;
-        call->done = true;
-        completion(std::move(result));
-    };
-    const std::string url = baseURL_ + "/auth/verify-otp";
-    if (!HttpTransport::isValidURL(url)) {
-        mainQueue_.post(owner_.guard([deliver] { deliver(VerifyOTPResult{}); }));
-    } else {
-        HttpRequest request;
-        request.method = "POST";
-        request.url = url;
-        request.headers = {"Content-Type: application/json"};
-        request.body = RequestBody::json(Json{{"email", email}, {"token", code}}).bytes;
-        call->transferId = transport_->send(
-            std::move(request), bindToMain(mainQueue_, owner_, [deliver](const HttpResponse& response) {
-                deliver(VerifyOTPResult::fromResponse(!response.transportFailed && response.status > 0,
-                                                      response.status, response.body));
-            }));
-    }
-    return Subscription([call, weakTransport = std::weak_ptr<HttpClient>(transport_)] {
-        if (call->done) return;
-        call->done = true;
-        if (auto transport = weakTransport.lock(); transport && call->transferId)
-            transport->cancel(call->transferId);
-    });
 }
 
 }  // namespace vocle

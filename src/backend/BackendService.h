@@ -9,14 +9,11 @@
 #include <vector>
 
 #include "backend/BackendError.h"
-#include "backend/SettingsRecords.h"
-#include "core/Mode.h"
-#include "core/Replacement.h"
+#include "core/TokenStore.h"
 #include "foundation/Json.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
-#include "core/TokenStore.h"
 
 namespace vocle {
 
@@ -30,22 +27,16 @@ struct RequestBody {
 
     static RequestBody none() { return {}; }
     static RequestBody json(const Json& object);
-    static RequestBody raw(std::string bytes);
+    static RequestBody raw(std::string bytes, std::string contentType = "application/json");
+
+    std::string contentType = "application/json";
 };
 
-// Outcome of POST "/auth/verify-otp".
-struct VerifyOTPResult {
-    enum class Outcome { verified, invalidCode, unexpectedResponse };
-    Outcome outcome = Outcome::invalidCode;
-    SupabaseSession session;  // filled when verified: tokens and the user as the backend reports them
-
-    // `isHttp` is false when the transport failed or the answer was not HTTP.
-    static VerifyOTPResult fromResponse(bool isHttp, long status, const std::string& body);
-};
-
-// The one HTTP client of the backend: common headers, token rotation, error mapping and retries, and the
-// endpoint operations on top. Lives on the main queue: call it there; every completion is delivered
-// there, exactly once, unless the returned subscription was dropped first (which cancels the call).
+// The request machinery every backend API shares: common headers, token rotation, error mapping and
+// retries. The APIs themselves are small clients over it (TranscriptionClient, StreamingClient,
+// SettingsClient, SignInClient, SupportService). Lives on the main queue: call it there; every completion
+// is delivered there, exactly once, unless the returned subscription was dropped first (which cancels the
+// call).
 class BackendService {
   public:
     template <class T>
@@ -83,33 +74,31 @@ class BackendService {
     // A request of any kind was answered successfully (after its completion ran), on the main queue.
     Signal<> requestSucceeded;
 
-    // POST "/transcribe". The audio is consumed: the Base64 body is built once and the raw bytes released.
-    [[nodiscard]] Subscription transcribeAudio(std::string audioData, const Mode& mode,
-                                               const std::string& vocabWords,
-                                               const std::vector<Replacement>& textReplacements,
-                                               Completion<std::string> completion);
-    // The JSON body transcribeAudio sends (Base64 written straight into the body buffer).
-    static std::string transcriptionBody(const std::string& audioData, const Mode& mode,
-                                         const std::string& vocabWords,
-                                         const std::vector<Replacement>& textReplacements);
-    // The "mode" member of that body.
-    static Json transcriptionModeObject(const Mode& mode);
-
-    // GET "/settings".
-    [[nodiscard]] Subscription fetchSettings(Completion<SettingsEnvelope> completion);
-    // POST "/settings"; "if_match_version" only when given.
-    [[nodiscard]] Subscription backupSettings(const SettingsDoc& settings,
-                                              std::optional<int64_t> ifMatchVersion,
-                                              Completion<BackupResponse> completion);
-    // POST "/support/message" (no emptiness check, no token needed); delivers the "success" member.
-    [[nodiscard]] Subscription sendSupportMessage(const std::string& message, Completion<bool> completion);
-
-    // The sign-in requests: straight to the origin, no authorization or device headers, no retry.
-    // POST "/auth/send-otp"; the answer is not examined, `done` runs whatever happened.
-    [[nodiscard]] Subscription sendOTP(const std::string& email, std::function<void()> done);
-    // POST "/auth/verify-otp".
-    [[nodiscard]] Subscription verifyOTP(const std::string& email, const std::string& code,
-                                         std::function<void(VerifyOTPResult)> completion);
+    MainQueue& mainQueue() { return mainQueue_; }
+    // Where requests go; sign-in requests use it directly, without the common headers.
+    const std::shared_ptr<HttpClient>& transport() const { return transport_; }
+    // The origin followed by `path`.
+    std::string endpoint(const std::string& path) const { return baseURL_ + path; }
+    // Whether `url` can be requested at all.
+    static bool isValidURL(const std::string& url);
+    // Fails the call without a request when no session is held: `authenticationFailed`, reported once.
+    template <class T>
+    [[nodiscard]] std::optional<Subscription> refuseWithoutSession(Completion<T>& completion) {
+        if (!accessToken_.empty()) return std::nullopt;
+        auto subscription = deliverError(BackendError::authenticationFailed(), std::move(completion));
+        reportRejectedSession();
+        return subscription;
+    }
+    // Starts `requestWithRetry` now, or fails later with invalidURL when the URL cannot be requested.
+    template <class T>
+    [[nodiscard]] Subscription request(const std::string& path, const std::string& method, RequestBody body,
+                                       Completion<T> completion) {
+        const std::string url = endpoint(path);
+        if (!isValidURL(url)) return deliverError(BackendError::invalidURL(), std::move(completion));
+        return requestWithRetry<T>(0, mainQueue_.clock().monotonicNow(), url, method, std::move(body),
+                                   std::move(completion));
+    }
+    void reportRejectedSession();
 
     // The shared machinery, generic over a record with `static T fromJson(const Json&)`.
     template <class T>
@@ -131,7 +120,7 @@ class BackendService {
     [[nodiscard]] Subscription performRequest(const std::string& url, const std::string& method,
                                               RequestBody body, Completion<T> completion) {
         auto slot = std::make_shared<std::optional<T>>();
-        return start(0, 0, url, method, std::move(body), decoderInto(slot), false,
+        return start(0, MonotonicTime{}, url, method, std::move(body), decoderInto(slot), false,
                      deliverFrom(slot, std::move(completion)));
     }
 
@@ -164,9 +153,8 @@ class BackendService {
     void sendAttempt(const std::shared_ptr<Operation>& op,
                      std::function<void(std::optional<BackendError>)> next);
     std::optional<BackendError> classify(const HttpResponse& response, const Decoder& decode);
-    std::vector<std::string> commonHeaders() const;
+    std::vector<std::string> commonHeaders(const std::string& contentType) const;
     void finish(const std::shared_ptr<Operation>& op, std::optional<BackendError> error);
-    void reportRejectedSession();
 
     const std::string baseURL_;
     std::string accessToken_;

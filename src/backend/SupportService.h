@@ -6,7 +6,7 @@
 
 namespace vocle {
 
-// The help screen's contact form: trims the message and sends it through the backend client.
+// The help screen's contact form: POST "/support/message" through the backend's request machinery.
 class SupportService {
   public:
     explicit SupportService(BackendService& backend) : backend_(backend) {}
@@ -15,6 +15,9 @@ class SupportService {
     // without a request, so callers have a single error path.
     [[nodiscard]] Subscription sendMessage(const std::string& message,
                                            BackendService::Completion<bool> completion);
+    // The request itself (no emptiness check, no token needed); delivers the "success" member.
+    [[nodiscard]] Subscription sendSupportMessage(const std::string& message,
+                                                  BackendService::Completion<bool> completion);
 
   private:
     BackendService& backend_;

@@ -9,7 +9,7 @@
 
 namespace vocle {
 
-DictationRetry::DictationRetry(Dependencies deps) : deps_(std::move(deps)) {
+DictationRetry::DictationRetry(Dependencies deps) : deps_(std::move(deps)), transcription_(deps_.backend) {
     answeredSubscription_ = deps_.backend.requestSucceeded.subscribe([this] { setBackendAnswered(true); });
     storeSubscription_ = deps_.store.dictations.subscribe([this](const auto&) { updateOffer(); });
 }
@@ -78,7 +78,7 @@ void DictationRetry::retry(const Uuid& id, Completion completion) {
     }
 
     log("Retrying failed dictation ", id.string(), " (", audio->size(), " bytes)");
-    auto subscription = deps_.backend.transcribeAudio(
+    auto subscription = transcription_.transcribeAudio(
         std::move(*audio), *mode, entry->vocabulary, entry->replacements,
         [this, entry = *entry, completion](Result<std::string, BackendError> result) {
             finish(entry, std::move(result), completion);

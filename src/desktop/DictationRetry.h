@@ -6,6 +6,7 @@
 #include <string>
 
 #include "backend/BackendService.h"
+#include "backend/TranscriptionClient.h"
 #include "core/FailedDictationKeeper.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
@@ -72,6 +73,7 @@ class DictationRetry final : public FailedDictationKeeper {
     void updateOffer();
 
     Dependencies deps_;
+    TranscriptionClient transcription_;
     bool backendAnswered_ = false;
     std::map<Uuid, Subscription> inFlight_;
     Subscription answeredSubscription_;

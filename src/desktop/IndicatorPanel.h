@@ -39,6 +39,18 @@ public:
     virtual std::string description() const = 0;
 };
 
+// The bubble beside the indicator that shows what the recogniser has heard so far: a window that never
+// takes the focus and lets input pass to the windows under it.
+class PreviewBubble {
+  public:
+    virtual ~PreviewBubble() = default;
+    // Shows (or updates) the text at `frame`, fully opaque, above everything.
+    virtual void showText(const ScreenRect& frame, const std::string& text) = 0;
+    // Animates the alpha to 0 over `duration`, then hides.
+    virtual void fadeOut(Seconds duration) = 0;
+    virtual bool isVisible() const = 0;
+};
+
 class FloatingRecordingView;
 
 // What the indicator needs from the window system: the screens and a way to make its panel.
@@ -51,6 +63,8 @@ public:
     // The panel hosts a drawing of `view`, which outlives it.
     virtual std::unique_ptr<IndicatorPanel> createPanel(const ScreenRect& contentRect,
                                                         FloatingRecordingView& view) = 0;
+    // None when the window system cannot show one.
+    virtual std::unique_ptr<PreviewBubble> createPreviewBubble() { return nullptr; }
 };
 
 }  // namespace vocle

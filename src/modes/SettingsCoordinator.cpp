@@ -6,7 +6,7 @@
 namespace vocle {
 
 SettingsCoordinator::SettingsCoordinator(MainQueue& main, BackendService& backend)
-    : main_(main), backend_(backend) {}
+    : main_(main), settings_(backend) {}
 
 void SettingsCoordinator::scheduleBackup(SettingsDoc doc) {
     VOCLE_ASSERT_MAIN_QUEUE(main_);
@@ -15,7 +15,7 @@ void SettingsCoordinator::scheduleBackup(SettingsDoc doc) {
 
 void SettingsCoordinator::upload(SettingsDoc doc) {
     const uint64_t id = nextUpload_++;
-    auto subscription = backend_.backupSettings(
+    auto subscription = settings_.backupSettings(
         doc, std::nullopt,
         token_.guard([this, id](Result<BackupResponse, BackendError> result) { finished(id, result); }));
     // A backend that answers synchronously has already finished this upload.

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "backend/BackendService.h"
+#include "backend/SettingsClient.h"
 #include "backend/SettingsRecords.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
@@ -35,7 +36,7 @@ class SettingsCoordinator {
     void finished(uint64_t id, const Result<BackupResponse, BackendError>& result);
 
     MainQueue& main_;
-    BackendService& backend_;
+    SettingsClient settings_;
     Timer saveDebouncer_;
     // Running uploads are never cancelled by a newer schedule; each lives here until it answers.
     std::map<uint64_t, Subscription> cancellables_;

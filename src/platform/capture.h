@@ -40,6 +40,15 @@ public:
     virtual void startRecording(const std::filesystem::path& file, DidFinish didFinish) = 0;
     virtual bool isRecording() const = 0;
     virtual void stopRecording() = 0;
+
+    // Sees every block that goes into the file, after the level is taken from it, on the capture thread
+    // (interleaved float samples at the device's rate). Set before startRecording. False when the
+    // platform cannot offer the samples.
+    using SampleTap = std::function<void(const float* interleaved, size_t frames, int channels, double rate)>;
+    virtual bool setSampleTap(SampleTap tap) {
+        (void)tap;
+        return false;
+    }
 };
 
 class CaptureSession {

@@ -9,6 +9,7 @@
 #include "foundation/MainQueueCheck.h"
 #include "recording/BluetoothAudioRouteManager.h"
 #include "recording/NumberText.h"
+#include "recording/SpeechResampler.h"
 #include "recording/SystemAudioController.h"
 
 namespace vocle {
@@ -68,6 +69,7 @@ void AudioRecordingService::startRecording() {
     if (!context_.mode->recordSystemAudio) playStartSoundByModeRule();
 
     processedText.set("");
+    partialText.set("");
     errorMessage.set(std::nullopt);
 
     auto refuse = [this](const char* message) {
@@ -150,6 +152,7 @@ void AudioRecordingService::continueWithRecording() {
 }
 
 void AudioRecordingService::resetCaptureState() {
+    cancelLiveStream();
     levelTimer_.cancel();
     abandonedRecordingTimer_.cancel();
     activeRecordingTimer_.cancel();
@@ -178,8 +181,40 @@ void AudioRecordingService::startMicrophoneCapture() {
         target, [this](std::string message) { errorMessage.set(std::move(message)); },
         token_.guard([this](std::optional<Error> error) { micFileDidFinish(std::move(error)); }));
     if (!started) return;
-    if (!f_.isSystemCapturePlanned) isRecording.set(true);
+    if (!f_.isSystemCapturePlanned) {
+        startLiveStream();
+        isRecording.set(true);
+    }
     startLevelTimer();
+}
+
+void AudioRecordingService::startLiveStream() {
+    cancelLiveStream();
+    if (!d_.liveTranscriber || !context_.mode) return;
+    auto stream = d_.liveTranscriber->openStream(
+        *context_.mode, context_.vocabulary, context_.replacements,
+        token_.guard([this](std::string partial) { partialText.set(std::move(partial)); }));
+    if (!stream) return;
+    // The tap runs on the capture thread: it converts and appends under the buffer's lock, and leaves
+    // the main queue alone.
+    auto resampler = std::make_shared<SpeechResampler>();
+    auto scratch = std::make_shared<std::vector<int16_t>>();
+    auto tapped = mic_.tapSamples([resampler, scratch, buffer = stream->buffer()](
+                                      const float* samples, size_t frames, int channels, double rate) {
+        scratch->clear();
+        resampler->process(samples, frames, channels, rate, *scratch);
+        buffer->append(scratch->data(), scratch->size());
+    });
+    if (!tapped) {
+        log("Streaming transcription unavailable: the capture offers no samples");
+        stream->cancel();
+        return;
+    }
+    f_.liveStream = std::move(stream);
+}
+
+void AudioRecordingService::cancelLiveStream() {
+    if (auto stream = std::exchange(f_.liveStream, nullptr)) stream->cancel();
 }
 
 void AudioRecordingService::startMicrophoneUnlessCancelled() {
@@ -453,6 +488,7 @@ void AudioRecordingService::cancelRecording() {
     log("❌ cancelRecording() called. isRecording=", boolText(isRecording.get()));
     f_.isCancelled = true;
     f_.isCleanupInProgress = true;
+    cancelLiveStream();
     abandonedRecordingTimer_.cancel();
     activeRecordingTimer_.cancel();
     isProcessing.set(false);

@@ -7,14 +7,16 @@
 #include <string>
 #include <vector>
 
+#include "core/LiveTranscription.h"
 #include "core/Mode.h"
+#include "core/RecordingProcessor.h"
 #include "core/Replacement.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "foundation/OwnerToken.h"
-#include "foundation/Timer.h"
 #include "foundation/Signal.h"
+#include "foundation/Timer.h"
 #include "platform/alerts.h"
 #include "platform/capture.h"
 #include "platform/screen_capture.h"
@@ -22,7 +24,6 @@
 #include "recording/MicrophoneRecorder.h"
 #include "recording/RecordingFinisher.h"
 #include "recording/RecordingFlags.h"
-#include "core/RecordingProcessor.h"
 #include "recording/SystemAudioRecorder.h"
 #include "recording/TranscriptPaster.h"
 #include "storage/FileStorageManager.h"
@@ -49,6 +50,9 @@ struct AudioRecordingServiceDependencies {
     std::filesystem::path temporaryDirectory;
     // Uniform real in [0, 1) for the bar jitter; a default generator when empty.
     std::function<double()> random = {};
+    // Microphone-only recordings are streamed to it as they are captured; none: every recording goes
+    // whole to `processor`.
+    LiveTranscriber* liveTranscriber = nullptr;
 };
 
 // The recording engine: starts microphone (and optionally system audio) capture, meters the level,
@@ -68,6 +72,8 @@ class AudioRecordingService {
     Observable<std::string> processedText{""};
     Observable<std::vector<float>> audioLevels{std::vector<float>{0, 0, 0}};
     Observable<std::optional<std::string>> errorMessage;
+    // The recogniser's best text so far while a streamed recording runs; emptied at each start.
+    Observable<std::string> partialText{""};
 
     void setRecordingContext(const Mode& mode, const std::string& vocabulary,
                              const std::vector<Replacement>& replacements);
@@ -85,6 +91,7 @@ class AudioRecordingService {
     bool hasCaptureSession() const { return mic_.hasSession(); }
     bool hasSystemAudioStream() const { return sys_.hasStream(); }
     bool isLevelTimerRunning() const { return levelTimer_.isActive(); }
+    bool isStreaming() const { return f_.liveStream != nullptr; }
     bool isAbandonedTimerArmed() const { return abandonedRecordingTimer_.isActive(); }
     bool isActiveTimerArmed() const { return activeRecordingTimer_.isActive(); }
 
@@ -113,6 +120,8 @@ class AudioRecordingService {
     void startMicrophoneCapture();
     void startMicrophoneUnlessCancelled();
     void micFileDidFinish(std::optional<Error> error);
+    void startLiveStream();
+    void cancelLiveStream();
 
     void startSystemAudioCapture();
     void onSystemAudioStarted();

@@ -123,6 +123,10 @@ void MicrophoneRecorder::startFile(const std::shared_ptr<CaptureFileOutput>& out
     }));
 }
 
+bool MicrophoneRecorder::tapSamples(CaptureFileOutput::SampleTap tap) {
+    return output_ && output_->setSampleTap(std::move(tap));
+}
+
 void MicrophoneRecorder::stopOutput() {
     if (output_) output_->stopRecording();
 }

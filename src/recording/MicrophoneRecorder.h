@@ -32,6 +32,9 @@ class MicrophoneRecorder {
     // the main queue when the file is complete.
     bool start(std::optional<std::filesystem::path> target, std::function<void(std::string)> reportError,
                FileFinished finished);
+    // Hands every block written to the file to `tap` as well (on the capture thread); false when the
+    // output cannot, or there is none.
+    bool tapSamples(CaptureFileOutput::SampleTap tap);
     // Asks the file output to finish its file.
     void stopOutput();
     // Stops the session; when `announce`, says that the file is written.

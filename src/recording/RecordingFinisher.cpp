@@ -120,6 +120,7 @@ void RecordingFinisher::processRecording(const fs::path& url) {
         paster_.copyAndPaste(result.value());
         log("TIMESTAMP: ", stamp(), " - dictation flow complete");
     });
+    if (auto stream = std::exchange(f_.liveStream, nullptr)) return stream->finish(url, onMain);
     processor_.processRecording(url, *context_.mode, context_.vocabulary, context_.replacements, onMain);
 }
 

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "foundation/Clock.h"
 
+#include "core/LiveTranscription.h"
 #include "core/Mode.h"
 #include "core/Replacement.h"
 
@@ -27,6 +29,8 @@ struct RecordingFlags {
     std::optional<MonotonicTime> recordingStartTime;
     float maxObservedDBFS = -60.0f;
     bool hasExceededSpeechThreshold = false;
+    // The microphone-only recording streamed as it is captured; taken by whoever finishes or cancels.
+    std::shared_ptr<LiveAudioStream> liveStream;
 };
 
 // What the next recording is processed with.

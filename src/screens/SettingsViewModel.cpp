@@ -44,6 +44,7 @@ void SettingsViewModel::load() {
     const auto settings = files_.loadSettings();
     useSystemDefault.set(settings.useSystemDefaultAudio);
     enableSoundEffects.set(settings.enableSoundEffects);
+    showLivePreview.set(settings.showLivePreview);
     volume.set(settings.soundVolume);
     const std::string name = settings.inputDeviceName.value_or("");
     if (name.empty() || name == "Default") {
@@ -116,6 +117,12 @@ void SettingsViewModel::setEnableSoundEffects(bool on) {
     save();
 }
 
+void SettingsViewModel::setShowLivePreview(bool on) {
+    if (on == showLivePreview.get()) return;
+    showLivePreview.set(on);
+    save();
+}
+
 void SettingsViewModel::setVolume(double value) {
     value = std::clamp(value, 0.0, 1.0);
     if (value == volume.get()) return;
@@ -149,6 +156,7 @@ void SettingsViewModel::save() {
     settings.useSystemDefaultAudio = useSystemDefault.get();
     settings.enableSoundEffects = enableSoundEffects.get();
     settings.soundVolume = volume.get();
+    settings.showLivePreview = showLivePreview.get();
     if (!useSystemDefault.get()) {
         settings.inputDeviceName = inputDevice.get();
         auto it = deviceNameToUID_.find(inputDevice.get());

@@ -39,6 +39,7 @@ class SettingsViewModel {
     Observable<bool> showingShortcutPicker{false};
     Observable<bool> showingCancelPicker{false};
     Observable<bool> startAtLogin{false};
+    Observable<bool> showLivePreview{true};
     Observable<std::optional<std::string>> errorMessage;
     Signal<> changed;
 
@@ -78,6 +79,7 @@ class SettingsViewModel {
     void setEnableSoundEffects(bool on);
     void setVolume(double value);
     void setStartAtLogin(bool on);
+    void setShowLivePreview(bool on);
     // The sheets suspend the global shortcuts while shown.
     void setShowingShortcutPicker(bool showing);
     void setShowingCancelPicker(bool showing);

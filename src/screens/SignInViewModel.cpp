@@ -41,7 +41,7 @@ void SignInViewModel::resendCode() {
 
 void SignInViewModel::requestCode() {
     // Whatever the answer, the user moves on to the code step: the request's outcome is not shown.
-    sendRequest_ = backend_.sendOTP(email.get(), token_.guard([this] {
+    sendRequest_ = signIn_.sendOTP(email.get(), token_.guard([this] {
         isLoading.set(false);
         step.set(2);
         startRetryCountdown();
@@ -63,7 +63,7 @@ void SignInViewModel::verifyCode() {
     VOCLE_ASSERT_MAIN_QUEUE(main_);
     if (email.get().empty() || code.get().empty()) return;
     isLoading.set(true);
-    verifyRequest_ = backend_.verifyOTP(email.get(), code.get(), token_.guard([this](VerifyOTPResult result) {
+    verifyRequest_ = signIn_.verifyOTP(email.get(), code.get(), token_.guard([this](VerifyOTPResult result) {
         isLoading.set(false);
         switch (result.outcome) {
             case VerifyOTPResult::Outcome::invalidCode:

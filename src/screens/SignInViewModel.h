@@ -5,6 +5,7 @@
 #include <string>
 
 #include "backend/BackendService.h"
+#include "backend/SignInClient.h"
 #include "foundation/MainQueue.h"
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
@@ -68,6 +69,7 @@ class SignInViewModel {
 
     MainQueue& main_;
     BackendService& backend_;
+    SignInClient signIn_{backend_};
     SessionStore& sessions_;
     Timer retryTimer_;
     Subscription sendRequest_;

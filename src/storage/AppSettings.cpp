@@ -42,6 +42,10 @@ AppSettings AppSettings::fromJson(const Json& json) {
     s.soundVolume = requireNumber(json, "soundVolume");
     s.toggleShortcut = optionalBlob(json, "toggleShortcut");
     s.cancelShortcut = optionalBlob(json, "cancelShortcut");
+    if (auto it = json.find("showLivePreview"); it != json.end()) {
+        if (!it->is_boolean()) throw DecodingError("AppSettings.showLivePreview is not a boolean");
+        s.showLivePreview = it->get<bool>();
+    }
     return s;
 }
 
@@ -59,6 +63,7 @@ Json AppSettings::toJson() const {
     j["soundVolume"] = soundVolume;
     if (toggleShortcut) j["toggleShortcut"] = base64::encode(*toggleShortcut);
     if (cancelShortcut) j["cancelShortcut"] = base64::encode(*cancelShortcut);
+    j["showLivePreview"] = showLivePreview;
     return j;
 }
 

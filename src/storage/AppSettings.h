@@ -35,6 +35,8 @@ struct AppSettings {
     // JSON bytes of a Shortcut record; Base64 in the file. None means the built-in default.
     std::optional<std::string> toggleShortcut;
     std::optional<std::string> cancelShortcut;
+    // The recogniser's words beside the indicator while recording; absent in older files (on).
+    bool showLivePreview = true;
 
     static const AppSettings& defaults();
     static AppSettings fromJson(const Json& json);

@@ -1,4 +1,5 @@
 #include "ui/QtIndicatorPanels.h"
+#include "ui/PreviewBubbleWidget.h"
 #include "ui/RecordingPanel.h"
 
 #include <QGuiApplication>
@@ -26,6 +27,10 @@ std::vector<ScreenRect> QtIndicatorPanels::screenFrames() const {
 
 std::unique_ptr<IndicatorPanel> QtIndicatorPanels::createPanel(const ScreenRect& rect, FloatingRecordingView& view) {
     return std::make_unique<RecordingPanel>(rect, view);
+}
+
+std::unique_ptr<PreviewBubble> QtIndicatorPanels::createPreviewBubble() {
+    return std::make_unique<PreviewBubbleWidget>();
 }
 
 }  // namespace vocle::ui

@@ -9,7 +9,9 @@ class QtIndicatorPanels final : public IndicatorPanelFactory {
 public:
     std::optional<ScreenRect> mainScreenFrame() const override;
     std::vector<ScreenRect> screenFrames() const override;
-    std::unique_ptr<IndicatorPanel> createPanel(const ScreenRect& contentRect, FloatingRecordingView& view) override;
+    std::unique_ptr<IndicatorPanel> createPanel(const ScreenRect& contentRect,
+                                                FloatingRecordingView& view) override;
+    std::unique_ptr<PreviewBubble> createPreviewBubble() override;
 };
 
 }  // namespace vocle::ui

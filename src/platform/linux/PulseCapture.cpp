@@ -23,6 +23,7 @@ struct OutputState {
     SNDFILE* file = nullptr;
     std::optional<Error> writeError;
     std::function<std::optional<Error>()> streamFailure;
+    CaptureFileOutput::SampleTap tap;
 
     void consume(const float* samples, size_t frames, int channels, double rate) {
         std::lock_guard lock(mutex);
@@ -34,11 +35,11 @@ struct OutputState {
             channelDb[c] = static_cast<float>(std::max(10.0 * std::log10(std::max(ms, 1e-12)), -120.0));
         }
         hasData = true;
-        (void)rate;
         if (file && frames > 0) {
             if (sf_writef_float(file, samples, static_cast<sf_count_t>(frames)) !=
                 static_cast<sf_count_t>(frames))
                 writeError = Error{"Vocle.AudioFile", sf_error(file), sf_strerror(file)};
+            if (tap) tap(samples, frames, channels, rate);
         }
     }
 };
@@ -81,12 +82,19 @@ class PulseFileOutput final : public CaptureFileOutput {
 
     bool isRecording() const override { return recording_; }
 
+    bool setSampleTap(SampleTap tap) override {
+        std::lock_guard lock(state->mutex);
+        state->tap = std::move(tap);
+        return true;
+    }
+
     void stopRecording() override {
         std::optional<Error> error;
         {
             std::lock_guard lock(state->mutex);
             if (state->file) sf_close(state->file);
             state->file = nullptr;
+            state->tap = nullptr;
             error = state->writeError;
             if (!state->hasInput) {
                 error = Error{kDomain, PA_ERR_NOENTITY, "No microphone was available to record from"};

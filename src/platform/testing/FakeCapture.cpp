@@ -38,6 +38,11 @@ void FakeCaptureFileOutput::stopRecording() {
     if (finishOnStop) finish(finishError);
 }
 
+void FakeCaptureFileOutput::feed(const std::vector<float>& interleaved, int channels, double rate) {
+    if (recording_ && tap)
+        tap(interleaved.data(), interleaved.size() / static_cast<size_t>(channels), channels, rate);
+}
+
 void FakeCaptureFileOutput::finish(std::optional<Error> error) {
     if (auto f = std::exchange(didFinish_, nullptr)) f(std::move(error));
 }

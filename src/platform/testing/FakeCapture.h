@@ -37,6 +37,15 @@ class FakeCaptureFileOutput final : public CaptureFileOutput {
     void startRecording(const std::filesystem::path& file, DidFinish didFinish) override;
     bool isRecording() const override { return recording_; }
     void stopRecording() override;
+    // Whether setSampleTap is honoured, as the PulseAudio output does.
+    bool offersSamples = true;
+    bool setSampleTap(SampleTap t) override {
+        if (offersSamples) tap = std::move(t);
+        return offersSamples;
+    }
+    // Hands a block to the tap as the capture thread would, while the file is being written (any thread).
+    void feed(const std::vector<float>& interleaved, int channels, double rate);
+    SampleTap tap;
     // Delivers a held-back did-finish callback.
     void finish(std::optional<Error> error = std::nullopt);
     bool hasPendingFinish() const { return static_cast<bool>(didFinish_); }

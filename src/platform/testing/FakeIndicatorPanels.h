@@ -39,6 +39,29 @@ public:
     double lastFadeSeconds = 0;
 };
 
+class FakePreviewBubble final : public PreviewBubble {
+  public:
+    void showText(const ScreenRect& f, const std::string& t) override {
+        frame = f;
+        text = t;
+        visible = true;
+        ++showCount;
+    }
+    void fadeOut(Seconds duration) override {
+        ++fadeCount;
+        lastFadeSeconds = duration.count();
+        visible = false;
+    }
+    bool isVisible() const override { return visible; }
+
+    ScreenRect frame;
+    std::string text;
+    bool visible = false;
+    int showCount = 0;
+    int fadeCount = 0;
+    double lastFadeSeconds = 0;
+};
+
 class FakeIndicatorPanels final : public IndicatorPanelFactory {
 public:
     std::optional<ScreenRect> mainScreenFrame() const override { return mainScreen; }
@@ -49,9 +72,16 @@ public:
         return panel;
     }
 
+    std::unique_ptr<PreviewBubble> createPreviewBubble() override {
+        auto bubble = std::make_unique<FakePreviewBubble>();
+        bubbles.push_back(bubble.get());
+        return bubble;
+    }
+
     std::optional<ScreenRect> mainScreen = ScreenRect{0, 0, 1440, 900};
     std::vector<ScreenRect> screens{ScreenRect{0, 0, 1440, 900}};
     std::vector<FakeIndicatorPanel*> created;  // owned by the manager
+    std::vector<FakePreviewBubble*> bubbles;   // owned by the live preview
 };
 
 }  // namespace vocle::testing

@@ -114,6 +114,13 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
         if (!refreshing_ && !volume_->isSliderDown()) vm_.setVolume(v / 100.0);
     });
 
+    auto* preview = section(layout, "Live Preview");
+    livePreview_ = new QCheckBox("Show the words as you speak");
+    preview->addWidget(livePreview_);
+    connect(livePreview_, &QCheckBox::toggled, this, [this](bool on) {
+        if (!refreshing_) vm_.setShowLivePreview(on);
+    });
+
     auto* startup = section(layout, "Startup");
     startAtLogin_ = new QCheckBox("Start Vocle at login");
     startup->addWidget(startAtLogin_);
@@ -173,6 +180,7 @@ void SettingsView::refresh() {
     volume_->setEnabled(vm_.enableSoundEffects.get());
     if (!volume_->isSliderDown()) volume_->setValue(static_cast<int>(std::lround(vm_.volume.get() * 100)));
     startAtLogin_->setChecked(vm_.startAtLogin.get());
+    livePreview_->setChecked(vm_.showLivePreview.get());
     error_->setText(qs(vm_.errorMessage.get().value_or("")));
     error_->setVisible(vm_.errorMessage.get().has_value());
     refreshing_ = false;

@@ -44,6 +44,7 @@ class SettingsView : public QWidget {
     QCheckBox* soundEffects_;
     QSlider* volume_;
     QCheckBox* startAtLogin_;
+    QCheckBox* livePreview_;
     QLabel* error_;
     bool refreshing_ = false;
     Subscription changed_;

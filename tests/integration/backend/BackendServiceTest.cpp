@@ -5,12 +5,15 @@
 
 #include "BackendTestSupport.h"
 #include "backend/BackendService.h"
+#include "backend/SettingsClient.h"
+#include "backend/SignInClient.h"
 #include "backend/SupportService.h"
+#include "backend/TranscriptionClient.h"
 #include "foundation/Base64.h"
 #include "foundation/Log.h"
 #include "storage/DataFolder.h"
-#include "support/TempDir.h"
 #include "storage/SessionStore.h"
+#include "support/TempDir.h"
 
 namespace vocle {
 namespace {
@@ -46,7 +49,7 @@ class BackendServiceTest : public ::testing::Test {
     }
     Result<SettingsEnvelope, BackendError> fetch() {
         std::optional<Result<SettingsEnvelope, BackendError>> result;
-        auto sub = service().fetchSettings([&](auto r) { result = std::move(r); });
+        auto sub = SettingsClient(service()).fetchSettings([&](auto r) { result = std::move(r); });
         return await(result);
     }
     std::vector<std::string> lines() const { return logs->lines(); }
@@ -75,7 +78,7 @@ TEST_F(BackendServiceTest, SendsTheCommonHeadersWithBothTokensInOneAuthorization
 
     service().setAccessToken("");
     std::optional<Result<bool, BackendError>> sent;
-    auto sub = service().sendSupportMessage("hi", [&](auto r) { sent = std::move(r); });
+    auto sub = SupportService(service()).sendSupportMessage("hi", [&](auto r) { sent = std::move(r); });
     ASSERT_TRUE(await(sent).ok());
 
     const auto requests = server.requests();
@@ -117,9 +120,9 @@ TEST_F(BackendServiceTest, CallsRunConcurrentlyOnTheOneWorker) {
     signIn();
     std::optional<Result<SettingsEnvelope, BackendError>> first;
     std::optional<Result<SettingsEnvelope, BackendError>> later;
-    auto s1 = service().fetchSettings([&](auto r) { first = std::move(r); });
+    auto s1 = SettingsClient(service()).fetchSettings([&](auto r) { first = std::move(r); });
     while (calls.load() == 0) std::this_thread::yield();  // the first call has reached the server
-    auto s2 = service().fetchSettings([&](auto r) { later = std::move(r); });
+    auto s2 = SettingsClient(service()).fetchSettings([&](auto r) { later = std::move(r); });
     EXPECT_TRUE(await(first).ok());
     EXPECT_TRUE(await(later).ok());
     server.stop();  // joins the handler threads before the promises they use go away
@@ -289,7 +292,7 @@ TEST_F(BackendServiceTest, NoAttemptStartsOnceTheBudgetIsSpent) {
     });
     signIn();
     std::optional<Result<SettingsEnvelope, BackendError>> result;
-    auto sub = service().fetchSettings([&](auto r) { result = std::move(r); });
+    auto sub = SettingsClient(service()).fetchSettings([&](auto r) { result = std::move(r); });
     arrived.get_future().wait();
     queue.virtualQueue.advance(121.0);  // the first attempt "takes" 121 s
     release.set_value();
@@ -313,10 +316,11 @@ TEST_F(BackendServiceTest, WithoutATokenNothingReachesTheNetwork) {
     std::optional<Result<std::string, BackendError>> transcript;
     std::optional<Result<SettingsEnvelope, BackendError>> envelope;
     std::optional<Result<BackupResponse, BackendError>> backup;
-    auto s1 =
-        service().transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [&](auto r) { transcript = r; });
-    auto s2 = service().fetchSettings([&](auto r) { envelope = r; });
-    auto s3 = service().backupSettings(SettingsDoc{}, std::nullopt, [&](auto r) { backup = r; });
+    auto s1 = TranscriptionClient(service()).transcribeAudio("RIFF", Mode::fresh("Default"), "", {},
+                                                             [&](auto r) { transcript = r; });
+    auto s2 = SettingsClient(service()).fetchSettings([&](auto r) { envelope = r; });
+    auto s3 =
+        SettingsClient(service()).backupSettings(SettingsDoc{}, std::nullopt, [&](auto r) { backup = r; });
     EXPECT_FALSE(transcript || envelope || backup) << "completions are never called before the call returns";
     EXPECT_EQ(await(transcript).error().kind, BackendError::Kind::authenticationFailed);
     EXPECT_EQ(await(envelope).error().kind, BackendError::Kind::authenticationFailed);
@@ -332,10 +336,9 @@ TEST_F(BackendServiceTest, AnOriginThatDoesNotFormAURLFailsBeforeAnyAttempt) {
     signIn();
     std::optional<Result<std::string, BackendError>> transcript;
     std::optional<Result<bool, BackendError>> support;
-    auto s1 = service("not a url").transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [&](auto r) {
-        transcript = r;
-    });
-    auto s2 = service().sendSupportMessage("hello", [&](auto r) { support = r; });
+    auto s1 = TranscriptionClient(service("not a url"))
+                  .transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [&](auto r) { transcript = r; });
+    auto s2 = SupportService(service()).sendSupportMessage("hello", [&](auto r) { support = r; });
     EXPECT_EQ(await(transcript).error().kind, BackendError::Kind::invalidURL);
     EXPECT_EQ(await(support).error().kind, BackendError::Kind::invalidURL);
     EXPECT_TRUE(logs->contains("ERROR: Invalid URL: not a url/transcribe"));
@@ -347,7 +350,7 @@ TEST_F(BackendServiceTest, ADeadServerIsANetworkErrorAfterFourAttempts) {
     server.stop();  // nothing listens on the port any more
     signIn();
     std::optional<Result<SettingsEnvelope, BackendError>> result;
-    auto sub = service(origin).fetchSettings([&](auto r) { result = std::move(r); });
+    auto sub = SettingsClient(service(origin)).fetchSettings([&](auto r) { result = std::move(r); });
     auto outcome = await(result);
     ASSERT_FALSE(outcome.ok());
     EXPECT_EQ(outcome.error().kind, BackendError::Kind::networkError);
@@ -373,7 +376,7 @@ TEST_F(BackendServiceTest, DroppingTheSubscriptionCancelsTheCall) {
     signIn();
     bool firstCalled = false;
     {
-        auto sub = service().fetchSettings([&](auto) { firstCalled = true; });
+        auto sub = SettingsClient(service()).fetchSettings([&](auto) { firstCalled = true; });
         arrived.get_future().wait();
     }
     release.set_value();
@@ -398,8 +401,8 @@ TEST_F(BackendServiceTest, TranscriptionSendsTheAudioModeVocabularyAndReplacemen
                                           Replacement::make("new line", "\n")};
 
     std::optional<Result<std::string, BackendError>> result;
-    auto sub = service().transcribeAudio(audio, mode, "Kubernetes, Vocle", replacements,
-                                         [&](auto r) { result = r; });
+    auto sub = TranscriptionClient(service()).transcribeAudio(audio, mode, "Kubernetes, Vocle", replacements,
+                                                              [&](auto r) { result = r; });
     auto outcome = await(result);
     ASSERT_TRUE(outcome.ok());
     EXPECT_EQ(outcome.value(), "Hello there.");
@@ -435,8 +438,8 @@ TEST_F(BackendServiceTest, EveryRetryOfATranscriptionResendsTheSameBody) {
     });
     signIn();
     std::optional<Result<std::string, BackendError>> result;
-    auto sub = service().transcribeAudio(std::string(300000, 'a'), Mode::fresh("Default"), "", {},
-                                         [&](auto r) { result = r; });
+    auto sub = TranscriptionClient(service()).transcribeAudio(
+        std::string(300000, 'a'), Mode::fresh("Default"), "", {}, [&](auto r) { result = r; });
     auto outcome = await(result);
     ASSERT_TRUE(outcome.ok());
     EXPECT_EQ(outcome.value(), "") << "an empty transcript is a transcript";
@@ -458,9 +461,9 @@ TEST_F(BackendServiceTest, BackupSendsTheDocumentAndTheVersionOnlyWhenGiven) {
     doc.textReplacements = std::vector<SettingsReplacement>{{"a", "b"}};
     std::optional<Result<BackupResponse, BackendError>> first;
     std::optional<Result<BackupResponse, BackendError>> second;
-    auto s1 = service().backupSettings(doc, std::nullopt, [&](auto r) { first = r; });
+    auto s1 = SettingsClient(service()).backupSettings(doc, std::nullopt, [&](auto r) { first = r; });
     ASSERT_TRUE(await(first).ok());
-    auto s2 = service().backupSettings(doc, 11, [&](auto r) { second = r; });
+    auto s2 = SettingsClient(service()).backupSettings(doc, 11, [&](auto r) { second = r; });
     ASSERT_TRUE(await(second).ok());
     EXPECT_EQ(first->value().settings, doc);
     EXPECT_EQ(first->value().settingsVersion, 12);
@@ -544,13 +547,14 @@ TEST_F(BackendServiceTest, SignInRequestsGoStraightToTheOriginWithoutRetryOrCred
     });
     signIn();
     bool sent = false;
-    auto s1 = service().sendOTP("me+test@mail.example.org", [&] { sent = true; });
+    SignInClient signInClient(service());
+    auto s1 = signInClient.sendOTP("me+test@mail.example.org", [&] { sent = true; });
     ASSERT_TRUE(queue.pumpUntil([&] { return sent; }));
 
     std::vector<VerifyOTPResult> results;
     for (int i = 0; i < 3; ++i) {
-        auto sub = service().verifyOTP("me+test@mail.example.org", " 123456",
-                                       [&](VerifyOTPResult r) { results.push_back(std::move(r)); });
+        auto sub = signInClient.verifyOTP("me+test@mail.example.org", " 123456",
+                                          [&](VerifyOTPResult r) { results.push_back(std::move(r)); });
         ASSERT_TRUE(queue.pumpUntil([&] { return results.size() == static_cast<size_t>(i + 1); }));
     }
     EXPECT_EQ(results[0].outcome, VerifyOTPResult::Outcome::verified);

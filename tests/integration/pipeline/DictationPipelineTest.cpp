@@ -7,6 +7,7 @@
 #include "backend/AudioFileProcessor.h"
 #include "backend/BackendError.h"
 #include "backend/BackendService.h"
+#include "backend/SignInClient.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/Log.h"
 #include "integration/backend/BackendTestSupport.h"
@@ -45,11 +46,13 @@ protected:
 
     // Signs in the way the app does: send the code, read it from the outbox, verify, store the session.
     void signIn(const std::string& email) {
+        SignInClient signInClient(*backend);
         bool sent = false;
-        auto s1 = backend->sendOTP(email, [&] { sent = true; });
+        auto s1 = signInClient.sendOTP(email, [&] { sent = true; });
         ASSERT_TRUE(mainQueue.pumpUntil([&] { return sent; }));
         std::optional<VerifyOTPResult> verified;
-        auto s2 = backend->verifyOTP(email, server.latestCode(email), [&](VerifyOTPResult r) { verified = r; });
+        auto s2 =
+            signInClient.verifyOTP(email, server.latestCode(email), [&](VerifyOTPResult r) { verified = r; });
         ASSERT_TRUE(mainQueue.pumpUntil([&] { return verified.has_value(); }));
         ASSERT_EQ(verified->outcome, VerifyOTPResult::Outcome::verified);
         sessions.save(verified->session);

@@ -5,6 +5,8 @@
 #include "backend/BackendService.h"
 #include "backend/ResponseRecords.h"
 #include "backend/SettingsRecords.h"
+#include "backend/SignInClient.h"
+#include "backend/TranscriptionClient.h"
 #include "core/Mode.h"
 #include "core/Replacement.h"
 #include "integration/server/ServerFixture.h"
@@ -60,7 +62,7 @@ TEST(ServerClientContractTest, ClientRecordsRoundTripThroughTheServer) {
     // The transcription body exactly as the client builds it.
     const std::string wav = readText(kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wav");
     const std::string body =
-        BackendService::transcriptionBody(wav, mode, "", {Replacement::make("young man", "youth")});
+        TranscriptionClient::transcriptionBody(wav, mode, "", {Replacement::make("young man", "youth")});
     auto transcribed =
         server.client()->Post("/transcribe", {{"Authorization", authorization}}, body, "application/json");
     ASSERT_EQ(transcribed->status, 200) << transcribed->body;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -212,9 +213,10 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     std::string pending;
 
     // "Expect: 100-continue": the interim answer comes before the body is sent.
-    ASSERT_TRUE(sendAll(fd, "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
-                            "Expect: 100-continue\r\nContent-Length: " +
-                                std::to_string(body.size()) + "\r\n\r\n"));
+    ASSERT_TRUE(sendAll(fd,
+                        "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                        "Expect: 100-continue\r\nContent-Length: " +
+                            std::to_string(body.size()) + "\r\n\r\n"));
     EXPECT_EQ(readResponse(fd, pending, true).status, 100);
     ASSERT_TRUE(sendAll(fd, body));
     RawResponse r = readResponse(fd, pending);
@@ -222,8 +224,9 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     EXPECT_EQ(r.body, R"({"sent":true})");
 
     // Chunked, then two pipelined requests in one write, on the same connection.
-    ASSERT_TRUE(sendAll(fd, "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
-                            "Transfer-Encoding: chunked\r\n\r\n4\r\n{\"em\r\n"));
+    ASSERT_TRUE(sendAll(fd,
+                        "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                        "Transfer-Encoding: chunked\r\n\r\n4\r\n{\"em\r\n"));
     const std::string rest = body.substr(4);
     char size[16];
     std::snprintf(size, sizeof size, "%zx", rest.size());
@@ -231,7 +234,8 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     r = readResponse(fd, pending);
     EXPECT_EQ(r.status, 200);
     EXPECT_EQ(r.body, R"({"sent":true})");
-    ASSERT_TRUE(sendAll(fd, "GET /nowhere HTTP/1.1\r\nHost: x\r\n\r\nGET /settings HTTP/1.1\r\nHost: x\r\n\r\n"));
+    ASSERT_TRUE(
+        sendAll(fd, "GET /nowhere HTTP/1.1\r\nHost: x\r\n\r\nGET /settings HTTP/1.1\r\nHost: x\r\n\r\n"));
     EXPECT_EQ(readResponse(fd, pending).status, 404);
     r = readResponse(fd, pending);
     EXPECT_EQ(r.status, 401);
@@ -254,4 +258,32 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     std::string hostilePending;
     EXPECT_EQ(readResponse(hostile, hostilePending).status, 400);
     close(hostile);
+}
+
+TEST(ServerSlowClientTest, AClientThatSendsAWholeRefusedBodyBeforeReadingGetsTheRefusal) {
+    TestServer server(withoutSpeech);
+    // 70 MB against the default 60 MB limit, written in full before a single byte is read, as simple
+    // clients do: the refusal must survive the bytes the server never wanted.
+    const size_t size = 70ull * 1024 * 1024;
+    const int fd = connectFrom("127.0.0.1", server.port);
+    ASSERT_TRUE(sendAll(fd,
+                        "POST /transcribe HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                        "Content-Length: " +
+                            std::to_string(size) + "\r\n\r\n"));
+    const std::string block(1 << 20, 'a');
+    size_t sent = 0;
+    while (sent < size) {
+        const ssize_t n = ::send(fd, block.data(), std::min(block.size(), size - sent), MSG_NOSIGNAL);
+        ASSERT_GT(n, 0) << "the server reset the connection after " << sent
+                        << " bytes: " << std::strerror(errno);
+        sent += static_cast<size_t>(n);
+    }
+    std::string pending;
+    const RawResponse r = readResponse(fd, pending);
+    EXPECT_EQ(r.status, 413);
+    EXPECT_EQ(r.body, R"({"error":"Request body too large"})");
+    close(fd);
+
+    // The server is none the worse for it.
+    EXPECT_EQ(server.get("/settings")->status, 401);
 }

@@ -7,40 +7,12 @@
 
 #include "foundation/Base64.h"
 #include "integration/server/ServerFixture.h"
+#include "integration/server/SpeechMeasures.h"
 
 using namespace vocle;
 using namespace vocle::testing;
 
 namespace {
-
-std::vector<std::string> words(const std::string& text) {
-    std::vector<std::string> out;
-    std::string current;
-    for (unsigned char ch : text) {
-        if (std::isalnum(ch) || ch == '\'') {
-            current.push_back(static_cast<char>(std::tolower(ch)));
-        } else if (!current.empty()) {
-            out.push_back(current);
-            current.clear();
-        }
-    }
-    if (!current.empty()) out.push_back(current);
-    return out;
-}
-
-size_t wordErrors(const std::vector<std::string>& ref, const std::vector<std::string>& hyp) {
-    std::vector<size_t> prev(hyp.size() + 1), cur(hyp.size() + 1);
-    for (size_t j = 0; j <= hyp.size(); ++j) prev[j] = j;
-    for (size_t i = 1; i <= ref.size(); ++i) {
-        cur[0] = i;
-        for (size_t j = 1; j <= hyp.size(); ++j) {
-            cur[j] =
-                std::min({prev[j] + 1, cur[j - 1] + 1, prev[j - 1] + (ref[i - 1] == hyp[j - 1] ? 0 : 1)});
-        }
-        std::swap(prev, cur);
-    }
-    return prev[hyp.size()];
-}
 
 // The package's reference transcription: "<s> words </s> (clip-id)" per line.
 std::map<std::string, std::string> referenceTranscripts() {
@@ -59,18 +31,6 @@ std::map<std::string, std::string> referenceTranscripts() {
         out[line.substr(open + 1, close - open - 1)] = text;
     }
     return out;
-}
-
-std::vector<int16_t> readWavSamples(const std::filesystem::path& path) {
-    SF_INFO info{};
-    SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-    EXPECT_NE(file, nullptr);
-    EXPECT_EQ(info.samplerate, 16000);
-    EXPECT_EQ(info.channels, 1);
-    std::vector<int16_t> samples(static_cast<size_t>(info.frames));
-    sf_read_short(file, samples.data(), info.frames);
-    sf_close(file);
-    return samples;
 }
 
 // The AAC the app uploads: mono AAC in MPEG-4 at 48 kbit/s for 16 kHz speech, made with the ffmpeg tool.

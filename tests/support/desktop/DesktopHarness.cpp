@@ -106,16 +106,16 @@ void DesktopHarness::startServer() {
     env_["VOCLE_BACKEND_URL"] = backendURL();
 }
 
-void DesktopHarness::stopServer() {
-    if (server_) server_->stop();
-    server_.reset();
-}
-
 void DesktopHarness::restartServer() {
     stopServer();
     serverConfig_.listenPort = port_;
     server_ = std::make_unique<server::ServerApp>(serverConfig_, clock_);
     require(server_->start() == port_, "the server did not come back on port " + std::to_string(port_));
+}
+
+void DesktopHarness::stopServer() {
+    if (server_) server_->stop();
+    server_.reset();
 }
 
 std::vector<std::string> DesktopHarness::supportMessages() {

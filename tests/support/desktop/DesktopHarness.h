@@ -41,6 +41,8 @@ class DesktopHarness {
 
     // The environment every desktop program of this session gets.
     const std::map<std::string, std::string>& environment() const { return env_; }
+    // Adds to the environment of programs started from now on.
+    void setEnvironment(const std::string& name, const std::string& value) { env_[name] = value; }
     std::filesystem::path root() const { return dir_.path(); }
     std::filesystem::path dataFolder() const { return dir_.path() / "data" / "Vocle"; }
     std::filesystem::path temporaryFolder() const { return dir_.path() / "tmp"; }

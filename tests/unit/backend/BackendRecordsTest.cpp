@@ -6,6 +6,8 @@
 #include "backend/LanguageCodes.h"
 #include "backend/SettingsDocument.h"
 #include "backend/SettingsRecords.h"
+#include "backend/SignInClient.h"
+#include "backend/TranscriptionClient.h"
 #include "foundation/Base64.h"
 
 namespace vocle {
@@ -63,7 +65,7 @@ TEST(TranscriptionBodyTest, IsValidJsonWithTheAudioEncodedOnce) {
     mode.modeTypeId = "33333333-3333-3333-3333-333333333333";
     mode.language = "english (uk)";
     const std::string audio("\x00\x01\xfe\xff\"\\ RIFF", 11);
-    const std::string text = BackendService::transcriptionBody(audio, mode, "", {});
+    const std::string text = TranscriptionClient::transcriptionBody(audio, mode, "", {});
     const Json body = Json::parse(text);
     EXPECT_EQ(base64::decode(body.at("audio").get<std::string>()), audio);
     EXPECT_EQ(body.at("mode").at("type"), "Message");
@@ -75,7 +77,7 @@ TEST(TranscriptionBodyTest, IsValidJsonWithTheAudioEncodedOnce) {
 
     mode.type.reset();
     mode.modeTypeId.reset();
-    const Json modeObject = BackendService::transcriptionModeObject(mode);
+    const Json modeObject = TranscriptionClient::transcriptionModeObject(mode);
     EXPECT_EQ(modeObject.at("type"), "raw");
     EXPECT_FALSE(modeObject.contains("mode_type_id"));
     EXPECT_EQ(modeObject.at("id"), mode.id.string());

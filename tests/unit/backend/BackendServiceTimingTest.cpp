@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "FakeBackendHarness.h"
+#include "backend/SettingsClient.h"
+#include "backend/SignInClient.h"
+#include "backend/TranscriptionClient.h"
 
 namespace vocle {
 namespace {
@@ -22,11 +25,12 @@ struct Fetch {
 class BackendServiceTiming : public ::testing::Test, protected FakeBackendHarness {
   protected:
     Subscription fetch(Fetch& into) {
-        return service().fetchSettings([this, &into](Result<SettingsEnvelope, BackendError> r) {
-            EXPECT_FALSE(into.result) << "delivered twice";
-            into.result = std::move(r);
-            into.deliveredAt = queue.now();
-        });
+        return SettingsClient(service()).fetchSettings(
+            [this, &into](Result<SettingsEnvelope, BackendError> r) {
+                EXPECT_FALSE(into.result) << "delivered twice";
+                into.result = std::move(r);
+                into.deliveredAt = queue.now();
+            });
     }
     double sentAt(size_t i) const { return network->sent().at(i).sentAt; }
 };
@@ -171,8 +175,8 @@ TEST_F(BackendServiceTiming, ARefusedSessionIsReportedOnceAfterTheRefusedCallsUn
             events.push_back(name);
         };
     };
-    auto s1 = service().fetchSettings(record("first"));
-    auto s2 = service().fetchSettings(record("second"));
+    auto s1 = SettingsClient(service()).fetchSettings(record("first"));
+    auto s2 = SettingsClient(service()).fetchSettings(record("second"));
     network->answer(0, FakeHttpTransport::response(401, R"({"error": "expired"})"));
     network->answer(1, FakeHttpTransport::response(401, R"({"error": "expired"})"), 1.0);
     queue.runUntilIdle();
@@ -181,14 +185,14 @@ TEST_F(BackendServiceTiming, ARefusedSessionIsReportedOnceAfterTheRefusedCallsUn
     EXPECT_EQ(events, (std::vector<std::string>{"first", "rejected", "second"}));
 
     network->replyStatus(401);
-    auto s3 = service().fetchSettings(record("third"));
+    auto s3 = SettingsClient(service()).fetchSettings(record("third"));
     queue.runUntilIdle();
     EXPECT_EQ(std::count(events.begin(), events.end(), "rejected"), 1)
         << "the same session, not reported again";
 
     // Signed out: a call without a token is refused before the network, and not reported again either.
     service().setAccessToken("");
-    auto s4 = service().fetchSettings(record("signed out"));
+    auto s4 = SettingsClient(service()).fetchSettings(record("signed out"));
     queue.runUntilIdle();
     EXPECT_EQ(network->sent().size(), 3u);
     EXPECT_EQ(std::count(events.begin(), events.end(), "rejected"), 1);
@@ -196,7 +200,7 @@ TEST_F(BackendServiceTiming, ARefusedSessionIsReportedOnceAfterTheRefusedCallsUn
     // A new session that is refused in turn is reported again.
     service().setAccessToken("acc-2");
     network->replyStatus(401);
-    auto s5 = service().fetchSettings(record("new session"));
+    auto s5 = SettingsClient(service()).fetchSettings(record("new session"));
     queue.runUntilIdle();
     EXPECT_EQ(events.back(), "rejected");
     EXPECT_EQ(std::count(events.begin(), events.end(), "rejected"), 2);
@@ -206,8 +210,10 @@ TEST_F(BackendServiceTiming, ACallWithoutATokenIsReportedAsARefusedSession) {
     int rejections = 0;
     auto watch = service().sessionRejected.subscribe([&] { ++rejections; });
     std::optional<Result<BackupResponse, BackendError>> backup;
-    auto s1 = service().backupSettings(SettingsDoc{}, std::nullopt, [&](auto r) { backup = r; });
-    auto s2 = service().transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [](auto) {});
+    auto s1 =
+        SettingsClient(service()).backupSettings(SettingsDoc{}, std::nullopt, [&](auto r) { backup = r; });
+    auto s2 =
+        TranscriptionClient(service()).transcribeAudio("RIFF", Mode::fresh("Default"), "", {}, [](auto) {});
     EXPECT_EQ(rejections, 0) << "reported on the queue, not inside the call";
     queue.runUntilIdle();
     ASSERT_TRUE(backup);
@@ -217,9 +223,10 @@ TEST_F(BackendServiceTiming, ACallWithoutATokenIsReportedAsARefusedSession) {
 }
 
 TEST_F(BackendServiceTiming, SignInRequestsAnswerOnceWhenTheirAnswerArrives) {
+    SignInClient signInClient(service());
     int sent = 0;
     network->replyFailure("Could not resolve host", 4.0);
-    auto s1 = service().sendOTP("ada@example.org", [&] { ++sent; });
+    auto s1 = signInClient.sendOTP("ada@example.org", [&] { ++sent; });
     queue.advance(3.9);
     EXPECT_EQ(sent, 0);
     queue.advance(0.1);
@@ -231,7 +238,7 @@ TEST_F(BackendServiceTiming, SignInRequestsAnswerOnceWhenTheirAnswerArrives) {
     EXPECT_FALSE(request.request.header("X-Device-Id"));
 
     std::optional<VerifyOTPResult> verified;
-    auto s2 = service().verifyOTP("ada@example.org", "123456", [&](VerifyOTPResult r) { verified = r; });
+    auto s2 = signInClient.verifyOTP("ada@example.org", "123456", [&](VerifyOTPResult r) { verified = r; });
     s2 = Subscription();  // the panel went away before the answer
     EXPECT_EQ(network->cancelledCount(), 1u);
     EXPECT_FALSE(network->answer(1, FakeHttpTransport::response(200, "{}")));

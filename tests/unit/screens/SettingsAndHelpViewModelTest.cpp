@@ -104,6 +104,25 @@ TEST_F(SettingsTest, AVolumeChangeAloneRewritesTheFileAndKeepsTheShortcuts) {
     EXPECT_EQ(logs->count("Settings saved:"), 1u);
 }
 
+TEST_F(SettingsTest, TheLivePreviewIsOnUnlessTurnedOffAndTheChoiceIsKeptInTheFile) {
+    vm.load();
+    EXPECT_TRUE(vm.showLivePreview.get()) << "on for a file written before the setting existed";
+    vm.setShowLivePreview(false);
+    EXPECT_FALSE(stored().showLivePreview);
+    EXPECT_FALSE(stored().toJson().at("showLivePreview").get<bool>());
+    SettingsViewModel reopened{files, capture, shortcuts, keyMonitor, autostart};
+    reopened.load();
+    EXPECT_FALSE(reopened.showLivePreview.get());
+    reopened.setShowLivePreview(true);
+    EXPECT_TRUE(stored().showLivePreview);
+    // A file without the key (older versions) reads as on.
+    auto json = stored().toJson();
+    json.erase("showLivePreview");
+    EXPECT_TRUE(AppSettings::fromJson(json).showLivePreview);
+    json["showLivePreview"] = "no";
+    EXPECT_THROW(AppSettings::fromJson(json), DecodingError);
+}
+
 TEST_F(SettingsTest, OpeningEitherPickerSuspendsTheGlobalShortcutsUntilItCloses) {
     vm.setShowingShortcutPicker(true);
     EXPECT_TRUE(shortcuts.suspended);
