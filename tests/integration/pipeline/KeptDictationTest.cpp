@@ -8,6 +8,7 @@
 
 #include "backend/AudioFileProcessor.h"
 #include "backend/BackendService.h"
+#include "backend/SignInClient.h"
 #include "desktop/DictationRetry.h"
 #include "foundation/DispatchQueue.h"
 #include "foundation/Log.h"
@@ -96,11 +97,12 @@ class KeptDictationTest : public ::testing::Test {
     void signIn(const std::string& email) {
         connect("http://127.0.0.1:" + std::to_string(server.port));
         bool sent = false;
-        auto s1 = backend->sendOTP(email, [&] { sent = true; });
+        SignInClient signInClient(*backend);
+        auto s1 = signInClient.sendOTP(email, [&] { sent = true; });
         ASSERT_TRUE(mainQueue.pumpUntil([&] { return sent; }));
         std::optional<VerifyOTPResult> verified;
         auto s2 =
-            backend->verifyOTP(email, server.latestCode(email), [&](VerifyOTPResult r) { verified = r; });
+            signInClient.verifyOTP(email, server.latestCode(email), [&](VerifyOTPResult r) { verified = r; });
         ASSERT_TRUE(mainQueue.pumpUntil([&] { return verified.has_value(); }));
         ASSERT_EQ(verified->outcome, VerifyOTPResult::Outcome::verified);
         sessions->save(verified->session);

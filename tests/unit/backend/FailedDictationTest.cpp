@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "FakeBackendHarness.h"
+#include "backend/SettingsClient.h"
 #include "foundation/FileIO.h"
 
 namespace vocle::testing {
@@ -193,7 +194,8 @@ TEST_F(FailedDictationTest, TheTrayOffersKeptDictationsOnlyOnceTheBackendAnswers
     EXPECT_EQ(retry().offeredCount.get(), 0u);
 
     network->replyStatus(200, kSettingsEnvelope);
-    auto call = service().fetchSettings([](auto) {});
+    SettingsClient settings(service());
+    auto call = settings.fetchSettings([](auto) {});
     queue.advance(1.0);
     EXPECT_EQ(retry().offeredCount.get(), 1u) << "any successful request counts";
 
@@ -205,7 +207,7 @@ TEST_F(FailedDictationTest, TheTrayOffersKeptDictationsOnlyOnceTheBackendAnswers
     EXPECT_EQ(retry().offeredCount.get(), 0u) << "a new failure withdraws the offer";
 
     network->replyStatus(200, kSettingsEnvelope);
-    auto again = service().fetchSettings([](auto) {});
+    auto again = settings.fetchSettings([](auto) {});
     queue.advance(1.0);
     EXPECT_EQ(retry().offeredCount.get(), 2u);
 
