@@ -18,6 +18,8 @@ PACKAGES=(
     libx11-dev libxtst-dev libxi-dev libxfixes-dev libatspi2.0-dev libdbus-1-dev
     at-spi2-core dbus dbus-x11 openbox xterm xdotool x11-utils xclip imagemagick fonts-dejavu-core
     desktop-file-utils xdg-utils librsvg2-bin curl
+    # a notification daemon for the desktop-notice tests
+    dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # the server's PostgreSQL store and its tests

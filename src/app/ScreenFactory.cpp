@@ -72,9 +72,14 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
             case Kind::vocabulary:
                 return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary), parent);
             case Kind::settings:
-                return own<SettingsView>(std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
-                                                                             s.localKeyMonitor, s.autostart),
-                                         parent);
+            {
+                auto model = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
+                                                                 s.localKeyMonitor, s.autostart);
+                model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };
+                model->pickerRequests =
+                    s.app.shortcutPickerRequested.subscribe([vm = model.get()] { vm->checkPickerRequest(); });
+                return own<SettingsView>(std::move(model), parent);
+            }
             case Kind::history:
                 return own<HistoryView>(std::make_unique<HistoryViewModel>(
                                             main, g.history,

@@ -7,6 +7,7 @@
 #include "application/DictationApp.h"
 #include "foundation/Environment.h"
 #include "foundation/Log.h"
+#include "foundation/ProcessExit.h"
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/NoBrowserScripting.h"
 #include "platform/linux/PulseAudioPlayback.h"
@@ -17,12 +18,14 @@
 #include "platform/linux/XdgUrlOpener.h"
 #include "platform/x11/AtspiAccessibility.h"
 #include "platform/x11/QtDBusControlBus.h"
+#include "platform/x11/QtDBusNotifications.h"
 #include "platform/x11/QtLocalKeyMonitor.h"
 #include "platform/x11/QtMainQueue.h"
 #include "platform/x11/QtPasteboard.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11Workspace.h"
 #include "platform/x11/XInputKeyMonitor.h"
+#include "platform/x11/XErrorTrap.h"
 #include "platform/x11/XTestSyntheticKeys.h"
 #include "ui/MainView.h"
 #include "ui/QtAlerts.h"
@@ -35,6 +38,8 @@
 
 // Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
 #include <QApplication>
+#include <QDBusConnection>
+#include <QTimer>
 
 #ifndef VOCLE_VERSION
 #define VOCLE_VERSION "0.0.0"
@@ -63,6 +68,8 @@ int main(int argc, char** argv) {
     // The window may close; dictation, shortcuts, tray and indicator keep running until Quit.
     QApplication::setQuitOnLastWindowClosed(false);
     setLogSink(std::make_shared<StdoutLogSink>());
+    // After Qt's X connection is open: its I/O error handler would call exit() from any thread.
+    XErrorTrap::endProcessOnConnectionLoss();
 
     // One instance per session: a second launch brings the first one's window forward and leaves.
     QtDBusControlBus controlBus;
@@ -100,7 +107,7 @@ int main(int argc, char** argv) {
     PulseCoreAudio coreAudio(pulse);
     PulseAudioPlayback playback(pulse);
     ui::QtAlerts alerts(mainQueue);
-    XdgUrlOpener urlOpener;
+    XdgUrlOpener urlOpener(mainQueue, env);
     auto desktopEntries = std::make_shared<const DesktopEntryIndex>(DesktopEntryIndex::fromEnvironment(env));
     std::unique_ptr<Workspace> workspace = X11Workspace::open(mainQueue, desktopEntries);
     if (!workspace) workspace = std::make_unique<NoWorkspace>();
@@ -113,6 +120,7 @@ int main(int argc, char** argv) {
     XTestSyntheticKeys syntheticKeys;
     QtPasteboard pasteboard;
     ui::QtIndicatorPanels indicatorPanels;
+    QtDBusNotifications desktopNotifications;
 
     ThreadQueues threads;
     ClientOptions options;
@@ -120,7 +128,7 @@ int main(int argc, char** argv) {
     ClientGraph graph(
         PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener, *workspace,
                          browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor, syntheticKeys,
-                         pasteboard, indicatorPanels, nullptr},
+                         pasteboard, indicatorPanels, nullptr, &desktopNotifications},
         threads.refs(), options);
 
     std::unique_ptr<ui::MainView> mainWindow;
@@ -156,9 +164,24 @@ int main(int argc, char** argv) {
         mainWindow->show();
     });
 
+    // The session bus goes away when the session ends: leave as on a lost X server. Qt reports a lost bus
+    // only through the connection's state.
+    QTimer busWatch;
+    if (published == ControlBus::PublishResult::published) {
+        QObject::connect(&busWatch, &QTimer::timeout, [] {
+            if (QDBusConnection::sessionBus().isConnected()) return;
+            logLine("❌ Lost the session bus");
+            endProcessNow(1);
+        });
+        busWatch.start(500);
+    }
+
+    guardUnplannedExit();
     const int code = QApplication::exec();
+    busWatch.stop();
     running = nullptr;
     mainWindow.reset();
     tray.reset();
+    markOrderlyExit();
     return code;
 }

@@ -26,6 +26,10 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
     clipboard =
         std::make_unique<ClipboardManager>(main, s.pasteboard, s.syntheticKeys, history, notifications);
     shortcuts = std::make_unique<ShortcutManager>(main, files, s.hotKeys, s.keyMonitor, s.localKeyMonitor);
+    if (s.notifications) {
+        shortcutNotice = std::make_unique<ShortcutConflictNotice>(
+            *shortcuts, *s.notifications, [this](bool toggle) { shortcutPickerRequested.emit(toggle); });
+    }
 
     auto engine = std::make_shared<std::mt19937_64>(std::random_device{}());
     recordingView = std::make_unique<FloatingRecordingView>(
@@ -62,6 +66,7 @@ ClientGraph::~ClientGraph() {
     appState.reset();
     indicator.reset();
     recordingView.reset();
+    shortcutNotice.reset();
     shortcuts.reset();
     clipboard.reset();
     autoModeManager.reset();

@@ -13,6 +13,7 @@
 #include "desktop/FloatingIndicatorManager.h"
 #include "desktop/FloatingRecordingView.h"
 #include "desktop/IndicatorPanel.h"
+#include "desktop/ShortcutConflictNotice.h"
 #include "desktop/ShortcutManager.h"
 #include "desktop/UpdaterManager.h"
 #include "foundation/Environment.h"
@@ -24,6 +25,7 @@
 #include "platform/capture.h"
 #include "platform/core_audio.h"
 #include "platform/events.h"
+#include "platform/notifications.h"
 #include "platform/screen_capture.h"
 #include "platform/url_opener.h"
 #include "platform/workspace.h"
@@ -52,6 +54,8 @@ struct PlatformServices {
     IndicatorPanelFactory& indicatorPanels;
     // The update feed; production uses HttpAppcastFetcher over the graph's own transport when null.
     AppcastFetcher* appcastFetcher = nullptr;
+    // The desktop's notification service; without it refused shortcuts show only on the Settings screen.
+    DesktopNotifications* notifications = nullptr;
 
     ServicePlatform servicePlatform() const {
         return {mainQueue, environment, capture, screenCapture, coreAudio, playback, alerts};
@@ -99,6 +103,9 @@ public:
     std::unique_ptr<AutoModeManager> autoModeManager;
     std::unique_ptr<ClipboardManager> clipboard;
     std::unique_ptr<ShortcutManager> shortcuts;
+    std::unique_ptr<ShortcutConflictNotice> shortcutNotice;  // only with a notification service
+    // The user asked, from a notice, to choose another toggle (true) or cancel (false) shortcut.
+    Signal<bool> shortcutPickerRequested;
     std::unique_ptr<FloatingRecordingView> recordingView;
     std::unique_ptr<FloatingIndicatorManager> indicator;
     std::unique_ptr<AppState> appState;

@@ -42,6 +42,18 @@ void AudioRecordingService::setRecordingContext(const Mode& mode, const std::str
 
 // MARK: start path
 
+std::optional<std::string> AudioRecordingService::inputProblem() const {
+    switch (d_.capture.inputAvailability()) {
+        case InputAvailability::noSoundServer:
+            return std::string(kNoSoundServerMessage);
+        case InputAvailability::noInputDevice:
+            return std::string(kNoInputDeviceMessage);
+        case InputAvailability::available:
+            break;
+    }
+    return std::nullopt;
+}
+
 void AudioRecordingService::startRecording() {
     VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - startRecording() called");
@@ -61,6 +73,11 @@ void AudioRecordingService::startRecording() {
     }
     if (!context_.mode) {
         errorMessage.set("No mode selected");
+        return;
+    }
+    if (auto problem = inputProblem()) {
+        log("🚫 Not starting: ", *problem);
+        errorMessage.set(*problem);
         return;
     }
     log("▶️ startRecording invoked. mode.recordSystemAudio? ",

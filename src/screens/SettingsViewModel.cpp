@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "desktop/ShortcutConflictNotice.h"
 #include "foundation/Log.h"
 
 namespace vocle {
@@ -25,6 +26,7 @@ SettingsViewModel::SettingsViewModel(const FileStorageManager& files, Capture& c
     : files_(files), capture_(capture), shortcuts_(shortcuts), keyMonitor_(keyMonitor), autostart_(autostart) {}
 
 void SettingsViewModel::refreshDevices() {
+    inputAvailability.set(capture_.inputAvailability());
     std::vector<std::string> names;
     deviceNameToUID_.clear();
     for (const auto& device : capture_.devices()) {
@@ -52,6 +54,11 @@ void SettingsViewModel::load() {
     changed.emit();
 }
 
+void SettingsViewModel::checkPickerRequest() {
+    if (!takePickerRequest) return;
+    if (auto toggle = takePickerRequest()) openPicker.emit(*toggle);
+}
+
 bool SettingsViewModel::inputDeviceDisconnected() const {
     const auto& name = inputDevice.get();
     return !name.empty() && deviceNameToUID_.count(name) == 0;
@@ -65,6 +72,18 @@ std::vector<std::string> SettingsViewModel::toggleShortcutParts() const {
 std::vector<std::string> SettingsViewModel::cancelShortcutParts() const {
     const auto s = shortcuts_.cancelShortcut();
     return shortcuts_.displayParts(s.keyCode, s.modifiers);
+}
+
+std::optional<std::string> SettingsViewModel::toggleShortcutWarning() const {
+    const auto status = shortcuts_.toggleRegistrationFailure();
+    if (!status) return std::nullopt;
+    return ShortcutConflictNotice::warningText(toggleShortcutParts(), *status);
+}
+
+std::optional<std::string> SettingsViewModel::cancelShortcutWarning() const {
+    const auto status = shortcuts_.cancelRegistrationFailure();
+    if (!status) return std::nullopt;
+    return ShortcutConflictNotice::warningText(cancelShortcutParts(), *status);
 }
 
 void SettingsViewModel::setUseSystemDefault(bool on) {

@@ -305,6 +305,25 @@ bool DesktopSession::isRunning(pid_t pid) {
     return pid > 0 && !reaped(pid);
 }
 
+void DesktopSession::endXServer() {
+    terminate(xvfb_);
+    xvfb_ = 0;
+}
+
+void DesktopSession::endSessionBus() {
+    if (bus_ <= 0) return;
+    ::kill(bus_, SIGTERM);
+    pollUntil([&] { return ::kill(bus_, 0) != 0; }, 3.0);
+    bus_ = 0;
+}
+
+std::optional<int> DesktopSession::waitForExit(pid_t pid, double timeout) {
+    int status = 0;
+    if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, timeout, {}, 0.005)) return std::nullopt;
+    std::erase(children_, pid);
+    return status;
+}
+
 void DesktopSession::stop(pid_t pid) {
     terminate(pid);
     std::erase(children_, pid);

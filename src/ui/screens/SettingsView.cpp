@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QTimer>
 #include <QSlider>
 
 #include <cmath>
@@ -44,9 +45,13 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     toggleBox_ = new KeyCapsView(nullptr, true);
     toggleBox_->setAccessibleName("Toggle Recording On/Off");
     row(shortcuts, "Toggle Recording On/Off")->addWidget(toggleBox_);
+    toggleWarning_ = paragraph("", "warning");
+    shortcuts->addWidget(toggleWarning_);
     cancelBox_ = new KeyCapsView(nullptr, true);
     cancelBox_->setAccessibleName("Cancel Recording");
     row(shortcuts, "Cancel Recording")->addWidget(cancelBox_);
+    cancelWarning_ = paragraph("", "warning");
+    shortcuts->addWidget(cancelWarning_);
     connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
     connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);
 
@@ -106,12 +111,17 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     layout->addWidget(error_);
 
     changed_ = vm_.changed.subscribe([this] { refresh(); });
+    // The sheet runs its own event loop: open it once the request's caller has returned.
+    pickerRequest_ = vm_.openPicker.subscribe([this](bool toggle) {
+        QTimer::singleShot(0, this, toggle ? &SettingsView::openTogglePicker : &SettingsView::openCancelPicker);
+    });
     refresh();
 }
 
 void SettingsView::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     vm_.load();
+    vm_.checkPickerRequest();
 }
 
 void SettingsView::refresh() {
@@ -120,6 +130,12 @@ void SettingsView::refresh() {
     content_->setVisible(!vm_.isLoading.get());
     toggleBox_->setParts(vm_.toggleShortcutParts());
     cancelBox_->setParts(vm_.cancelShortcutParts());
+    const auto toggleWarning = vm_.toggleShortcutWarning();
+    toggleWarning_->setText(qs(toggleWarning.value_or("")));
+    toggleWarning_->setVisible(toggleWarning.has_value());
+    const auto cancelWarning = vm_.cancelShortcutWarning();
+    cancelWarning_->setText(qs(cancelWarning.value_or("")));
+    cancelWarning_->setVisible(cancelWarning.has_value());
     useDefault_->setChecked(vm_.useSystemDefault.get());
 
     devices_->clear();
@@ -130,9 +146,17 @@ void SettingsView::refresh() {
         devices_->addItem(qs(vm_.inputDevice.get() + SettingsViewModel::kNotConnectedSuffix), qs(vm_.inputDevice.get()));
     const int current = useDefault ? 0 : devices_->findData(qs(vm_.inputDevice.get()));
     devices_->setCurrentIndex(std::max(0, current));
-    deviceNote_->setText(vm_.inputDeviceDisconnected() && !useDefault
-                             ? "This microphone is not connected. Recording uses the system default until it is back."
-                             : "");
+    const auto availability = vm_.inputAvailability.get();
+    devices_->setEnabled(availability == InputAvailability::available);
+    if (availability == InputAvailability::noSoundServer) {
+        deviceNote_->setText(SettingsViewModel::kNoSoundServerText);
+    } else if (availability == InputAvailability::noInputDevice) {
+        deviceNote_->setText(SettingsViewModel::kNoInputDeviceText);
+    } else {
+        deviceNote_->setText(vm_.inputDeviceDisconnected() && !useDefault
+                                 ? "This microphone is not connected. Recording uses the system default until it is back."
+                                 : "");
+    }
     deviceNote_->setVisible(!deviceNote_->text().isEmpty());
 
     soundEffects_->setChecked(vm_.enableSoundEffects.get());
