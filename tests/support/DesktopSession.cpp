@@ -313,7 +313,16 @@ void DesktopSession::endXServer() {
 void DesktopSession::endSessionBus() {
     if (bus_ <= 0) return;
     ::kill(bus_, SIGTERM);
-    pollUntil([&] { return ::kill(bus_, 0) != 0; }, 3.0);
+    // Not our child: once it has exited it may linger as a zombie until init reaps it, and a zombie
+    // holds no sockets any more.
+    const std::string stat = "/proc/" + std::to_string(bus_) + "/stat";
+    pollUntil(
+        [&] {
+            std::ifstream in(stat);
+            std::string pid, name, state;
+            return !(in >> pid >> name >> state) || state == "Z";
+        },
+        3.0, {}, 0.002);
     bus_ = 0;
 }
 
