@@ -96,7 +96,8 @@ void AudioRecordingService::startRecording() {
             return continueWithRecording();
         case MicrophoneAuthorization::restricted:
         case MicrophoneAuthorization::denied:
-            return refuse("Microphone access is restricted or denied. Please enable it in System Settings.");
+            return refuse(
+                "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy settings.");
         case MicrophoneAuthorization::notDetermined: {
             return d_.capture.requestAccess(bindToMain(d_.mainQueue, token_, [this, refuse](bool granted) {
                 if (!granted) return refuse("Microphone permission denied");
@@ -238,7 +239,8 @@ void AudioRecordingService::startSystemAudioCapture() {
     if (!d_.screenCapture.preflightAccess()) {
         log("🔐 Screen Recording permission not granted. Requesting now…");
         if (!d_.screenCapture.requestAccess()) {
-            errorMessage.set("Screen Recording permission is required to capture app audio.");
+            errorMessage.set("Vocle cannot capture the sound of other applications: the sound server offers no monitor of "
+                             "your output device.");
             return abortSystemAudioStart();
         }
         log("ℹ️ Screen Recording permission granted. A restart may be required for capture to work.");
