@@ -34,6 +34,8 @@ class RecordingShortcuts final : public ShortcutControl {
         suspended = s;
         calls.push_back(s ? "suspend" : "resume");
     }
+    std::optional<int> toggleFailure;
+    std::optional<int> toggleRegistrationFailure() const override { return toggleFailure; }
     std::vector<std::string> displayParts(uint16_t keyCode, uint64_t modifiers) const override {
         static const std::map<uint16_t, std::string> names = {{0, "A"},   {12, "Q"},      {40, "K"},
                                                               {36, "Return"}, {49, "Space"}, {53, "Esc"}};
