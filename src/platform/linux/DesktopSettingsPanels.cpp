@@ -51,14 +51,15 @@ Command panelOf(const std::string& desktop, Matter matter) {
 
 std::string DesktopSettingsPanels::desktop() const { return uppercase(env_.get("XDG_CURRENT_DESKTOP").value_or("")); }
 
-bool DesktopSettingsPanels::installed(const std::string& program) const {
+std::string DesktopSettingsPanels::locate(const std::string& program) const {
     std::stringstream path(env_.get("PATH").value_or("/usr/local/bin:/usr/bin:/bin"));
     std::string folder;
     while (std::getline(path, folder, ':')) {
         if (folder.empty()) continue;
-        if (::access((folder + "/" + program).c_str(), X_OK) == 0) return true;
+        const std::string candidate = folder + "/" + program;
+        if (::access(candidate.c_str(), X_OK) == 0) return candidate;
     }
-    return false;
+    return {};
 }
 
 std::optional<DesktopSettingsPanels::Choice> DesktopSettingsPanels::choose(const std::string& url) const {
@@ -69,11 +70,12 @@ std::optional<DesktopSettingsPanels::Choice> DesktopSettingsPanels::choose(const
                   : *matter == Matter::soundOutput ? kSoundOutputHelp
                                                    : kAccessibilityHelp;
     Command panel = panelOf(desktop(), *matter);
-    if (!panel.empty() && installed(panel.front())) {
+    if (std::string found = panel.empty() ? "" : locate(panel.front()); !found.empty()) {
+        panel.front() = found;
         choice.command = std::move(panel);
-    } else if (*matter != Matter::accessibility && installed("pavucontrol")) {
+    } else if (std::string mixer = *matter == Matter::accessibility ? "" : locate("pavucontrol"); !mixer.empty()) {
         // Its "Input Devices" and "Output Devices" tabs.
-        choice.command = {"pavucontrol", *matter == Matter::soundInput ? "--tab=4" : "--tab=3"};
+        choice.command = {mixer, *matter == Matter::soundInput ? "--tab=4" : "--tab=3"};
     }
     return choice;
 }

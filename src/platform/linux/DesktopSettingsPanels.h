@@ -15,7 +15,7 @@ namespace vocle {
 class DesktopSettingsPanels {
   public:
     struct Choice {
-        std::vector<std::string> command;  // empty: nothing to start, show `help`
+        std::vector<std::string> command;  // full path first; empty: nothing to start, show `help`
         std::string help;                  // what to check, also shown when the command fails
     };
 
@@ -36,7 +36,8 @@ class DesktopSettingsPanels {
         "device. Check in your desktop's sound settings that an output device is active.";
 
   private:
-    bool installed(const std::string& program) const;
+    // The program's full path on $PATH, or empty.
+    std::string locate(const std::string& program) const;
     std::string desktop() const;
 
     const Environment& env_;
