@@ -71,8 +71,7 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                     std::make_unique<ReplacementsViewModel>(main, state.replacements, g.files), parent);
             case Kind::vocabulary:
                 return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary), parent);
-            case Kind::settings:
-            {
+            case Kind::settings: {
                 auto model = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
                                                                  s.localKeyMonitor, s.autostart);
                 model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };

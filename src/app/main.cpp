@@ -24,8 +24,8 @@
 #include "platform/x11/QtPasteboard.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11Workspace.h"
-#include "platform/x11/XInputKeyMonitor.h"
 #include "platform/x11/XErrorTrap.h"
+#include "platform/x11/XInputKeyMonitor.h"
 #include "platform/x11/XTestSyntheticKeys.h"
 #include "ui/MainView.h"
 #include "ui/QtAlerts.h"
@@ -126,9 +126,9 @@ int main(int argc, char** argv) {
     ClientOptions options;
     options.appVersion = VOCLE_VERSION;
     ClientGraph graph(
-        PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener, *workspace,
-                         browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor, syntheticKeys,
-                         pasteboard, indicatorPanels, nullptr, &desktopNotifications},
+        PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener,
+                         *workspace, browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor,
+                         syntheticKeys, pasteboard, indicatorPanels, nullptr, &desktopNotifications},
         threads.refs(), options);
 
     std::unique_ptr<ui::MainView> mainWindow;

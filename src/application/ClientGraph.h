@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "backend/HttpTransport.h"
 #include "application/ServiceGraph.h"
 #include "appstate/AppState.h"
+#include "backend/HttpTransport.h"
 #include "desktop/ClipboardManager.h"
 #include "desktop/FloatingIndicatorManager.h"
 #include "desktop/FloatingRecordingView.h"

@@ -79,7 +79,8 @@ void DictationApp::showAccessibilityAlert() {
     AlertRequest request;
     request.title = "Accessibility Is Off";
     request.text =
-        "Vocle uses the desktop's accessibility bus to see which website you are on, so that modes can follow "
+        "Vocle uses the desktop's accessibility bus to see which website you are on, so that modes can "
+        "follow "
         "websites. Turn on assistive technologies in your desktop's accessibility settings.";
     request.style = AlertStyle::informational;
     request.buttons = {"Turn On", "Cancel"};
@@ -90,14 +91,15 @@ void DictationApp::showAccessibilityAlert() {
             log("Accessibility enabled on the session bus");
             return;
         }
-        graph_.services.urlOpener.openURL(kAccessibilitySettingsURL, token_.guard([this](const std::string& message) {
-            AlertRequest problem;
-            problem.title = "Accessibility settings did not open";
-            problem.text = message;
-            problem.style = AlertStyle::warning;
-            problem.buttons = {"OK"};
-            graph_.services.alerts.show(problem, [](int) {});
-        }));
+        graph_.services.urlOpener.openURL(kAccessibilitySettingsURL,
+                                          token_.guard([this](const std::string& message) {
+                                              AlertRequest problem;
+                                              problem.title = "Accessibility settings did not open";
+                                              problem.text = message;
+                                              problem.style = AlertStyle::warning;
+                                              problem.buttons = {"OK"};
+                                              graph_.services.alerts.show(problem, [](int) {});
+                                          }));
     }));
 }
 

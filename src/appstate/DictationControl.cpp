@@ -151,7 +151,8 @@ void DictationControl::showSystemAudioPermissionAlert() {
     request.title = "Unable to record system audio";
     request.text =
         "Vocle cannot capture the sound of other applications: the sound server offers no monitor of your "
-        "output device. Check your sound settings. To stop this dialog, turn off 'Record system audio' in the "
+        "output device. Check your sound settings. To stop this dialog, turn off 'Record system audio' in "
+        "the "
         "active mode's settings.";
     request.style = AlertStyle::warning;
     request.buttons = {"Open Sound Settings", "Close"};

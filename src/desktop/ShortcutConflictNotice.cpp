@@ -5,7 +5,8 @@
 
 namespace vocle {
 
-ShortcutConflictNotice::ShortcutConflictNotice(ShortcutManager& shortcuts, DesktopNotifications& notifications,
+ShortcutConflictNotice::ShortcutConflictNotice(ShortcutManager& shortcuts,
+                                               DesktopNotifications& notifications,
                                                std::function<void(bool)> choose)
     : shortcuts_(shortcuts), notifications_(notifications), choose_(std::move(choose)) {
     subscription_ = shortcuts_.registrationChanged.subscribe([this] { check(); });
@@ -21,12 +22,14 @@ std::string ShortcutConflictNotice::warningText(const std::vector<std::string>& 
 
 void ShortcutConflictNotice::check() {
     if (auto status = shortcuts_.toggleRegistrationFailure()) {
-        if (announcedToggle_ != shortcuts_.currentShortcut) announce(shortcuts_.currentShortcut, *status, true);
+        if (announcedToggle_ != shortcuts_.currentShortcut)
+            announce(shortcuts_.currentShortcut, *status, true);
     } else {
         announcedToggle_.reset();
     }
     if (auto status = shortcuts_.cancelRegistrationFailure()) {
-        if (announcedCancel_ != shortcuts_.cancelShortcut) announce(shortcuts_.cancelShortcut, *status, false);
+        if (announcedCancel_ != shortcuts_.cancelShortcut)
+            announce(shortcuts_.cancelShortcut, *status, false);
     } else {
         announcedCancel_.reset();
     }

@@ -31,6 +31,8 @@ void guardUnplannedExit() {
     if (!registered.exchange(true)) std::atexit(onExit);
 }
 
-void markOrderlyExit() { orderly.store(true); }
+void markOrderlyExit() {
+    orderly.store(true);
+}
 
 }  // namespace vocle

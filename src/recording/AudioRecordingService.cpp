@@ -97,7 +97,8 @@ void AudioRecordingService::startRecording() {
         case MicrophoneAuthorization::restricted:
         case MicrophoneAuthorization::denied:
             return refuse(
-                "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy settings.");
+                "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy "
+                "settings.");
         case MicrophoneAuthorization::notDetermined: {
             return d_.capture.requestAccess(bindToMain(d_.mainQueue, token_, [this, refuse](bool granted) {
                 if (!granted) return refuse("Microphone permission denied");
@@ -239,8 +240,9 @@ void AudioRecordingService::startSystemAudioCapture() {
     if (!d_.screenCapture.preflightAccess()) {
         log("🔐 Screen Recording permission not granted. Requesting now…");
         if (!d_.screenCapture.requestAccess()) {
-            errorMessage.set("Vocle cannot capture the sound of other applications: the sound server offers no monitor of "
-                             "your output device.");
+            errorMessage.set(
+                "Vocle cannot capture the sound of other applications: the sound server offers no monitor of "
+                "your output device.");
             return abortSystemAudioStart();
         }
         log("ℹ️ Screen Recording permission granted. A restart may be required for capture to work.");

@@ -32,7 +32,8 @@ class PermissionsViewModel {
     static constexpr const char* kFooter = "You can change these later in your desktop's settings.";
     static constexpr const char* kAlertTitle = "Accessibility Permission Required";
     static constexpr const char* kAlertText =
-        "Turn on assistive technologies in your desktop's accessibility settings. Vocle uses the accessibility "
+        "Turn on assistive technologies in your desktop's accessibility settings. Vocle uses the "
+        "accessibility "
         "bus to read the address of the web page you are on, so that modes can follow websites.";
 
     Observable<bool> microphoneAuthorized{false};

@@ -234,9 +234,9 @@ QMenu::item:selected { background: %8; color: white; }
 QMenu::item:disabled { color: %5; }
 QMenu::separator { height: 1px; background: %4; margin: 4px 6px; }
 )")
-        .arg(hex(kText), hex(kWindow), hex(kSurface), hex(kBorder), hex(kSecondaryText), hex(kRed), hex(kGreen),
-             hex(kAccent), accentHover)
-        .arg(accentPressed) +
+               .arg(hex(kText), hex(kWindow), hex(kSurface), hex(kBorder), hex(kSecondaryText), hex(kRed),
+                    hex(kGreen), hex(kAccent), accentHover)
+               .arg(accentPressed) +
            indicatorImages();
 }
 

@@ -328,7 +328,8 @@ void DesktopSession::endSessionBus() {
 
 std::optional<int> DesktopSession::waitForExit(pid_t pid, double timeout) {
     int status = 0;
-    if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, timeout, {}, 0.005)) return std::nullopt;
+    if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, timeout, {}, 0.005))
+        return std::nullopt;
     std::erase(children_, pid);
     return status;
 }

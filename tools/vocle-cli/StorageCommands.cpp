@@ -54,7 +54,8 @@ int withStores(CliContext& ctx, F body) {
 }  // namespace
 
 void addStorageCommands(std::vector<CliCommand>& commands) {
-    commands.push_back({"settings", "settings", "Print the settings record as the app loads it (JSON; shortcuts decoded).",
+    commands.push_back({"settings", "settings",
+                        "Print the settings record as the app loads it (JSON; shortcuts decoded).",
                         [](CliContext& ctx) {
                             return withStores(ctx, [&](const DataFolder& folder, const Clock& clock) {
                                 FileStorageManager files(folder, clock);

@@ -37,19 +37,25 @@ Command panelOf(const std::string& desktop, Matter matter) {
             if (part == name) return true;
         return false;
     };
-    if (is("X-CINNAMON")) return sound ? Command{"cinnamon-settings", "sound"} : Command{"cinnamon-settings", "universal-access"};
+    if (is("X-CINNAMON"))
+        return sound ? Command{"cinnamon-settings", "sound"}
+                     : Command{"cinnamon-settings", "universal-access"};
     if (is("MATE")) return sound ? Command{"mate-volume-control"} : Command{"mate-at-properties"};
-    if (is("KDE")) return sound ? Command{"systemsettings", "kcm_pulseaudio"} : Command{"systemsettings", "kcm_access"};
+    if (is("KDE"))
+        return sound ? Command{"systemsettings", "kcm_pulseaudio"} : Command{"systemsettings", "kcm_access"};
     if (is("XFCE")) return sound ? Command{} : Command{"xfce4-accessibility-settings"};
     if (is("GNOME") || is("UNITY") || is("BUDGIE")) {
-        return sound ? Command{"gnome-control-center", "sound"} : Command{"gnome-control-center", "universal-access"};
+        return sound ? Command{"gnome-control-center", "sound"}
+                     : Command{"gnome-control-center", "universal-access"};
     }
     return {};
 }
 
 }  // namespace
 
-std::string DesktopSettingsPanels::desktop() const { return uppercase(env_.get("XDG_CURRENT_DESKTOP").value_or("")); }
+std::string DesktopSettingsPanels::desktop() const {
+    return uppercase(env_.get("XDG_CURRENT_DESKTOP").value_or(""));
+}
 
 std::string DesktopSettingsPanels::locate(const std::string& program) const {
     std::stringstream path(env_.get("PATH").value_or("/usr/local/bin:/usr/bin:/bin"));
@@ -73,7 +79,8 @@ std::optional<DesktopSettingsPanels::Choice> DesktopSettingsPanels::choose(const
     if (std::string found = panel.empty() ? "" : locate(panel.front()); !found.empty()) {
         panel.front() = found;
         choice.command = std::move(panel);
-    } else if (std::string mixer = *matter == Matter::accessibility ? "" : locate("pavucontrol"); !mixer.empty()) {
+    } else if (std::string mixer = *matter == Matter::accessibility ? "" : locate("pavucontrol");
+               !mixer.empty()) {
         // Its "Input Devices" and "Output Devices" tabs.
         choice.command = {mixer, *matter == Matter::soundInput ? "--tab=4" : "--tab=3"};
     }

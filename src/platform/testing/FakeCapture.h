@@ -100,7 +100,9 @@ class FakeCapture final : public Capture {
     void answerAccess(bool granted);
     std::optional<CaptureDevice> device(const std::string& uid) const override;
     std::optional<CaptureDevice> defaultDevice() const override;
-    std::vector<CaptureDevice> devices() const override { return soundServer ? deviceList : std::vector<CaptureDevice>{}; }
+    std::vector<CaptureDevice> devices() const override {
+        return soundServer ? deviceList : std::vector<CaptureDevice>{};
+    }
     std::shared_ptr<CaptureSession> makeSession() override;
     std::shared_ptr<CaptureFileOutput> makeFileOutput() override;
 

@@ -6,9 +6,9 @@
 
 // Qt last: its keyword macros would rewrite names in foundation/Signal.h.
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QDBusMessage>
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
@@ -17,7 +17,9 @@ namespace vocle {
 
 namespace {
 
-QString actionKey(size_t index) { return QStringLiteral("action-%1").arg(index); }
+QString actionKey(size_t index) {
+    return QStringLiteral("action-%1").arg(index);
+}
 
 class SignalReceiver : public QObject {
     Q_OBJECT
@@ -49,11 +51,10 @@ struct QtDBusNotifications::Receiver {
                               : QDBusConnection::connectToBus(QString::fromStdString(address),
                                                               QStringLiteral("vocle-notifications"))) {
         if (!bus.isConnected()) return;
-        subscribed =
-            bus.connect(kService, kPath, kService, QStringLiteral("ActionInvoked"), &receiver,
-                        SLOT(actionInvoked(uint, QString))) &&
-            bus.connect(kService, kPath, kService, QStringLiteral("NotificationClosed"), &receiver,
-                        SLOT(notificationClosed(uint, uint)));
+        subscribed = bus.connect(kService, kPath, kService, QStringLiteral("ActionInvoked"), &receiver,
+                                 SLOT(actionInvoked(uint, QString))) &&
+                     bus.connect(kService, kPath, kService, QStringLiteral("NotificationClosed"), &receiver,
+                                 SLOT(notificationClosed(uint, uint)));
     }
 };
 
@@ -74,8 +75,9 @@ void QtDBusNotifications::notify(const DesktopNotice& notice, std::function<void
     hints.insert(QStringLiteral("desktop-entry"), QStringLiteral("vocle"));
     hints.insert(QStringLiteral("urgency"), QVariant::fromValue<uchar>(1));
     QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kService, QStringLiteral("Notify"));
-    call << QStringLiteral("Vocle") << uint(0) << QStringLiteral("vocle") << QString::fromStdString(notice.title)
-         << QString::fromStdString(notice.body) << actions << hints << int(-1);
+    call << QStringLiteral("Vocle") << uint(0) << QStringLiteral("vocle")
+         << QString::fromStdString(notice.title) << QString::fromStdString(notice.body) << actions << hints
+         << int(-1);
     auto* watcher = new QDBusPendingCallWatcher(receiver_->bus.asyncCall(call), &receiver_->receiver);
     const std::string title = notice.title;
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished,

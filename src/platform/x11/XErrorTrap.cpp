@@ -73,7 +73,9 @@ void XErrorTrap::release(Display* display) {
     state().firstError.erase(display);
 }
 
-void XErrorTrap::endProcessOnConnectionLoss() { XSetIOErrorHandler(handleConnectionLoss); }
+void XErrorTrap::endProcessOnConnectionLoss() {
+    XSetIOErrorHandler(handleConnectionLoss);
+}
 
 XErrorTrap::XErrorTrap(Display* display) : display_(display) {
     installHandler();

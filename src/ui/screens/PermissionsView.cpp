@@ -59,8 +59,8 @@ void PermissionsView::rebuild() {
     const Item items[] = {
         {"Microphone", "To record your voice", "mic.fill", vm_.microphoneAuthorized.get(),
          &PermissionsViewModel::enableMicrophone},
-        {"Accessibility", "To let modes follow the website you are on", "keyboard", vm_.accessibilityAuthorized.get(),
-         &PermissionsViewModel::enableAccessibility},
+        {"Accessibility", "To let modes follow the website you are on", "keyboard",
+         vm_.accessibilityAuthorized.get(), &PermissionsViewModel::enableAccessibility},
     };
     for (const auto& item : items) {
         auto* row = new QWidget;

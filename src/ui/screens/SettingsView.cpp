@@ -4,8 +4,9 @@
 #include <QComboBox>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QTimer>
 #include <QSlider>
+#include <QStyle>
+#include <QTimer>
 
 #include <cmath>
 
@@ -113,7 +114,8 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     changed_ = vm_.changed.subscribe([this] { refresh(); });
     // The sheet runs its own event loop: open it once the request's caller has returned.
     pickerRequest_ = vm_.openPicker.subscribe([this](bool toggle) {
-        QTimer::singleShot(0, this, toggle ? &SettingsView::openTogglePicker : &SettingsView::openCancelPicker);
+        QTimer::singleShot(0, this,
+                           toggle ? &SettingsView::openTogglePicker : &SettingsView::openCancelPicker);
     });
     refresh();
 }
@@ -153,11 +155,19 @@ void SettingsView::refresh() {
     } else if (availability == InputAvailability::noInputDevice) {
         deviceNote_->setText(SettingsViewModel::kNoInputDeviceText);
     } else {
-        deviceNote_->setText(vm_.inputDeviceDisconnected() && !useDefault
-                                 ? "This microphone is not connected. Recording uses the system default until it is back."
-                                 : "");
+        deviceNote_->setText(
+            vm_.inputDeviceDisconnected() && !useDefault
+                ? "This microphone is not connected. Recording uses the system default until it is back."
+                : "");
     }
     deviceNote_->setVisible(!deviceNote_->text().isEmpty());
+    // A missing sound server or microphone is a warning; a disconnected choice only a note.
+    const char* noteRole = availability == InputAvailability::available ? "caption" : "warning";
+    if (deviceNote_->property("role").toString() != noteRole) {
+        setRole(deviceNote_, noteRole);
+        deviceNote_->style()->unpolish(deviceNote_);
+        deviceNote_->style()->polish(deviceNote_);
+    }
 
     soundEffects_->setChecked(vm_.enableSoundEffects.get());
     volume_->setEnabled(vm_.enableSoundEffects.get());

@@ -22,10 +22,11 @@ TEST(VocleTeardown, LosingTheBusAndTheXServerInEitherOrderNeverCrashes) {
     TempDir home;
     std::filesystem::create_directories(home.path() / "data");
     std::filesystem::create_directories(home.path() / "config");
-    std::vector<std::string> env{"XDG_DATA_HOME=" + (home.path() / "data").string(),
-                                 "XDG_CONFIG_HOME=" + (home.path() / "config").string(),
-                                 // Nothing listens there: the sign-in check fails on the HTTP worker meanwhile.
-                                 "VOCLE_BACKEND_URL=http://127.0.0.1:9", "QT_QPA_PLATFORM=xcb"};
+    std::vector<std::string> env{
+        "XDG_DATA_HOME=" + (home.path() / "data").string(),
+        "XDG_CONFIG_HOME=" + (home.path() / "config").string(),
+        // Nothing listens there: the sign-in check fails on the HTTP worker meanwhile.
+        "VOCLE_BACKEND_URL=http://127.0.0.1:9", "QT_QPA_PLATFORM=xcb"};
     if (const auto pulse = testPulseServer(); !pulse.empty()) env.push_back(pulse);
     const std::string binary = (std::filesystem::path(VOCLE_BINARY_DIR) / "app" / "vocle").string();
 
@@ -37,8 +38,8 @@ TEST(VocleTeardown, LosingTheBusAndTheXServerInEitherOrderNeverCrashes) {
         const pid_t app = session.spawn({binary}, env);
         const auto logFile = session.workDir() / "vocle.log";
         ASSERT_TRUE(pollUntil(
-            [&] { return readFile(logFile).find("Application did finish launching") != std::string::npos; }, 20,
-            {}, 0.01))
+            [&] { return readFile(logFile).find("Application did finish launching") != std::string::npos; },
+            20, {}, 0.01))
             << "round " << round << ":\n"
             << readFile(logFile);
 
@@ -76,11 +77,12 @@ TEST(VocleTeardown, LosingOnlyTheSessionBusEndsWithStatusOne) {
     DesktopSession::Options options;
     options.windowManager = false;
     DesktopSession session(options);
-    const pid_t app = session.spawn({(std::filesystem::path(VOCLE_BINARY_DIR) / "app" / "vocle").string()}, env);
+    const pid_t app =
+        session.spawn({(std::filesystem::path(VOCLE_BINARY_DIR) / "app" / "vocle").string()}, env);
     const auto logFile = session.workDir() / "vocle.log";
     ASSERT_TRUE(pollUntil(
-        [&] { return readFile(logFile).find("Application did finish launching") != std::string::npos; }, 20, {},
-        0.01));
+        [&] { return readFile(logFile).find("Application did finish launching") != std::string::npos; }, 20,
+        {}, 0.01));
     session.endSessionBus();
     const auto status = session.waitForExit(app, 10);
     ASSERT_TRUE(status) << readFile(logFile);

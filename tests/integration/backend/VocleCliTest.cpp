@@ -177,8 +177,9 @@ TEST_F(VocleCliTest, SettingsPrintsTheShortcutsDecoded) {
     CliRun r = run("settings");
     ASSERT_EQ(r.exitCode, 0) << r.err;
     Json printed = Json::parse(r.out);
-    EXPECT_EQ(printed.at("toggleShortcut"),
-              Json::parse(R"({"keyCode": 0, "modifiersRaw": 393216, "key": "A", "modifiers": ["Ctrl", "Shift"],
+    EXPECT_EQ(
+        printed.at("toggleShortcut"),
+        Json::parse(R"({"keyCode": 0, "modifiersRaw": 393216, "key": "A", "modifiers": ["Ctrl", "Shift"],
                               "display": "Ctrl+Shift+A"})"));
     EXPECT_EQ(printed.at("cancelShortcut").at("display"), "Esc");
     EXPECT_EQ(printed.at("cancelShortcut").at("default"), true) << "nothing stored: the default applies";

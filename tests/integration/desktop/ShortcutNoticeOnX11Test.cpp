@@ -46,15 +46,17 @@ class StockOpenboxTest : public ::testing::Test {
         std::filesystem::permissions(script, std::filesystem::perms::owner_all);
         {
             std::ofstream out(config);
-            out << "[global]\n    font = DejaVu Sans 10\n    width = 420\n    origin = top-right\n    offset = 20x20\n\n"
+            out << "[global]\n    font = DejaVu Sans 10\n    width = 420\n    origin = top-right\n    offset "
+                   "= 20x20\n\n"
                 << "[record]\n    appname = \"*\"\n    script = " << script.string() << "\n";
         }
         session.spawn({"dunst", "-config", config.string()});
         ASSERT_TRUE(pollUntil(
             [&] {
-                auto out = session.run({"dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus",
-                                        "/org/freedesktop/DBus", "org.freedesktop.DBus.NameHasOwner",
-                                        "string:org.freedesktop.Notifications"});
+                auto out =
+                    session.run({"dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus",
+                                 "/org/freedesktop/DBus", "org.freedesktop.DBus.NameHasOwner",
+                                 "string:org.freedesktop.Notifications"});
                 return out && out->find("boolean true") != std::string::npos;
             },
             10.0))
@@ -62,8 +64,8 @@ class StockOpenboxTest : public ::testing::Test {
     }
     void startManager() {
         services = std::make_unique<X11KeyServices>(h.mainQueue);
-        manager = std::make_unique<ShortcutManager>(h.mainQueue, storage, services->hotKeys, services->globalMonitor,
-                                                    services->localMonitor);
+        manager = std::make_unique<ShortcutManager>(h.mainQueue, storage, services->hotKeys,
+                                                    services->globalMonitor, services->localMonitor);
         notifications = std::make_unique<QtDBusNotifications>(session.busAddress());
         notice = std::make_unique<ShortcutConflictNotice>(*manager, *notifications, [](bool) {});
     }
@@ -85,10 +87,11 @@ class StockOpenboxTest : public ::testing::Test {
 TEST_F(StockOpenboxTest, TheDefaultIsFreeAndATakenShortcutIsAnnouncedWithoutTakingTheFocus) {
     startNotificationDaemon();
     const auto ready = home / "ready";
-    session.spawn({"xterm", "-geometry", "80x10+40+40", "-e", "sh", "-c", "touch '" + ready.string() + "'; cat"});
+    session.spawn(
+        {"xterm", "-geometry", "80x10+40+40", "-e", "sh", "-c", "touch '" + ready.string() + "'; cat"});
     XTestSyntheticKeys keys;
-    ASSERT_TRUE(h.pumpUntil([&] { return keys.focusedWindowClass() == "XTerm" && std::filesystem::exists(ready); },
-                            15.0));
+    ASSERT_TRUE(h.pumpUntil(
+        [&] { return keys.focusedWindowClass() == "XTerm" && std::filesystem::exists(ready); }, 15.0));
 
     // The default: openbox's stock bindings leave Ctrl+Alt+Space alone.
     startManager();
@@ -104,9 +107,10 @@ TEST_F(StockOpenboxTest, TheDefaultIsFreeAndATakenShortcutIsAnnouncedWithoutTaki
     EXPECT_EQ(manager->toggleRegistrationFailure(), kHotKeyBusy);
     ASSERT_TRUE(h.pumpUntil([&] { return readText(shown).find('\n') != std::string::npos; }, 10.0))
         << "no notice reached the notification daemon";
-    EXPECT_EQ(readText(shown),
-              "Vocle|Dictation shortcut Alt+Space is taken|Alt+Space is already used by your desktop or another "
-              "application. Choose another shortcut.\n");
+    EXPECT_EQ(
+        readText(shown),
+        "Vocle|Dictation shortcut Alt+Space is taken|Alt+Space is already used by your desktop or another "
+        "application. Choose another shortcut.\n");
     h.pumpFor(0.5);  // the popup is drawn after the daemon ran its hook
     session.run({"import", "-window", "root",
                  (std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots" / "shortcut-notice.png").string()});

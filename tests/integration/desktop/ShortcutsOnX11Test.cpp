@@ -109,8 +109,8 @@ TEST_F(X11ShortcutsTest, EscapeInAnotherWindowCancelsAndStillReachesIt) {
 TEST_F(X11ShortcutsTest, GrabHeldByAnotherClientIsReportedAndTheMonitorStillFires) {
     Display* other = XOpenDisplay(nullptr);
     ASSERT_NE(other, nullptr);
-    XGrabKey(other, XKeysymToKeycode(other, XK_space), ControlMask | Mod1Mask, DefaultRootWindow(other), False,
-             GrabModeAsync, GrabModeAsync);
+    XGrabKey(other, XKeysymToKeycode(other, XK_space), ControlMask | Mod1Mask, DefaultRootWindow(other),
+             False, GrabModeAsync, GrabModeAsync);
     XSync(other, False);
 
     const auto typed = home / "typed.txt";

@@ -137,10 +137,12 @@ TEST(AppStateRecording, WithoutASoundServerOrAMicrophoneTheStartIsRefusedWithThe
     ASSERT_EQ(h.alerts.shown.size(), 1u);
     EXPECT_EQ(h.alerts.shown[0].title, "Vocle cannot hear anything");
     EXPECT_EQ(h.alerts.shown[0].text, AudioRecordingService::kNoSoundServerMessage);
-    EXPECT_TRUE(h.logs->contains("🚫 Cancelling start: Vocle cannot hear anything: no sound server is running."));
+    EXPECT_TRUE(
+        h.logs->contains("🚫 Cancelling start: Vocle cannot hear anything: no sound server is running."));
     h.alerts.respond(0);
     EXPECT_EQ(h.urlOpener.opened,
-              std::vector<std::string>{"x-apple.systempreferences:com.apple.preference.security?Privacy_Microphone"});
+              std::vector<std::string>{
+                  "x-apple.systempreferences:com.apple.preference.security?Privacy_Microphone"});
 
     h.capture.soundServer = true;
     h.capture.deviceList.clear();

@@ -54,8 +54,9 @@ TEST_F(ShortcutConflictNoticeTest, ATakenToggleShortcutIsAnnouncedOnceWithAChoos
     EXPECT_EQ(manager->toggleRegistrationFailure(), kHotKeyBusy);
     ASSERT_EQ(notifications.shown.size(), 1u);
     EXPECT_EQ(notifications.shown[0].title, "Dictation shortcut Ctrl+Alt+Space is taken");
-    EXPECT_EQ(notifications.shown[0].body,
-              "Ctrl+Alt+Space is already used by your desktop or another application. Choose another shortcut.");
+    EXPECT_EQ(
+        notifications.shown[0].body,
+        "Ctrl+Alt+Space is already used by your desktop or another application. Choose another shortcut.");
     EXPECT_EQ(notifications.shown[0].actions, (std::vector<std::string>{"Choose Shortcut"}));
 
     // Registering again (the cancel shortcut changed) with the same refused toggle does not repeat it.

@@ -283,8 +283,10 @@ TEST(ShortcutDisplay, PartsInFixedOrderThenKeyName) {
     EXPECT_EQ(ShortcutManager::displayParts(41, kModifierControl | kModifierCapsLock), (V{"Ctrl", ";"}));
     EXPECT_EQ(ShortcutManager::displayParts(36, kModifierCommand), (V{"Super", "Return"}));
     // Every combination of the four: one cap per bit present, always in the order Ctrl, Alt, Shift, Super.
-    const std::vector<std::pair<uint64_t, std::string>> caps = {
-        {kModifierControl, "Ctrl"}, {kModifierOption, "Alt"}, {kModifierShift, "Shift"}, {kModifierCommand, "Super"}};
+    const std::vector<std::pair<uint64_t, std::string>> caps = {{kModifierControl, "Ctrl"},
+                                                                {kModifierOption, "Alt"},
+                                                                {kModifierShift, "Shift"},
+                                                                {kModifierCommand, "Super"}};
     for (unsigned mask = 0; mask < 16; ++mask) {
         uint64_t modifiers = 0;
         V expected;

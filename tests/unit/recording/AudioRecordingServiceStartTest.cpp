@@ -130,7 +130,8 @@ TEST(AudioRecordingServiceStart, RefusedStartsLeaveNothingRunning) {
     h.capture.authorization = MicrophoneAuthorization::denied;
     h.start(h.mode(false, true));
     EXPECT_EQ(h.e().errorMessage.get(),
-              "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy settings.");
+              "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy "
+              "settings.");
     h.queue.advance(1.0);
     EXPECT_TRUE(h.capture.sessions.empty());
     EXPECT_FALSE(h.e().isRecording.get());
@@ -212,9 +213,10 @@ TEST(AudioRecordingServiceStart, RefusedScreenCaptureAbandonsTheRecording) {
     h.screen.requestAnswer = false;
     h.start(h.mode(true));
     h.queue.advance(1.0);
-    EXPECT_EQ(h.e().errorMessage.get(),
-              "Vocle cannot capture the sound of other applications: the sound server offers no monitor of your "
-              "output device.");
+    EXPECT_EQ(
+        h.e().errorMessage.get(),
+        "Vocle cannot capture the sound of other applications: the sound server offers no monitor of your "
+        "output device.");
     EXPECT_TRUE(h.capture.sessions.empty());
     EXPECT_TRUE(h.screen.streams.empty());
     EXPECT_FALSE(h.e().isRecording.get());

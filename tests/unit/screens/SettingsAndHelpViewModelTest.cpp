@@ -204,8 +204,9 @@ TEST_F(SettingsTest, ARefusedShortcutCarriesAWarningUntilItWorksAndANoticeCanOpe
     EXPECT_FALSE(vm.toggleShortcutWarning());
     EXPECT_FALSE(vm.cancelShortcutWarning());
     shortcuts.toggleFailure = kHotKeyBusy;
-    EXPECT_EQ(vm.toggleShortcutWarning(),
-              "Ctrl+Alt+Space is already used by your desktop or another application. Choose another shortcut.");
+    EXPECT_EQ(
+        vm.toggleShortcutWarning(),
+        "Ctrl+Alt+Space is already used by your desktop or another application. Choose another shortcut.");
     shortcuts.toggleFailure.reset();
     EXPECT_FALSE(vm.toggleShortcutWarning());
 

@@ -90,11 +90,13 @@ TEST(XdgUrlOpenerTest, SettingsLinksOpenTheDesktopsOwnPanelOrExplainWhatToCheck)
     const auto bin = dir / "bin";
     std::filesystem::create_directories(bin);
     auto fakeProgram = [&](const std::string& name) {
-        testing::writeText(bin / name, "#!/bin/sh\necho \"" + name + " $*\" >> \"" + (dir / "ran").string() + "\"\n");
+        testing::writeText(bin / name,
+                           "#!/bin/sh\necho \"" + name + " $*\" >> \"" + (dir / "ran").string() + "\"\n");
         chmod((bin / name).c_str(), 0755);
     };
     const std::string mic = "x-apple.systempreferences:com.apple.preference.security?Privacy_Microphone";
-    const std::string access = "x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility";
+    const std::string access =
+        "x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility";
     VirtualMainQueue main;
     MapEnvironment env({{"PATH", bin.string()}, {"XDG_CURRENT_DESKTOP", "ubuntu:GNOME"}});
     XdgUrlOpener opener(main, env, writeOpener(dir));
