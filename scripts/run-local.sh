@@ -26,8 +26,9 @@ watch_outbox() {
                 [[ -e $file && " $seen " != *" $file "* ]] || continue
                 seen="$seen $file"
                 [[ -n ${started_watching:-} ]] || continue
-                to=$(sed -n 's/^To: *//p' "$file" | head -n 1)
-                code=$(awk '/sign-in code is:/ {found=1; next} found && NF {print $1; exit}' "$file")
+                # Mail lines end in CRLF.
+                to=$(tr -d '\r' < "$file" | sed -n 's/^To: *//p' | head -n 1)
+                code=$(tr -d '\r' < "$file" | awk '/sign-in code is:/ {found=1; next} found && NF {print $1; exit}')
                 [[ -n $code ]] && echo ">>> Sign-in code for ${to:-you}: $code"
             done
         fi
