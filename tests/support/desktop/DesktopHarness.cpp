@@ -57,6 +57,8 @@ DesktopHarness::~DesktopHarness() {
 void DesktopHarness::startDesktop() {
     DesktopSession::Options options;
     options.screen = "1440x900x24";
+    // Openbox as it comes, window-menu key included: the default shortcut must be free there.
+    options.windowManagerKeyBindings = true;
     desktop_ = std::make_unique<DesktopSession>(options);
     env_["DISPLAY"] = desktop_->display();
     env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();
