@@ -23,6 +23,8 @@ PACKAGES=(
     # XWayland, Qt's Wayland platform, wl-clipboard, wtype and grim for the tests
     libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
     x11-xserver-utils
+    # a notification daemon for the desktop-notice tests
+    dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # the server's PostgreSQL store and its tests

@@ -71,12 +71,14 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                     std::make_unique<ReplacementsViewModel>(main, state.replacements, g.files), parent);
             case Kind::vocabulary:
                 return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary), parent);
-            case Kind::settings:
-            {
-                auto vm = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
-                                                              s.localKeyMonitor, s.autostart);
-                vm->setCompositorShortcuts(s.compositorShortcuts);
-                return own<SettingsView>(std::move(vm), parent);
+            case Kind::settings: {
+                auto model = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
+                                                                 s.localKeyMonitor, s.autostart);
+                model->setCompositorShortcuts(s.compositorShortcuts);
+                model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };
+                model->pickerRequests =
+                    s.app.shortcutPickerRequested.subscribe([vm = model.get()] { vm->checkPickerRequest(); });
+                return own<SettingsView>(std::move(model), parent);
             }
             case Kind::history:
                 return own<HistoryView>(

@@ -8,6 +8,7 @@
 #include "desktop/PasteChain.h"
 #include "foundation/Environment.h"
 #include "foundation/Log.h"
+#include "foundation/ProcessExit.h"
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/DisplaySession.h"
 #include "platform/linux/NoBrowserScripting.h"
@@ -21,11 +22,13 @@
 #include "platform/x11/AtspiAccessibility.h"
 #include "platform/x11/KeysymTable.h"
 #include "platform/x11/QtDBusControlBus.h"
+#include "platform/x11/QtDBusNotifications.h"
 #include "platform/x11/QtLocalKeyMonitor.h"
 #include "platform/x11/QtMainQueue.h"
 #include "platform/x11/QtPasteboard.h"
 #include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11Workspace.h"
+#include "platform/x11/XErrorTrap.h"
 #include "platform/x11/XInputKeyMonitor.h"
 #include "platform/x11/XTestSyntheticKeys.h"
 #include "ui/MainView.h"
@@ -42,6 +45,7 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusReply>
+#include <QTimer>
 
 #ifndef VOCLE_VERSION
 #define VOCLE_VERSION "0.0.0"
@@ -87,6 +91,8 @@ int main(int argc, char** argv) {
     // The window may close; dictation, shortcuts, tray and indicator keep running until Quit.
     QApplication::setQuitOnLastWindowClosed(false);
     setLogSink(std::make_shared<StdoutLogSink>());
+    // After Qt's X connection is open: its I/O error handler would call exit() from any thread.
+    XErrorTrap::endProcessOnConnectionLoss();
 
     // One instance per session: a second launch brings the first one's window forward and leaves.
     QtDBusControlBus controlBus;
@@ -124,7 +130,7 @@ int main(int argc, char** argv) {
     PulseCoreAudio coreAudio(pulse);
     PulseAudioPlayback playback(pulse);
     ui::QtAlerts alerts(mainQueue);
-    XdgUrlOpener urlOpener;
+    XdgUrlOpener urlOpener(mainQueue, env);
     auto desktopEntries = std::make_shared<const DesktopEntryIndex>(DesktopEntryIndex::fromEnvironment(env));
     // On Wayland the X server is XWayland: it sees only its own windows, so it tells whether an X window
     // has the focus while the compositor's protocols serve the rest.
@@ -166,6 +172,7 @@ int main(int argc, char** argv) {
     }
     SyntheticKeys& syntheticKeys = pasteChain ? static_cast<SyntheticKeys&>(*pasteChain) : xtestKeys;
     ui::QtIndicatorPanels indicatorPanels;
+    QtDBusNotifications desktopNotifications;
 
     ThreadQueues threads;
     ClientOptions options;
@@ -173,7 +180,7 @@ int main(int argc, char** argv) {
     ClientGraph graph(
         PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener,
                          *workspace, browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor,
-                         syntheticKeys, pasteboard, indicatorPanels, nullptr},
+                         syntheticKeys, pasteboard, indicatorPanels, nullptr, &desktopNotifications},
         threads.refs(), options);
 
     std::unique_ptr<ui::MainView> mainWindow;
@@ -214,9 +221,24 @@ int main(int argc, char** argv) {
         mainWindow->show();
     });
 
+    // The session bus goes away when the session ends: leave as on a lost X server. Qt reports a lost bus
+    // only through the connection's state.
+    QTimer busWatch;
+    if (published == ControlBus::PublishResult::published) {
+        QObject::connect(&busWatch, &QTimer::timeout, [] {
+            if (QDBusConnection::sessionBus().isConnected()) return;
+            logLine("❌ Lost the session bus");
+            endProcessNow(1);
+        });
+        busWatch.start(500);
+    }
+
+    guardUnplannedExit();
     const int code = QApplication::exec();
+    busWatch.stop();
     running = nullptr;
     mainWindow.reset();
     tray.reset();
+    markOrderlyExit();
     return code;
 }

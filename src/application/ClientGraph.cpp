@@ -32,6 +32,10 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
         pasteboard.setString(text);
     });
     shortcuts = std::make_unique<ShortcutManager>(main, files, s.hotKeys, s.keyMonitor, s.localKeyMonitor);
+    if (s.desktopNotifications) {
+        shortcutNotice = std::make_unique<ShortcutConflictNotice>(
+            *shortcuts, *s.desktopNotifications, [this](bool toggle) { shortcutPickerRequested.emit(toggle); });
+    }
 
     auto engine = std::make_shared<std::mt19937_64>(std::random_device{}());
     recordingView = std::make_unique<FloatingRecordingView>(
@@ -71,6 +75,7 @@ ClientGraph::~ClientGraph() {
     appState.reset();
     indicator.reset();
     recordingView.reset();
+    shortcutNotice.reset();
     shortcuts.reset();
     clipboard.reset();
     autoModeManager.reset();

@@ -14,6 +14,7 @@
 #include "desktop/FloatingRecordingView.h"
 #include "desktop/IndicatorPanel.h"
 #include "desktop/LivePreview.h"
+#include "desktop/ShortcutConflictNotice.h"
 #include "desktop/ShortcutManager.h"
 #include "desktop/UpdaterManager.h"
 #include "foundation/Environment.h"
@@ -103,6 +104,9 @@ public:
     std::unique_ptr<AutoModeManager> autoModeManager;
     std::unique_ptr<ClipboardManager> clipboard;
     std::unique_ptr<ShortcutManager> shortcuts;
+    std::unique_ptr<ShortcutConflictNotice> shortcutNotice;  // only with a notification service
+    // The user asked, from a notice, to choose another toggle (true) or cancel (false) shortcut.
+    Signal<bool> shortcutPickerRequested;
     std::unique_ptr<FloatingRecordingView> recordingView;
     std::unique_ptr<FloatingIndicatorManager> indicator;
     // The recogniser's words beside the indicator; DictationApp connects it to the engine.

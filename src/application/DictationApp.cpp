@@ -1,5 +1,7 @@
 #include "application/DictationApp.h"
 
+#include "desktop/KeyCaps.h"
+
 #include "core/AppConstants.h"
 #include "foundation/Log.h"
 #include "foundation/MainQueueCheck.h"
@@ -29,18 +31,24 @@ DictationApp::DictationApp(ClientGraph& graph, WindowHooks hooks) : graph_(graph
     failedDictations_ = graph_.dictationRetry->offeredCount.subscribe(
         [this](const size_t& count) { statusItem_->setFailedDictations(count); });
     statusItem_->setFailedDictations(graph_.dictationRetry->offeredCount.get());
+
+    pickerRequestObserver_ = graph_.shortcutPickerRequested.subscribe(token_.guard([this](bool toggle) {
+        pendingPicker_ = toggle;
+        appState().selectedTab.set(Tab::settings);
+        if (hooks_.openMainWindow) hooks_.openMainWindow();
+        shortcutPickerRequested.emit();
+    }));
 }
 
 DictationApp::~DictationApp() {
+    pickerRequestObserver_.reset();
     // The shortcut handlers point at this object.
     graph_.shortcuts->toggleRecordingHandler = [] {};
     graph_.shortcuts->cancelRecordingHandler = [] {};
 }
 
 std::string DictationApp::shortcutText(const Shortcut& shortcut) {
-    std::string text;
-    for (const auto& part : ShortcutManager::displayParts(shortcut.keyCode, shortcut.modifiers)) text += part;
-    return text;
+    return joinKeyCaps(ShortcutManager::displayParts(shortcut.keyCode, shortcut.modifiers));
 }
 
 void DictationApp::applicationDidFinishLaunching() {
@@ -73,12 +81,13 @@ void DictationApp::checkAccessibility() {
 
 void DictationApp::showAccessibilityAlert() {
     AlertRequest request;
-    request.title = "Accessibility Permission Required";
+    request.title = "Accessibility Is Off";
     request.text =
-        "This app needs accessibility permission to detect keyboard shortcuts when other apps are active. "
-        "Please enable it in System Settings > Privacy & Security > Accessibility.";
+        "Vocle uses the desktop's accessibility bus to see which website you are on, so that modes can "
+        "follow "
+        "websites. Turn on assistive technologies in your desktop's accessibility settings.";
     request.style = AlertStyle::informational;
-    request.buttons = {"Open System Settings", "Cancel"};
+    request.buttons = {"Turn On", "Cancel"};
     graph_.services.alerts.show(request, token_.guard([this](int response) {
         if (response != 0) return;
         // Where the desktop lets us, switch the accessibility bus on directly; otherwise open its settings.
@@ -86,7 +95,15 @@ void DictationApp::showAccessibilityAlert() {
             log("Accessibility enabled on the session bus");
             return;
         }
-        graph_.services.urlOpener.openURL(kAccessibilitySettingsURL);
+        graph_.services.urlOpener.openURL(kAccessibilitySettingsURL,
+                                          token_.guard([this](const std::string& message) {
+                                              AlertRequest problem;
+                                              problem.title = "Accessibility settings did not open";
+                                              problem.text = message;
+                                              problem.style = AlertStyle::warning;
+                                              problem.buttons = {"OK"};
+                                              graph_.services.alerts.show(problem, [](int) {});
+                                          }));
     }));
 }
 

@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "application/ClientGraph.h"
 #include "desktop/StatusItemController.h"
@@ -52,10 +54,15 @@ public:
     void menuCheckForUpdates();
     void menuSignOut();
 
+    // A notice about a refused shortcut asked for its picker (true: toggle). The Settings screen takes the
+    // request when it shows or, if shown already, on shortcutPickerRequested.
+    std::optional<bool> takeShortcutPickerRequest() { return std::exchange(pendingPicker_, std::nullopt); }
+    Signal<> shortcutPickerRequested;
+
     // The session-bus entry points (vocle-cli toggle/cancel/status, a second launch's Activate).
     ControlHandlers controlHandlers();
 
-    // "⌥Space"-style text of a shortcut, as the tray shows it.
+    // "Ctrl+Alt+Space"-style text of a shortcut, as the tray shows it.
     static std::string shortcutText(const Shortcut& shortcut);
 
 private:
@@ -70,6 +77,8 @@ private:
     Subscription failedDictations_;
     Subscription notificationObserver_;
     Subscription showPermissionsObserver_;
+    Subscription pickerRequestObserver_;
+    std::optional<bool> pendingPicker_;
     OwnerToken token_;
 };
 

@@ -43,6 +43,13 @@ void DictationControl::start() {
     log("AppState - startRecording called");
     log("Recording mode check:");
     const auto mode = s_.modeManager.activeMode.get();
+    // Nothing to hear: say so now, instead of an indicator and a recording of silence.
+    if (auto problem = engine_.inputProblem()) {
+        log("🚫 Cancelling start: ", *problem);
+        engine_.errorMessage.set(*problem);
+        s_.mainQueue.post(token_.guard([this, text = *problem] { showCannotHearAlert(text); }));
+        return;
+    }
     if (mode && mode->recordSystemAudio && !s_.screenCapture.preflightAccess()) {
         log("🚫 Cancelling start: 'Record system audio' is ON but Screen Recording permission is not granted.");
         s_.mainQueue.post(token_.guard([this] { showSystemAudioPermissionAlert(); }));
@@ -120,16 +127,45 @@ void DictationControl::cancel() {
     s_.indicator.hideIndicator();
 }
 
+void DictationControl::showCannotHearAlert(const std::string& text) {
+    AlertRequest request;
+    request.title = "Vocle cannot hear anything";
+    request.text = text;
+    request.style = AlertStyle::warning;
+    request.buttons = {"Open Sound Settings", "Close"};
+    s_.alerts.show(request, token_.guard([this](int response) {
+        if (response != 0) return;
+        s_.urlOpener.openURL(kMicrophoneSettingsURL, token_.guard([this](const std::string& message) {
+            AlertRequest problem;
+            problem.title = "Sound settings did not open";
+            problem.text = message;
+            problem.style = AlertStyle::warning;
+            problem.buttons = {"OK"};
+            s_.alerts.show(problem, [](int) {});
+        }));
+    }));
+}
+
 void DictationControl::showSystemAudioPermissionAlert() {
     AlertRequest request;
     request.title = "Unable to record system audio";
     request.text =
-        "Screen Recording permission is required to capture app audio. Open System Settings to enable it for "
-        "Vocle. To stop this dialog, turn off 'Record system audio' in the active mode's settings.";
+        "Vocle cannot capture the sound of other applications: the sound server offers no monitor of your "
+        "output device. Check your sound settings. To stop this dialog, turn off 'Record system audio' in "
+        "the "
+        "active mode's settings.";
     request.style = AlertStyle::warning;
-    request.buttons = {"Open System Settings", "Close"};
+    request.buttons = {"Open Sound Settings", "Close"};
     s_.alerts.show(request, token_.guard([this](int response) {
-        if (response == 0) s_.urlOpener.openURL(kScreenCaptureSettingsURL);
+        if (response != 0) return;
+        s_.urlOpener.openURL(kScreenCaptureSettingsURL, token_.guard([this](const std::string& message) {
+            AlertRequest problem;
+            problem.title = "Sound settings did not open";
+            problem.text = message;
+            problem.style = AlertStyle::warning;
+            problem.buttons = {"OK"};
+            s_.alerts.show(problem, [](int) {});
+        }));
     }));
 }
 

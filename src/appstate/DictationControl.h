@@ -46,6 +46,8 @@ class DictationControl {
 public:
     static inline const char* kScreenCaptureSettingsURL =
         "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture";
+    static inline const char* kMicrophoneSettingsURL =
+        "x-apple.systempreferences:com.apple.preference.security?Privacy_Microphone";
 
     DictationControl(DictationServices services, AudioRecordingService& engine, DictationStatus status);
 
@@ -57,6 +59,7 @@ public:
 
 private:
     void showSystemAudioPermissionAlert();
+    void showCannotHearAlert(const std::string& text);
 
     DictationServices s_;
     AudioRecordingService& engine_;

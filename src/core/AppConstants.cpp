@@ -26,7 +26,7 @@ void logAppDefaultValues() {
     log("  - Default Mode Type ID: ", kDefaultModeTypeId);
     logLine("  - Default Mode Custom Prompt: nil");
     logLine("Shortcuts:");
-    logLine("  - Toggle: Option + Space (keyCode: 49)");
+    logLine("  - Toggle: Control + Option + Space (keyCode: 49)");
     logLine("  - Cancel: Escape (keyCode: 53)");
     logLine("==========================");
 }

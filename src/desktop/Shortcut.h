@@ -14,8 +14,9 @@ struct Shortcut {
     uint16_t keyCode = 0;
     uint64_t modifiers = 0;
 
-    // Option+Space and Escape.
-    static Shortcut defaultToggle() { return {keycode::kSpace, kModifierOption}; }
+    // Ctrl+Alt+Space and Escape. Alt+Space alone is the window menu of most Linux desktops (KRunner on
+    // Plasma); Ctrl+Alt+Space is free in their stock bindings (docs/desktop.md).
+    static Shortcut defaultToggle() { return {keycode::kSpace, kModifierControl | kModifierOption}; }
     static Shortcut defaultCancel() { return {keycode::kEscape, 0}; }
 
     // Keys "keyCode" and "modifiersRaw"; both required. Throws DecodingError.

@@ -2,6 +2,7 @@
 
 #include <map>
 
+#include "desktop/KeyCaps.h"
 #include "foundation/Log.h"
 
 namespace vocle {
@@ -43,10 +44,14 @@ void ShortcutManager::registerShortcuts() {
     log("Registering shortcuts: keyCode=", currentShortcut.keyCode,
         ", modifiers=", currentShortcut.modifiers);
 
+    toggleFailure_.reset();
+    cancelFailure_.reset();
     const int handlerStatus =
         hotKeys_.installHandler(owner_.guard([this](uint32_t id) { handleHotKey(id); }));
     if (handlerStatus != kHotKeyOk) {
         log("Failed to install Carbon event handler: ", handlerStatus);
+        toggleFailure_ = handlerStatus;
+        if (cancelShortcut.modifiers != 0) cancelFailure_ = handlerStatus;
     } else {
         carbonEventHandler_ = true;
         const auto toggle =
@@ -56,6 +61,7 @@ void ShortcutManager::registerShortcuts() {
             logLine("Carbon HotKey registered successfully for toggle");
         } else {
             log("Failed to register Carbon HotKey for toggle: ", toggle.status);
+            toggleFailure_ = toggle.status;
         }
         // A bare key (the default Escape) stays with the monitors: grabbing it system-wide would take it
         // away from every other application.
@@ -67,6 +73,7 @@ void ShortcutManager::registerShortcuts() {
                 logLine("Carbon HotKey registered successfully for cancel");
             } else {
                 log("Failed to register Carbon HotKey for cancel: ", cancel.status);
+                cancelFailure_ = cancel.status;
             }
         }
     }
@@ -77,6 +84,7 @@ void ShortcutManager::registerShortcuts() {
         kKeyDownMask | kFlagsChangedMask, [this](const KeyEvent& e) { return handleLocalKey(e); });
 
     logLine("Shortcut registration completed");
+    registrationChanged.emit();
 }
 
 void ShortcutManager::unregisterShortcuts() {
@@ -145,11 +153,7 @@ std::string ShortcutManager::keyName(uint16_t keyCode) {
 }
 
 std::vector<std::string> ShortcutManager::displayParts(uint16_t keyCode, uint64_t modifiers) {
-    std::vector<std::string> parts;
-    if (modifiers & kModifierCommand) parts.emplace_back("⌘");
-    if (modifiers & kModifierShift) parts.emplace_back("⇧");
-    if (modifiers & kModifierOption) parts.emplace_back("⌥");
-    if (modifiers & kModifierControl) parts.emplace_back("⌃");
+    std::vector<std::string> parts = modifierKeyCaps(modifiers);
     parts.push_back(keyName(keyCode));
     return parts;
 }

@@ -59,7 +59,15 @@ class ShortcutManager {
     std::optional<HotKeyHandle> toggleHotKeyRef() const { return toggleHotKeyRef_; }
     std::optional<HotKeyHandle> cancelHotKeyRef() const { return cancelHotKeyRef_; }
 
-    // Key-cap labels: "⌘" "⇧" "⌥" "⌃" (in this order) for the modifiers present, then the key name.
+    // The window system's status for a shortcut it would not grant (10: another client holds it), or none
+    // when it is registered. The monitors still catch the keys, but the desktop acts on them first.
+    std::optional<int> toggleRegistrationFailure() const { return toggleFailure_; }
+    std::optional<int> cancelRegistrationFailure() const { return cancelFailure_; }
+    // After every registerShortcuts(), with the outcome readable above.
+    Signal<> registrationChanged;
+
+    // Key-cap labels: "Ctrl" "Alt" "Shift" "Super" (in this order) for the modifiers present, then the key
+    // name.
     static std::vector<std::string> displayParts(uint16_t keyCode, uint64_t modifiers);
     // "Return", "Tab", "Space", "Delete", "Esc", a letter or digit, else "Key".
     static std::string keyName(uint16_t keyCode);
@@ -79,6 +87,8 @@ class ShortcutManager {
     Subscription localEventMonitor_;
     std::optional<HotKeyHandle> toggleHotKeyRef_;
     std::optional<HotKeyHandle> cancelHotKeyRef_;
+    std::optional<int> toggleFailure_;
+    std::optional<int> cancelFailure_;
     bool carbonEventHandler_ = false;
     OwnerToken owner_;
 };

@@ -41,7 +41,7 @@ public:
         std::function<void()> checkForUpdates;
         std::function<void()> openMainWindow;
         std::function<void()> quit;
-        // The current shortcuts as shown on key caps ("⌥Space", "Esc").
+        // The current shortcuts as shown on key caps ("Ctrl+Alt+Space", "Esc").
         std::function<std::string()> toggleShortcutText;
         std::function<std::string()> cancelShortcutText;
     };

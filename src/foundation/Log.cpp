@@ -6,13 +6,15 @@
 namespace vocle {
 
 namespace {
+// Both are leaked on purpose: a background thread may still log while exit() runs static destructors
+// (a lost X server or session bus ends the process from whichever thread notices first).
 std::mutex& sinkMutex() {
-    static std::mutex m;
-    return m;
+    static auto* m = new std::mutex;
+    return *m;
 }
 std::shared_ptr<LogSink>& sinkSlot() {
-    static std::shared_ptr<LogSink> sink = std::make_shared<StdoutLogSink>();
-    return sink;
+    static auto* sink = new std::shared_ptr<LogSink>(std::make_shared<StdoutLogSink>());
+    return *sink;
 }
 }  // namespace
 

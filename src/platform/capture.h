@@ -17,6 +17,9 @@ namespace vocle {
 
 enum class MicrophoneAuthorization { notDetermined, restricted, denied, authorized };
 
+// Whether anything can be heard at all: a sound server to talk to, and an input device on it.
+enum class InputAvailability { available, noSoundServer, noInputDevice };
+
 struct CaptureDevice {
     std::string uid;   // persistent identifier (the PulseAudio source name)
     std::string name;  // what the user sees (the source description)
@@ -72,6 +75,8 @@ public:
     virtual ~Capture() = default;
 
     virtual MicrophoneAuthorization authorizationStatus() const = 0;
+    // Asks the sound server now (it may have gone or come back since the last call).
+    virtual InputAvailability inputAvailability() const { return InputAvailability::available; }
     // The answer arrives on the main queue.
     virtual void requestAccess(std::function<void(bool granted)> completion) = 0;
 

@@ -54,6 +54,7 @@ inline constexpr uint32_t kFlagsChangedMask = 0x1000;
 // Status codes of hot-key operations. 0 is success; positive values are the window system's own error
 // codes (on X11 the protocol error, e.g. 10 BadAccess when another client holds the combination).
 inline constexpr int kHotKeyOk = 0;
+inline constexpr int kHotKeyBusy = 10;        // another client holds the combination (X11 BadAccess)
 inline constexpr int kHotKeyNoDisplay = -1;   // the window system cannot be reached
 inline constexpr int kHotKeyUnknownKey = -2;  // the key has no symbol on this keyboard
 inline constexpr int kHotKeyNoHandler = -3;   // registered before a handler was installed

@@ -43,6 +43,18 @@ void AudioRecordingService::setRecordingContext(const Mode& mode, const std::str
 
 // MARK: start path
 
+std::optional<std::string> AudioRecordingService::inputProblem() const {
+    switch (d_.capture.inputAvailability()) {
+        case InputAvailability::noSoundServer:
+            return std::string(kNoSoundServerMessage);
+        case InputAvailability::noInputDevice:
+            return std::string(kNoInputDeviceMessage);
+        case InputAvailability::available:
+            break;
+    }
+    return std::nullopt;
+}
+
 void AudioRecordingService::startRecording() {
     VOCLE_ASSERT_MAIN_QUEUE(d_.mainQueue);
     log("TIMESTAMP: ", formatTimestamp(now(d_.mainQueue)), " - startRecording() called");
@@ -64,6 +76,11 @@ void AudioRecordingService::startRecording() {
         errorMessage.set("No mode selected");
         return;
     }
+    if (auto problem = inputProblem()) {
+        log("🚫 Not starting: ", *problem);
+        errorMessage.set(*problem);
+        return;
+    }
     log("▶️ startRecording invoked. mode.recordSystemAudio? ",
         boolText(context_.mode->recordSystemAudio));
     if (!context_.mode->recordSystemAudio) playStartSoundByModeRule();
@@ -81,7 +98,9 @@ void AudioRecordingService::startRecording() {
             return continueWithRecording();
         case MicrophoneAuthorization::restricted:
         case MicrophoneAuthorization::denied:
-            return refuse("Microphone access is restricted or denied. Please enable it in System Settings.");
+            return refuse(
+                "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy "
+                "settings.");
         case MicrophoneAuthorization::notDetermined: {
             return d_.capture.requestAccess(bindToMain(d_.mainQueue, token_, [this, refuse](bool granted) {
                 if (!granted) return refuse("Microphone permission denied");
@@ -256,7 +275,9 @@ void AudioRecordingService::startSystemAudioCapture() {
     if (!d_.screenCapture.preflightAccess()) {
         log("🔐 Screen Recording permission not granted. Requesting now…");
         if (!d_.screenCapture.requestAccess()) {
-            errorMessage.set("Screen Recording permission is required to capture app audio.");
+            errorMessage.set(
+                "Vocle cannot capture the sound of other applications: the sound server offers no monitor of "
+                "your output device.");
             return abortSystemAudioStart();
         }
         log("ℹ️ Screen Recording permission granted. A restart may be required for capture to work.");

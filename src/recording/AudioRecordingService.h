@@ -77,7 +77,17 @@ class AudioRecordingService {
 
     void setRecordingContext(const Mode& mode, const std::string& vocabulary,
                              const std::vector<Replacement>& replacements);
+    // Refused at once, with errorMessage set, when nothing could be heard (inputProblem()).
     void startRecording();
+    // Why a recording now would hear nothing: no sound server, or no input device on it. Asks the
+    // sound server, so it follows a server or a microphone that comes and goes.
+    std::optional<std::string> inputProblem() const;
+    static constexpr const char* kNoSoundServerMessage =
+        "Vocle cannot hear anything: no sound server is running. Start PipeWire or PulseAudio (for example "
+        "with \"systemctl --user start pipewire-pulse\"), then try again.";
+    static constexpr const char* kNoInputDeviceMessage =
+        "Vocle cannot hear anything: no microphone was found. Connect a microphone or turn on an input "
+        "device in your sound settings, then try again.";
     void stopRecording();
     void cancelRecording();
 

@@ -34,6 +34,13 @@ void HelpViewModel::send() {
     });
 }
 
-void HelpViewModel::openDocs() { urlOpener_.openURL(docsURL_); }
+void HelpViewModel::openDocs() {
+    openProblem.set(std::nullopt);
+    changed.emit();
+    urlOpener_.openURL(docsURL_, token_.guard([this](const std::string& message) {
+        openProblem.set(message);
+        changed.emit();
+    }));
+}
 
 }  // namespace vocle

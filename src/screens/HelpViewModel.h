@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backend/SupportService.h"
+#include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
 #include "platform/url_opener.h"
 
@@ -23,6 +24,8 @@ class HelpViewModel {
     Observable<bool> submitted{false};
     Observable<bool> isSubmitting{false};
     Observable<std::optional<std::string>> errorMessage;
+    // Why "Open docs" opened nothing, until the next try.
+    Observable<std::optional<std::string>> openProblem;
     Signal<> changed;
 
     // "Send message", "Sending..." or "Sent".
@@ -40,6 +43,7 @@ class HelpViewModel {
     UrlOpener& urlOpener_;
     std::string docsURL_;
     Subscription request_;
+    OwnerToken token_;
 };
 
 }  // namespace vocle

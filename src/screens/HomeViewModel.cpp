@@ -53,14 +53,22 @@ std::vector<std::string> HomeViewModel::toggleShortcutParts() const {
     return d_.shortcuts.displayParts(s.keyCode, s.modifiers);
 }
 
+void HomeViewModel::open(const char* url) {
+    openProblem.set(std::nullopt);
+    d_.urlOpener.openURL(url, token_.guard([this](const std::string& message) {
+        openProblem.set(message);
+        changed.emit();
+    }));
+}
+
 void HomeViewModel::activate(Step step) {
     switch (step) {
         case microphone:
-            if (!microphoneAuthorized.get()) d_.urlOpener.openURL(kMicrophoneSettingsURL);
+            if (!microphoneAuthorized.get()) open(kMicrophoneSettingsURL);
             break;
         case accessibility:
             if (accessibilityAuthorized.get()) break;
-            if (!d_.permissions.accessibilityTrusted(true)) d_.urlOpener.openURL(kAccessibilitySettingsURL);
+            if (!d_.permissions.accessibilityTrusted(true)) open(kAccessibilitySettingsURL);
             accessibilityAuthorized.set(d_.permissions.accessibilityTrusted(false));
             evaluate();
             break;

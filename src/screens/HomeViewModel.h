@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
 #include "modes/ModeManager.h"
 #include "platform/url_opener.h"
@@ -46,6 +47,8 @@ class HomeViewModel {
     Observable<bool> microphoneAuthorized{false};
     Observable<bool> accessibilityAuthorized{false};
     Observable<std::vector<ChecklistItem>> items;
+    // Why a settings panel did not open (or what to check where the desktop has none).
+    Observable<std::optional<std::string>> openProblem;
     Signal<> changed;
 
     int completedCount() const;
@@ -60,10 +63,13 @@ class HomeViewModel {
     void activate(Step step);
 
   private:
+    void open(const char* url);
+
     void evaluate();
 
     HomeDependencies d_;
     std::vector<Subscription> subscriptions_;
+    OwnerToken token_;
 };
 
 }  // namespace vocle

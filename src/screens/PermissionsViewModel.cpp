@@ -15,14 +15,22 @@ void PermissionsViewModel::refresh() {
     changed.emit();
 }
 
+void PermissionsViewModel::open(const char* url) {
+    openProblem.set(std::nullopt);
+    urlOpener_.openURL(url, token_.guard([this](const std::string& message) {
+        openProblem.set(message);
+        changed.emit();
+    }));
+}
+
 void PermissionsViewModel::enableMicrophone() {
-    urlOpener_.openURL(kMicrophoneSettingsURL);
+    open(kMicrophoneSettingsURL);
     scheduleRecheck();
 }
 
 void PermissionsViewModel::enableAccessibility() {
     if (!permissions_.accessibilityTrusted(true)) {
-        urlOpener_.openURL(kAccessibilitySettingsURL);
+        open(kAccessibilitySettingsURL);
         alert.set(PermissionAlert{kAlertTitle, kAlertText});
         changed.emit();
     }

@@ -29,15 +29,18 @@ class PermissionsViewModel {
     static constexpr Seconds kRecheckDelay{1.0};
     static constexpr const char* kTitle = "Required Permissions";
     static constexpr const char* kText = "The Dictation app needs the following permissions to work properly:";
-    static constexpr const char* kFooter = "You can change these permissions later in System Settings";
+    static constexpr const char* kFooter = "You can change these later in your desktop's settings.";
     static constexpr const char* kAlertTitle = "Accessibility Permission Required";
     static constexpr const char* kAlertText =
-        "Please add this app to the list of allowed apps in the Accessibility section of System Settings > "
-        "Privacy & Security. This is needed for automatic text pasting.";
+        "Turn on assistive technologies in your desktop's accessibility settings. Vocle uses the "
+        "accessibility "
+        "bus to read the address of the web page you are on, so that modes can follow websites.";
 
     Observable<bool> microphoneAuthorized{false};
     Observable<bool> accessibilityAuthorized{false};
     Observable<std::optional<PermissionAlert>> alert;
+    // Why a settings panel did not open (or what to check where the desktop has none).
+    Observable<std::optional<std::string>> openProblem;
     Signal<> changed;
 
     void refresh();
@@ -47,6 +50,7 @@ class PermissionsViewModel {
 
   private:
     void scheduleRecheck();
+    void open(const char* url);
 
     MainQueue& main_;
     PermissionProbe& permissions_;

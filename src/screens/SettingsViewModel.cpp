@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "desktop/ShortcutConflictNotice.h"
 #include "foundation/Log.h"
 
 namespace vocle {
@@ -30,6 +31,7 @@ SettingsViewModel::SettingsViewModel(const FileStorageManager& files, Capture& c
       autostart_(autostart) {}
 
 void SettingsViewModel::refreshDevices() {
+    inputAvailability.set(capture_.inputAvailability());
     std::vector<std::string> names;
     deviceNameToUID_.clear();
     for (const auto& device : capture_.devices()) {
@@ -56,6 +58,11 @@ void SettingsViewModel::load() {
     startAtLogin.set(autostart_.isEnabled());
     isLoading.set(false);
     changed.emit();
+}
+
+void SettingsViewModel::checkPickerRequest() {
+    if (!takePickerRequest) return;
+    if (auto toggle = takePickerRequest()) openPicker.emit(*toggle);
 }
 
 bool SettingsViewModel::inputDeviceDisconnected() const {
@@ -94,6 +101,18 @@ std::vector<std::string> SettingsViewModel::toggleShortcutParts() const {
 std::vector<std::string> SettingsViewModel::cancelShortcutParts() const {
     const auto s = shortcuts_.cancelShortcut();
     return shortcuts_.displayParts(s.keyCode, s.modifiers);
+}
+
+std::optional<std::string> SettingsViewModel::toggleShortcutWarning() const {
+    const auto status = shortcuts_.toggleRegistrationFailure();
+    if (!status) return std::nullopt;
+    return ShortcutConflictNotice::warningText(toggleShortcutParts(), *status);
+}
+
+std::optional<std::string> SettingsViewModel::cancelShortcutWarning() const {
+    const auto status = shortcuts_.cancelRegistrationFailure();
+    if (!status) return std::nullopt;
+    return ShortcutConflictNotice::warningText(cancelShortcutParts(), *status);
 }
 
 void SettingsViewModel::setUseSystemDefault(bool on) {

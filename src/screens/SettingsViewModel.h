@@ -36,12 +36,24 @@ class SettingsViewModel {
     Observable<bool> enableSoundEffects{true};
     Observable<double> volume{0.6};
     Observable<std::vector<std::string>> availableDevices;
+    // Why the list is empty: no sound server, or no input device on it (read with the devices).
+    Observable<InputAvailability> inputAvailability{InputAvailability::available};
+    static constexpr const char* kNoSoundServerText =
+        "No sound server was found, so Vocle cannot hear anything. Start PipeWire or PulseAudio, then come "
+        "back to this screen.";
+    static constexpr const char* kNoInputDeviceText =
+        "No microphone was found. Connect one or turn on an input device in your sound settings.";
     Observable<bool> showingShortcutPicker{false};
     Observable<bool> showingCancelPicker{false};
     Observable<bool> startAtLogin{false};
     Observable<bool> showLivePreview{true};
     Observable<std::optional<std::string>> errorMessage;
     Signal<> changed;
+    // The screen is to open a picker (true: toggle), asked for from a notice about a refused shortcut.
+    Signal<bool> openPicker;
+    // Where such a request waits (returns and clears it); set by the composition root.
+    std::function<std::optional<bool>()> takePickerRequest;
+    Subscription pickerRequests;
 
     // The sheets' models, for as long as a sheet is shown.
     std::unique_ptr<ShortcutPickerViewModel> makeShortcutPicker() {
@@ -55,6 +67,9 @@ class SettingsViewModel {
     bool inputDeviceDisconnected() const;
     std::vector<std::string> toggleShortcutParts() const;
     std::vector<std::string> cancelShortcutParts() const;
+    // A warning for a shortcut the desktop would not give us; none while it works.
+    std::optional<std::string> toggleShortcutWarning() const;
+    std::optional<std::string> cancelShortcutWarning() const;
 
     // A compositor that binds keys in its own configuration (sway, Hyprland, river): the screen shows the
     // lines that run vocle-cli for the stored shortcuts, and copies them.
@@ -73,6 +88,8 @@ class SettingsViewModel {
     // Reads the devices and the settings file (the screen was shown).
     void load();
     void refreshDevices();
+    // Emits openPicker for a waiting request, if any.
+    void checkPickerRequest();
 
     void setUseSystemDefault(bool on);
     void selectInputDevice(const std::string& name);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,9 @@ class ShortcutControl {
     // While suspended, pressing the current shortcut reaches the picker instead of starting a dictation.
     virtual void setSuspended(bool suspended) = 0;
     virtual std::vector<std::string> displayParts(uint16_t keyCode, uint64_t modifiers) const = 0;
+    // The window system's status when a shortcut could not be registered system-wide; none when it is.
+    virtual std::optional<int> toggleRegistrationFailure() const { return std::nullopt; }
+    virtual std::optional<int> cancelRegistrationFailure() const { return std::nullopt; }
 };
 
 }  // namespace vocle

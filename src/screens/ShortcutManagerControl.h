@@ -37,6 +37,12 @@ class ShortcutManagerControl final : public ShortcutControl {
     std::vector<std::string> displayParts(uint16_t keyCode, uint64_t modifiers) const override {
         return Manager::displayParts(keyCode, modifiers);
     }
+    std::optional<int> toggleRegistrationFailure() const override {
+        return manager_.toggleRegistrationFailure();
+    }
+    std::optional<int> cancelRegistrationFailure() const override {
+        return manager_.cancelRegistrationFailure();
+    }
 
   private:
     Manager& manager_;

@@ -1,17 +1,11 @@
 #include "screens/ShortcutPickerViewModel.h"
 
+#include "desktop/KeyCaps.h"
+#include "desktop/Shortcut.h"
+
 namespace vocle {
 
 namespace {
-
-std::vector<std::string> modifierSymbols(uint64_t modifiers) {
-    std::vector<std::string> parts;
-    if (modifiers & keys::kCommand) parts.emplace_back("⌘");
-    if (modifiers & keys::kShift) parts.emplace_back("⇧");
-    if (modifiers & keys::kOption) parts.emplace_back("⌥");
-    if (modifiers & keys::kControl) parts.emplace_back("⌃");
-    return parts;
-}
 
 std::string keyName(const ShortcutControl& shortcuts, uint16_t keyCode) {
     auto parts = shortcuts.displayParts(keyCode, 0);
@@ -25,7 +19,7 @@ ShortcutPickerViewModel::ShortcutPickerViewModel(ShortcutControl& shortcuts, Loc
 
 std::vector<std::string> ShortcutPickerViewModel::previewParts() const {
     const auto& key = capturedKeyCode.get();
-    auto parts = modifierSymbols(key ? capturedModifiers.get() : previewModifiers.get());
+    auto parts = modifierKeyCaps(key ? capturedModifiers.get() : previewModifiers.get());
     if (key) parts.push_back(keyName(shortcuts_, *key));
     return parts;
 }
@@ -73,7 +67,10 @@ bool ShortcutPickerViewModel::handleKeyDown(uint16_t keyCode, uint64_t flags) {
     return true;
 }
 
-void ShortcutPickerViewModel::restoreDefault() { apply({keys::kSpace, keys::kOption}); }
+void ShortcutPickerViewModel::restoreDefault() {
+    const Shortcut standard = Shortcut::defaultToggle();
+    apply({standard.keyCode, standard.modifiers});
+}
 
 void ShortcutPickerViewModel::cancel() { close(); }
 

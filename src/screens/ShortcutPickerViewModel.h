@@ -22,7 +22,8 @@ class ShortcutPickerViewModel {
 
     static constexpr const char* kTitle = "Change Shortcut";
     static constexpr const char* kHint =
-        "Hold one modifier (⌘ ⌥ ⌃ ⇧) and press one key (e.g. Space, A–Z, 0–9). Esc cancels.";
+        "Hold one or more modifiers (Ctrl, Alt, Shift, Super) and press one key (e.g. Space, A–Z, 0–9). Esc "
+        "cancels.";
     static constexpr const char* kCapturingMessage = "Press a shortcut… (Esc to cancel)";
 
     Observable<std::optional<uint16_t>> capturedKeyCode;

@@ -147,6 +147,7 @@ QLabel[role="secondary"] { color: %5; }
 QLabel[role="caption"] { color: %5; font-size: 11px; }
 QLabel[role="error"] { color: %6; }
 QLabel[role="success"] { color: %7; }
+QLabel[role="warning"] { color: #ffb340; font-size: 12px; }
 
 QPushButton { background: %3; border: 1px solid %4; border-radius: 6px; padding: 5px 14px; min-height: 18px; }
 QPushButton:hover { background: %4; }
@@ -233,9 +234,9 @@ QMenu::item:selected { background: %8; color: white; }
 QMenu::item:disabled { color: %5; }
 QMenu::separator { height: 1px; background: %4; margin: 4px 6px; }
 )")
-        .arg(hex(kText), hex(kWindow), hex(kSurface), hex(kBorder), hex(kSecondaryText), hex(kRed), hex(kGreen),
-             hex(kAccent), accentHover)
-        .arg(accentPressed) +
+               .arg(hex(kText), hex(kWindow), hex(kSurface), hex(kBorder), hex(kSecondaryText), hex(kRed),
+                    hex(kGreen), hex(kAccent), accentHover)
+               .arg(accentPressed) +
            indicatorImages();
 }
 

@@ -408,6 +408,35 @@ bool DesktopSession::isRunning(pid_t pid) {
     return pid > 0 && !reaped(pid);
 }
 
+void DesktopSession::endXServer() {
+    terminate(xvfb_);
+    xvfb_ = 0;
+}
+
+void DesktopSession::endSessionBus() {
+    if (bus_ <= 0) return;
+    ::kill(bus_, SIGTERM);
+    // Not our child: once it has exited it may linger as a zombie until init reaps it, and a zombie
+    // holds no sockets any more.
+    const std::string stat = "/proc/" + std::to_string(bus_) + "/stat";
+    pollUntil(
+        [&] {
+            std::ifstream in(stat);
+            std::string pid, name, state;
+            return !(in >> pid >> name >> state) || state == "Z";
+        },
+        3.0, {}, 0.002);
+    bus_ = 0;
+}
+
+std::optional<int> DesktopSession::waitForExit(pid_t pid, double timeout) {
+    int status = 0;
+    if (!pollUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, timeout, {}, 0.005))
+        return std::nullopt;
+    std::erase(children_, pid);
+    return status;
+}
+
 void DesktopSession::stop(pid_t pid) {
     terminate(pid);
     std::erase(children_, pid);

@@ -65,6 +65,12 @@ class DesktopSession {
     void stop(pid_t pid);
     bool isRunning(pid_t pid);
 
+    // Ends the X server or the session bus now (SIGTERM), as a logout does; the rest of the session stays.
+    void endXServer();
+    void endSessionBus();
+    // The wait status of a spawned child once it ended within `timeout` (it is then reaped), else none.
+    std::optional<int> waitForExit(pid_t pid, double timeout);
+
     // Output of a short command run in the session's environment (stdout only), or none when it failed.
     std::optional<std::string> run(const std::vector<std::string>& argv, double timeout = 10.0);
 

@@ -185,6 +185,15 @@ class PulseCaptureSession final : public CaptureSession {
 
 }  // namespace
 
+InputAvailability PulseCapture::inputAvailability() const {
+    if (pulse_.ensureConnected()) return InputAvailability::noSoundServer;
+    auto sources = pulse_.sources();
+    if (!sources.ok()) return InputAvailability::noSoundServer;
+    for (const auto& s : sources.value())
+        if (!s.isMonitor) return InputAvailability::available;
+    return InputAvailability::noInputDevice;
+}
+
 std::vector<CaptureDevice> PulseCapture::devices() const {
     std::vector<CaptureDevice> list;
     auto sources = pulse_.sources();

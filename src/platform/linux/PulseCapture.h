@@ -24,6 +24,8 @@ class PulseCapture final : public Capture {
         mainQueue_.post([completion = std::move(completion)] { completion(true); });
     }
 
+    InputAvailability inputAvailability() const override;
+
     std::optional<CaptureDevice> device(const std::string& uid) const override;
     std::optional<CaptureDevice> defaultDevice() const override;
     std::vector<CaptureDevice> devices() const override;

@@ -82,7 +82,7 @@ void FakeCapture::answerAccess(bool granted) {
 }
 
 std::optional<CaptureDevice> FakeCapture::device(const std::string& uid) const {
-    for (const auto& d : deviceList)
+    for (const auto& d : devices())
         if (d.uid == uid) return d;
     return std::nullopt;
 }

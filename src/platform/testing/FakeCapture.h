@@ -90,6 +90,8 @@ class FakeCapture final : public Capture {
     std::vector<CaptureDevice> deviceList{{"alsa_input.usb-mic", "USB Microphone"}};
     std::optional<std::string> defaultUid = std::string("alsa_input.usb-mic");
     bool failSessions = false;
+    // False: no sound server answers (the device list is then ignored).
+    bool soundServer = true;
     // Applied to every new session and output.
     std::function<void(FakeCaptureSession&)> configureSession;
     std::function<void(FakeCaptureFileOutput&)> configureOutput;
@@ -99,11 +101,17 @@ class FakeCapture final : public Capture {
     int accessRequests = 0;
 
     MicrophoneAuthorization authorizationStatus() const override { return authorization; }
+    InputAvailability inputAvailability() const override {
+        if (!soundServer) return InputAvailability::noSoundServer;
+        return deviceList.empty() ? InputAvailability::noInputDevice : InputAvailability::available;
+    }
     void requestAccess(std::function<void(bool)> completion) override;
     void answerAccess(bool granted);
     std::optional<CaptureDevice> device(const std::string& uid) const override;
     std::optional<CaptureDevice> defaultDevice() const override;
-    std::vector<CaptureDevice> devices() const override { return deviceList; }
+    std::vector<CaptureDevice> devices() const override {
+        return soundServer ? deviceList : std::vector<CaptureDevice>{};
+    }
     std::shared_ptr<CaptureSession> makeSession() override;
     std::shared_ptr<CaptureFileOutput> makeFileOutput() override;
 

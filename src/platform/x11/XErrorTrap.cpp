@@ -7,6 +7,7 @@
 #include <set>
 
 #include "foundation/Log.h"
+#include "foundation/ProcessExit.h"
 
 namespace vocle::x11 {
 
@@ -44,6 +45,11 @@ int handleError(Display* display, XErrorEvent* error) {
     return previous ? previous(display, error) : 0;
 }
 
+int handleConnectionLoss(Display*) {
+    logLine("❌ Lost the connection to the X server");
+    endProcessNow(1);
+}
+
 void installHandler() {
     static std::once_flag once;
     std::call_once(once, [] {
@@ -65,6 +71,10 @@ void XErrorTrap::release(Display* display) {
     std::lock_guard lock(state().mutex);
     state().adopted.erase(display);
     state().firstError.erase(display);
+}
+
+void XErrorTrap::endProcessOnConnectionLoss() {
+    XSetIOErrorHandler(handleConnectionLoss);
 }
 
 XErrorTrap::XErrorTrap(Display* display) : display_(display) {

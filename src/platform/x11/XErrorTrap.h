@@ -14,6 +14,11 @@ class XErrorTrap {
     static void adopt(Display* display);
     static void release(Display* display);
 
+    // A lost X connection, noticed by any thread on any of the process's displays (Qt's included), ends
+    // the process with status 1 through endProcessNow(): Xlib's default would call exit() from that
+    // thread, racing the other threads and a second exit().
+    static void endProcessOnConnectionLoss();
+
     // Collects errors on `display` until destroyed. Use from the thread that owns the connection.
     explicit XErrorTrap(Display* display);
     ~XErrorTrap();

@@ -21,6 +21,8 @@ HelpView::HelpView(HelpViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm
     docsRow->addWidget(docs);
     docsRow->addStretch();
     page->addLayout(docsRow);
+    docsProblem_ = paragraph("", "warning");
+    page->addWidget(docsProblem_);
     connect(docs, &QPushButton::clicked, this, [this] { vm_.openDocs(); });
 
     auto* form = section(page, "Contact");
@@ -52,6 +54,8 @@ void HelpView::refresh() {
     send_->setEnabled(vm_.canSend());
     error_->setText(qs(vm_.errorMessage.get().value_or("")));
     error_->setVisible(vm_.errorMessage.get().has_value());
+    docsProblem_->setText(qs(vm_.openProblem.get().value_or("")));
+    docsProblem_->setVisible(vm_.openProblem.get().has_value());
 }
 
 }  // namespace vocle

@@ -19,6 +19,7 @@ class HelpView : public QWidget {
     HelpView(HelpViewModel& viewModel, QWidget* parent);
 
   private:
+    QLabel* docsProblem_ = nullptr;
     void refresh();
 
     HelpViewModel& vm_;

@@ -70,6 +70,8 @@ HomeView::HomeView(HomeViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm
     rows_->setContentsMargins(6, 6, 6, 6);
     rows_->setSpacing(2);
     page->addWidget(card);
+    problem_ = paragraph("", "warning");
+    page->addWidget(problem_);
     page->addStretch();
     changed_ = vm_.changed.subscribe([this] { rebuild(); });
     rebuild();
@@ -83,6 +85,8 @@ void HomeView::showEvent(QShowEvent* event) {
 void HomeView::rebuild() {
     progressText_->setText(qs(vm_.progressText()));
     progress_->setValue(vm_.completedCount());
+    problem_->setText(qs(vm_.openProblem.get().value_or("")));
+    problem_->setVisible(vm_.openProblem.get().has_value());
     while (auto* item = rows_->takeAt(0)) {
         delete item->widget();
         delete item;

@@ -22,6 +22,7 @@ class HomeView : public QWidget {
     void showEvent(QShowEvent* event) override;
 
   private:
+    QLabel* problem_ = nullptr;
     void rebuild();
 
     HomeViewModel& vm_;

@@ -17,7 +17,7 @@ class KeyCapsView : public QWidget {
     void setParts(const std::vector<std::string>& parts);
     void setKeyMetrics(int minWidth, int height, int fontSize);
     bool isClickable() const { return clickable_; }
-    // The parts as one line ("⌥ Space"), as assistive technology reads them.
+    // The parts as one line ("Ctrl Alt Space"), as assistive technology reads them.
     QString partsText() const;
     // What a click does; also the accessible "press" action.
     void activate();

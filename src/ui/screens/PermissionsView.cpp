@@ -23,6 +23,8 @@ PermissionsView::PermissionsView(PermissionsViewModel& vm, QWidget* parent) : QW
     items_->setContentsMargins(14, 10, 14, 10);
     items_->setSpacing(12);
     layout->addWidget(card);
+    problem_ = paragraph("", "warning");
+    layout->addWidget(problem_);
     layout->addStretch();
     layout->addWidget(paragraph(PermissionsViewModel::kFooter, "caption"));
     subscriptions_.push_back(vm_.changed.subscribe([this] { rebuild(); }));
@@ -38,6 +40,8 @@ void PermissionsView::showEvent(QShowEvent* event) {
 }
 
 void PermissionsView::rebuild() {
+    problem_->setText(qs(vm_.openProblem.get().value_or("")));
+    problem_->setVisible(vm_.openProblem.get().has_value());
     while (auto* item = items_->takeAt(0)) {
         if (auto* w = item->widget()) {
             w->hide();
@@ -55,8 +59,8 @@ void PermissionsView::rebuild() {
     const Item items[] = {
         {"Microphone", "To record your voice", "mic.fill", vm_.microphoneAuthorized.get(),
          &PermissionsViewModel::enableMicrophone},
-        {"Accessibility", "To paste text automatically", "keyboard", vm_.accessibilityAuthorized.get(),
-         &PermissionsViewModel::enableAccessibility},
+        {"Accessibility", "To let modes follow the website you are on", "keyboard",
+         vm_.accessibilityAuthorized.get(), &PermissionsViewModel::enableAccessibility},
     };
     for (const auto& item : items) {
         auto* row = new QWidget;

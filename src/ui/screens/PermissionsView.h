@@ -9,6 +9,8 @@
 
 class QVBoxLayout;
 
+class QLabel;
+
 namespace vocle {
 
 class PermissionsView : public QWidget {
@@ -20,6 +22,7 @@ class PermissionsView : public QWidget {
     void showEvent(QShowEvent* event) override;
 
   private:
+    QLabel* problem_ = nullptr;
     void rebuild();
     void showAlertIfAny();
 

@@ -6,6 +6,8 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QSlider>
+#include <QStyle>
+#include <QTimer>
 
 #include <cmath>
 
@@ -45,9 +47,13 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     toggleBox_ = new KeyCapsView(nullptr, true);
     toggleBox_->setAccessibleName("Toggle Recording On/Off");
     row(shortcuts, "Toggle Recording On/Off")->addWidget(toggleBox_);
+    toggleWarning_ = paragraph("", "warning");
+    shortcuts->addWidget(toggleWarning_);
     cancelBox_ = new KeyCapsView(nullptr, true);
     cancelBox_->setAccessibleName("Cancel Recording");
     row(shortcuts, "Cancel Recording")->addWidget(cancelBox_);
+    cancelWarning_ = paragraph("", "warning");
+    shortcuts->addWidget(cancelWarning_);
     connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
     connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);
     // Compositors that bind keys themselves: the lines to add, built from the shortcuts above.
@@ -131,12 +137,18 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     layout->addWidget(error_);
 
     changed_ = vm_.changed.subscribe([this] { refresh(); });
+    // The sheet runs its own event loop: open it once the request's caller has returned.
+    pickerRequest_ = vm_.openPicker.subscribe([this](bool toggle) {
+        QTimer::singleShot(0, this,
+                           toggle ? &SettingsView::openTogglePicker : &SettingsView::openCancelPicker);
+    });
     refresh();
 }
 
 void SettingsView::showEvent(QShowEvent* event) {
     QWidget::showEvent(event);
     vm_.load();
+    vm_.checkPickerRequest();
 }
 
 void SettingsView::refresh() {
@@ -159,6 +171,12 @@ void SettingsView::refresh() {
     for (QWidget* w : {static_cast<QWidget*>(compositorNote_), static_cast<QWidget*>(compositorLines_),
                        static_cast<QWidget*>(compositorCopy_)})
         w->setVisible(!lines.empty());
+    const auto toggleWarning = vm_.toggleShortcutWarning();
+    toggleWarning_->setText(qs(toggleWarning.value_or("")));
+    toggleWarning_->setVisible(toggleWarning.has_value());
+    const auto cancelWarning = vm_.cancelShortcutWarning();
+    cancelWarning_->setText(qs(cancelWarning.value_or("")));
+    cancelWarning_->setVisible(cancelWarning.has_value());
     useDefault_->setChecked(vm_.useSystemDefault.get());
 
     devices_->clear();
@@ -170,11 +188,26 @@ void SettingsView::refresh() {
                           qs(vm_.inputDevice.get()));
     const int current = useDefault ? 0 : devices_->findData(qs(vm_.inputDevice.get()));
     devices_->setCurrentIndex(std::max(0, current));
-    deviceNote_->setText(
-        vm_.inputDeviceDisconnected() && !useDefault
-            ? "This microphone is not connected. Recording uses the system default until it is back."
-            : "");
+    const auto availability = vm_.inputAvailability.get();
+    devices_->setEnabled(availability == InputAvailability::available);
+    if (availability == InputAvailability::noSoundServer) {
+        deviceNote_->setText(SettingsViewModel::kNoSoundServerText);
+    } else if (availability == InputAvailability::noInputDevice) {
+        deviceNote_->setText(SettingsViewModel::kNoInputDeviceText);
+    } else {
+        deviceNote_->setText(
+            vm_.inputDeviceDisconnected() && !useDefault
+                ? "This microphone is not connected. Recording uses the system default until it is back."
+                : "");
+    }
     deviceNote_->setVisible(!deviceNote_->text().isEmpty());
+    // A missing sound server or microphone is a warning; a disconnected choice only a note.
+    const char* noteRole = availability == InputAvailability::available ? "caption" : "warning";
+    if (deviceNote_->property("role").toString() != noteRole) {
+        setRole(deviceNote_, noteRole);
+        deviceNote_->style()->unpolish(deviceNote_);
+        deviceNote_->style()->polish(deviceNote_);
+    }
 
     soundEffects_->setChecked(vm_.enableSoundEffects.get());
     volume_->setEnabled(vm_.enableSoundEffects.get());

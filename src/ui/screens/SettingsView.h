@@ -41,6 +41,8 @@ class SettingsView : public QWidget {
     QCheckBox* useDefault_;
     QComboBox* devices_;
     QLabel* deviceNote_;
+    QLabel* toggleWarning_;
+    QLabel* cancelWarning_;
     QCheckBox* soundEffects_;
     QSlider* volume_;
     QCheckBox* startAtLogin_;
@@ -48,6 +50,7 @@ class SettingsView : public QWidget {
     QLabel* error_;
     bool refreshing_ = false;
     Subscription changed_;
+    Subscription pickerRequest_;
 };
 
 }  // namespace vocle

@@ -76,7 +76,7 @@ class Dictation : public ::testing::Test {
     // Starts a dictation with the default shortcut and waits until the microphone writes its file.
     void startDictation() {
         const size_t from = desktop->logSize();
-        desktop->pressKeys("alt+space");
+        desktop->pressKeys("ctrl+alt+space");
         // Logged once the file output runs, whether the input was ready at once or only after the wait.
         ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, from)) << desktop->vocleLog();
     }
@@ -90,7 +90,7 @@ TEST_F(Dictation, SpeechLandsInTheFocusedWindowOfAnotherApplicationAndInTheHisto
     startDictation();
     desktop->play(kClip);
     const size_t from = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
 
     ASSERT_TRUE(waitFor([&] { return !desktop->targetText().empty(); }, 90s, 50ms)) << desktop->vocleLog();
     ASSERT_TRUE(desktop->waitForLog("paste simulation completed", 10s, from));
@@ -127,7 +127,7 @@ TEST_F(Dictation, ASilentRecordingIsTreatedAsACancel) {
     // Long enough not to count as a short press; the microphone hears only silence meanwhile.
     std::this_thread::sleep_for(1500ms);
     const size_t from = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
 
     ASSERT_TRUE(desktop->waitForLog("did not exceed threshold", 10s, from)) << desktop->vocleLog();
     EXPECT_FALSE(desktop->waitForLog("bytes to backend", 3s, from));
@@ -141,7 +141,7 @@ TEST_F(Dictation, WithTheBackendDownTheUserIsToldAndTheRecordingIsKept) {
     startDictation();
     desktop->play(kClip);
     const size_t from = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
 
     // After its retries the upload gives up and the user gets the alert, which waits for them.
     ASSERT_TRUE(desktop->waitForLog("Transcription request failed: No internet connection", 60s, from))
@@ -196,7 +196,7 @@ TEST_F(Dictation, AModeWithSystemAudioTranscribesWhatTheComputerPlaysAndWhatTheU
     desktop->play(kOtherClip, /*toSpeakers=*/true);
     desktop->play(kClip);
     const size_t from = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
 
     ASSERT_TRUE(waitFor([&] { return !desktop->targetText().empty(); }, 90s, 50ms)) << desktop->vocleLog().substr(from);
     EXPECT_TRUE(desktop->waitForLog("Mixing mic + system into", 1s, from)) << desktop->vocleLog().substr(from);

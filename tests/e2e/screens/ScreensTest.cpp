@@ -114,11 +114,11 @@ class Screens : public ::testing::Test {
     std::string dictateOnce() {
         desktop->openTextTarget();
         const size_t start = desktop->logSize();
-        desktop->pressKeys("alt+space");
+        desktop->pressKeys("ctrl+alt+space");
         if (!desktop->waitForLog("audioOutput.isRecording after", 15s, start))
             throw std::runtime_error("no recording started:\n" + desktop->vocleLog().substr(start));
         desktop->play(kClip);
-        desktop->pressKeys("alt+space");
+        desktop->pressKeys("ctrl+alt+space");
         if (!waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 100ms))
             throw std::runtime_error("nothing reached the history:\n" + desktop->vocleLog().substr(start));
         return vocle::Json::parse(desktop->history()).at(0).at("text").get<std::string>();
@@ -156,7 +156,7 @@ TEST_F(Screens, ANewToggleShortcutRecordedInThePickerStartsAndStopsDictationInAn
 
     // Control+Shift+D: no window manager binding, no text-editing meaning.
     desktop->pressKeys("ctrl+shift+d");
-    see("⇧ ⌃ D", "label");
+    see("Ctrl Shift D", "label");
     const size_t saved = desktop->logSize();
     desktop->pressKeys("Return");
     ASSERT_TRUE(desktop->waitForLog("Registering shortcuts: keyCode=2", 10s, saved)) << desktop->vocleLog().substr(saved);
@@ -173,7 +173,7 @@ TEST_F(Screens, ANewToggleShortcutRecordedInThePickerStartsAndStopsDictationInAn
     desktop->openTextTarget();
     // The old combination is free again: it starts nothing.
     const size_t old = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     std::this_thread::sleep_for(2s);
     for (const char* toggled : kToggleLines)
         EXPECT_EQ(desktop->vocleLog().find(toggled, old), std::string::npos) << desktop->vocleLog().substr(old);
@@ -315,7 +315,7 @@ TEST_F(Screens, ACancelKeyChosenInItsPickerCancelsARecordingInAnotherApplication
 
     desktop->openTextTarget();
     const size_t start = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
     see("Vocle Recording Indicator");
     desktop->play(kClip);
@@ -501,10 +501,10 @@ TEST_F(Screens, EveryScreenShowsItsContentFreshAndFilledIn) {
 
     desktop->openTextTarget();
     const size_t start = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start)) << desktop->vocleLog().substr(start);
     desktop->play(kClip);
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     ASSERT_TRUE(waitFor([&] { return desktop->history().find("\"text\"") != std::string::npos; }, 90s, 100ms))
         << desktop->vocleLog().substr(start);
     // Back to the main window, by clicking into it.

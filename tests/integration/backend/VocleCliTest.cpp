@@ -6,6 +6,7 @@
 #include <random>
 
 #include "BackendTestSupport.h"
+#include "desktop/Shortcut.h"
 #include "foundation/Base64.h"
 #include "foundation/Clock.h"
 #include "storage/DataFolder.h"
@@ -160,6 +161,38 @@ TEST_F(VocleCliTest, FailuresPrintTheUserFacingTextAndExitNonZero) {
     r = run("convert " + quoted((dir / "nothing.wav").string()) + " " + quoted((dir / "out.m4a").string()));
     EXPECT_NE(r.exitCode, 0);
     EXPECT_NE(r.err.find("vocle-cli convert: Invalid input audio file"), std::string::npos) << r.err;
+}
+
+}  // namespace
+}  // namespace vocle
+
+namespace vocle {
+namespace {
+
+TEST_F(VocleCliTest, SettingsPrintsTheShortcutsDecoded) {
+    AppSettings settings = files.loadSettings();
+    settings.toggleShortcut = Shortcut{keycode::kA, kModifierControl | kModifierShift}.encode();
+    files.saveSettings(settings);
+
+    CliRun r = run("settings");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    Json printed = Json::parse(r.out);
+    EXPECT_EQ(
+        printed.at("toggleShortcut"),
+        Json::parse(R"({"keyCode": 0, "modifiersRaw": 393216, "key": "A", "modifiers": ["Ctrl", "Shift"],
+                              "display": "Ctrl+Shift+A"})"));
+    EXPECT_EQ(printed.at("cancelShortcut").at("display"), "Esc");
+    EXPECT_EQ(printed.at("cancelShortcut").at("default"), true) << "nothing stored: the default applies";
+
+    settings.toggleShortcut = std::string("not json");
+    settings.cancelShortcut.reset();
+    files.saveSettings(settings);
+    r = run("settings");
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    printed = Json::parse(r.out);
+    EXPECT_EQ(printed.at("toggleShortcut").at("stored"), "not json");
+    EXPECT_EQ(printed.at("toggleShortcut").at("display"), "Ctrl+Alt+Space");
+    EXPECT_TRUE(printed.at("toggleShortcut").contains("error"));
 }
 
 }  // namespace

@@ -71,7 +71,7 @@ TEST_F(X11ShortcutsTest, ToggleHotKeyFiresExactlyOnceWhileAnotherWindowHasTheFoc
     ASSERT_TRUE(logs->contains("Carbon HotKey registered successfully for toggle"));
     EXPECT_FALSE(logs->contains("for cancel")) << "Escape alone is never grabbed";
 
-    ASSERT_TRUE(h->xdotool({"key", "alt+space"}));
+    ASSERT_TRUE(h->xdotool({"key", "ctrl+alt+space"}));
     EXPECT_TRUE(h->pumpUntil([&] { return toggles > 0; }, 5.0));
     h->pumpFor(0.5);
     EXPECT_EQ(toggles, 1);
@@ -81,7 +81,7 @@ TEST_F(X11ShortcutsTest, ToggleHotKeyFiresExactlyOnceWhileAnotherWindowHasTheFoc
         << "the raw copy of a grabbed key is ignored";
 
     // Caps Lock on still matches: the grab covers every lock variant.
-    ASSERT_TRUE(h->xdotool({"key", "Caps_Lock", "alt+space", "Caps_Lock"}));
+    ASSERT_TRUE(h->xdotool({"key", "Caps_Lock", "ctrl+alt+space", "Caps_Lock"}));
     EXPECT_TRUE(h->pumpUntil([&] { return toggles > 1; }, 5.0));
     // An extra Shift does not.
     ASSERT_TRUE(h->xdotool({"key", "alt+shift+space"}));
@@ -109,8 +109,8 @@ TEST_F(X11ShortcutsTest, EscapeInAnotherWindowCancelsAndStillReachesIt) {
 TEST_F(X11ShortcutsTest, GrabHeldByAnotherClientIsReportedAndTheMonitorStillFires) {
     Display* other = XOpenDisplay(nullptr);
     ASSERT_NE(other, nullptr);
-    XGrabKey(other, XKeysymToKeycode(other, XK_space), Mod1Mask, DefaultRootWindow(other), False,
-             GrabModeAsync, GrabModeAsync);
+    XGrabKey(other, XKeysymToKeycode(other, XK_space), ControlMask | Mod1Mask, DefaultRootWindow(other),
+             False, GrabModeAsync, GrabModeAsync);
     XSync(other, False);
 
     const auto typed = home / "typed.txt";
@@ -120,7 +120,7 @@ TEST_F(X11ShortcutsTest, GrabHeldByAnotherClientIsReportedAndTheMonitorStillFire
     EXPECT_FALSE(manager->toggleHotKeyRef());
     EXPECT_EQ(logs->lines().back(), "Shortcut registration completed");
 
-    ASSERT_TRUE(h->xdotool({"key", "alt+space"}));
+    ASSERT_TRUE(h->xdotool({"key", "ctrl+alt+space"}));
     EXPECT_TRUE(h->pumpUntil([&] { return toggles > 0; }, 5.0));
     h->pumpFor(0.5);
     EXPECT_EQ(toggles, 1);

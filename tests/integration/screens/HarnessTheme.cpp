@@ -30,6 +30,7 @@ void applyHarnessTheme(QApplication& app) {
         QLabel[role="caption"] { color: #8e8e93; font-size: 12px; }
         QLabel[role="headline"] { font-size: 13px; font-weight: 600; color: #c7c7cc; margin-top: 6px; }
         QLabel[role="error"] { color: #ff6961; }
+        QLabel[role="warning"] { color: #ffb340; font-size: 12px; }
         QLabel[role="rowTitle"] { font-weight: 500; }
         QLabel[role="emptyTitle"] { font-size: 16px; font-weight: 600; }
         QLabel[role="done"] { color: #8e8e93; }

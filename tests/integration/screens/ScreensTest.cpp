@@ -209,6 +209,11 @@ TEST_F(ScreensTest, TextSettingScreensRenderEmptyAndFilled) {
     }
 }
 
+const char* const kNoPanelHelp =
+    "Open your desktop's sound settings and check that a microphone is connected, chosen as the input device "
+    "and "
+    "not muted.";
+
 TEST_F(ScreensTest, HomePermissionsSettingsAndHelpRender) {
     FakeCapture capture;
     FakeAccessibility accessibility;
@@ -230,12 +235,29 @@ TEST_F(ScreensTest, HomePermissionsSettingsAndHelpRender) {
         vm.refresh();
         EXPECT_EQ(vm.progressText(), "3 of 6 complete");
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("home-progress")));
+        // No settings panel on this desktop: the row says what to check.
+        capture.soundServer = false;
+        vm.refresh();
+        urls.failWith = kNoPanelHelp;
+        vm.activate(HomeViewModel::microphone);
+        EXPECT_EQ(vm.openProblem.get(), urls.failWith);
+        EXPECT_TRUE(nonTrivialPng(desktop().screenshot("home-no-panel")));
+        urls.failWith.reset();
+        capture.soundServer = true;
     }
     {
         PermissionsViewModel vm(g.queue, probe, urls);
         Harness h;
         h.show<PermissionsView>(vm);
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("permissions")));
+        capture.soundServer = false;
+        vm.refresh();
+        urls.failWith = kNoPanelHelp;
+        vm.enableMicrophone();
+        EXPECT_EQ(vm.openProblem.get(), urls.failWith);
+        EXPECT_TRUE(nonTrivialPng(desktop().screenshot("permissions-no-panel")));
+        urls.failWith.reset();
+        capture.soundServer = true;
     }
     {
         capture.deviceList = {{"alsa_input.usb-mic", "USB Microphone"}, {"alsa_input.pci-0000_00_1f.3.analog-stereo", "Built-in Audio Analog Stereo"}};
@@ -251,6 +273,23 @@ TEST_F(ScreensTest, HomePermissionsSettingsAndHelpRender) {
         h.show<SettingsView>(vm);
         EXPECT_FALSE(vm.isLoading.get());
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("settings-disconnected-device")));
+    }
+    {
+        // The desktop holds the toggle shortcut, and no sound server runs.
+        shortcuts.toggleFailure = kHotKeyBusy;
+        capture.soundServer = false;
+        MapEnvironment env({{"HOME", (g.dir.path() / "home").string()},
+                            {"XDG_CONFIG_HOME", (g.dir.path() / "config").string()}});
+        AutostartEntry autostart(env, "/usr/bin/vocle");
+        FakeLocalKeyMonitor keyMonitor;
+        SettingsViewModel vm(g.files, capture, shortcuts, keyMonitor, autostart);
+        Harness h;
+        h.show<SettingsView>(vm);
+        EXPECT_EQ(vm.inputAvailability.get(), InputAvailability::noSoundServer);
+        EXPECT_TRUE(vm.toggleShortcutWarning());
+        EXPECT_TRUE(nonTrivialPng(desktop().screenshot("settings-taken-shortcut-no-sound-server")));
+        shortcuts.toggleFailure.reset();
+        capture.soundServer = true;
     }
     {
         SupportService support(*g.backend);
@@ -337,7 +376,7 @@ TEST_F(ScreensTest, PickerSheetsCaptureRealKeyPresses) {
         EXPECT_FALSE(vm.capturedKeyCode.get().has_value());
         desktop().run("xdotool key ctrl+k");
         ASSERT_TRUE(desktop().pumpUntil([&] { return vm.capturedKeyCode.get().has_value(); }, 5));
-        EXPECT_EQ(vm.previewParts(), (std::vector<std::string>{"⌃", "K"}));
+        EXPECT_EQ(vm.previewParts(), (std::vector<std::string>{"Ctrl", "K"}));
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("picker-toggle")));
         desktop().run("xdotool key Return");
         ASSERT_TRUE(desktop().pumpUntil([&] { return !sheet.isVisible(); }, 5));
@@ -366,7 +405,7 @@ TEST_F(ScreensTest, PickerSheetsCaptureRealKeyPresses) {
 TEST_F(ScreensTest, ShortcutBoxIsAButtonToAssistiveTechnologyAndToTheKeyboard) {
     KeyCapsView box(nullptr, true);
     box.setAccessibleName("Toggle Recording On/Off");
-    box.setParts({"⌥", "Space"});
+    box.setParts({"Ctrl", "Alt", "Space"});
     int presses = 0;
     QObject::connect(&box, &KeyCapsView::clicked, [&] { ++presses; });
     box.move(100, 150);
@@ -377,7 +416,7 @@ TEST_F(ScreensTest, ShortcutBoxIsAButtonToAssistiveTechnologyAndToTheKeyboard) {
     ASSERT_NE(seen, nullptr);
     EXPECT_EQ(seen->role(), QAccessible::Button);
     EXPECT_EQ(seen->text(QAccessible::Name).toStdString(), "Toggle Recording On/Off");
-    EXPECT_EQ(seen->text(QAccessible::Description).toStdString(), "⌥ Space");
+    EXPECT_EQ(seen->text(QAccessible::Description).toStdString(), "Ctrl Alt Space");
     ASSERT_NE(seen->actionInterface(), nullptr);
     seen->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
     EXPECT_EQ(presses, 1);
@@ -392,11 +431,11 @@ TEST_F(ScreensTest, ShortcutBoxIsAButtonToAssistiveTechnologyAndToTheKeyboard) {
 
     // The home screen's boxes only show a shortcut: text, no action.
     KeyCapsView shown;
-    shown.setParts({"⌥", "Space"});
+    shown.setParts({"Ctrl", "Alt", "Space"});
     QAccessibleInterface* text = QAccessible::queryAccessibleInterface(&shown);
     ASSERT_NE(text, nullptr);
     EXPECT_EQ(text->role(), QAccessible::StaticText);
-    EXPECT_EQ(text->text(QAccessible::Name).toStdString(), "⌥ Space");
+    EXPECT_EQ(text->text(QAccessible::Name).toStdString(), "Ctrl Alt Space");
     EXPECT_FALSE(text->actionInterface()->actionNames().contains(QAccessibleActionInterface::pressAction()));
 }
 

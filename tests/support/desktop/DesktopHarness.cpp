@@ -61,6 +61,8 @@ void DesktopHarness::startDesktop() {
     DesktopSession::Options options;
     options.screen = "1440x900x24";
     options.server = server_kind_;
+    // Openbox as it comes, window-menu key included: the default shortcut must be free there.
+    options.windowManagerKeyBindings = true;
     desktop_ = std::make_unique<DesktopSession>(options);
     env_["DISPLAY"] = desktop_->display();
     env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();

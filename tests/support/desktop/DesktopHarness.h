@@ -70,7 +70,7 @@ class DesktopHarness {
     std::string targetText() const;
     std::string activeWindowName() const;
 
-    // Key presses through XTest, as a user's keyboard would make them ("alt+space", "Escape").
+    // Key presses through XTest, as a user's keyboard would make them ("ctrl+alt+space", "Escape").
     void pressKeys(const std::string& keys) const;
     // Text typed key by key into the focused window.
     void typeText(const std::string& text) const;

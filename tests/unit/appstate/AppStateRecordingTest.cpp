@@ -106,7 +106,7 @@ TEST(AppStateRecording, SystemAudioWithoutPermissionAsksInsteadOfRecording) {
     ASSERT_EQ(h.alerts.shown.size(), 1u);
     const auto& alert = h.alerts.shown[0];
     EXPECT_EQ(alert.title, "Unable to record system audio");
-    EXPECT_EQ(alert.buttons, (std::vector<std::string>{"Open System Settings", "Close"}));
+    EXPECT_EQ(alert.buttons, (std::vector<std::string>{"Open Sound Settings", "Close"}));
     EXPECT_EQ(alert.style, AlertStyle::warning);
     EXPECT_FALSE(h.app->isRecording.get());
     EXPECT_TRUE(h.capture.sessions.empty());
@@ -121,6 +121,42 @@ TEST(AppStateRecording, SystemAudioWithoutPermissionAsksInsteadOfRecording) {
     EXPECT_EQ(h.urlOpener.opened,
               std::vector<std::string>{
                   "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture"});
+}
+
+// Nothing to hear: the start is refused at once with the reason, and nothing shows as recording.
+TEST(AppStateRecording, WithoutASoundServerOrAMicrophoneTheStartIsRefusedWithTheReason) {
+    AppHarness h;
+    h.activate(h.mode(false));
+    h.capture.soundServer = false;
+    h.app->toggleRecording();
+    h.queue.advance(1.0);
+    EXPECT_FALSE(h.app->isRecording.get());
+    EXPECT_TRUE(h.capture.sessions.empty());
+    EXPECT_TRUE(h.indicator.calls.empty());
+    EXPECT_TRUE(h.sounds().empty()) << "no start sound for a recording that cannot hear";
+    ASSERT_EQ(h.alerts.shown.size(), 1u);
+    EXPECT_EQ(h.alerts.shown[0].title, "Vocle cannot hear anything");
+    EXPECT_EQ(h.alerts.shown[0].text, AudioRecordingService::kNoSoundServerMessage);
+    EXPECT_TRUE(
+        h.logs->contains("🚫 Cancelling start: Vocle cannot hear anything: no sound server is running."));
+    h.alerts.respond(0);
+    EXPECT_EQ(h.urlOpener.opened,
+              std::vector<std::string>{
+                  "x-apple.systempreferences:com.apple.preference.security?Privacy_Microphone"});
+
+    h.capture.soundServer = true;
+    h.capture.deviceList.clear();
+    h.app->toggleRecording();
+    h.queue.advance(1.0);
+    EXPECT_FALSE(h.app->isRecording.get());
+    ASSERT_EQ(h.alerts.shown.size(), 2u);
+    EXPECT_EQ(h.alerts.shown[1].text, AudioRecordingService::kNoInputDeviceMessage);
+
+    // The microphone is back: the next press records.
+    h.capture.deviceList = {{"alsa_input.usb-mic", "USB Microphone"}};
+    h.app->toggleRecording();
+    h.queue.advance(1.0);
+    EXPECT_TRUE(h.app->isRecording.get());
 }
 
 TEST(AppStateRecording, NoActiveModeTurnsTheFlagOnButRecordsNothing) {

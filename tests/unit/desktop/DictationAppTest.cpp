@@ -48,11 +48,17 @@ TEST(DictationApp, UntrustedLaunchShowsTheAlertOnceAndItsButtonEnablesAccessibil
     EXPECT_TRUE(rig.alerts.shown.empty());  // asynchronous
     rig.queue.runUntilIdle();
     ASSERT_EQ(rig.alerts.shown.size(), 1u);
-    EXPECT_EQ(rig.alerts.shown[0].title, "Accessibility Permission Required");
-    EXPECT_EQ(rig.alerts.shown[0].buttons, (std::vector<std::string>{"Open System Settings", "Cancel"}));
+    EXPECT_EQ(rig.alerts.shown[0].title, "Accessibility Is Off");
+    EXPECT_EQ(rig.alerts.shown[0].buttons, (std::vector<std::string>{"Turn On", "Cancel"}));
+    EXPECT_EQ(rig.alerts.shown[0].text.find("System Settings"), std::string::npos);
+    rig.urlOpener.failWith = "Could not open gnome-control-center (exit status 1).";
     rig.alerts.respond(0);
     EXPECT_EQ(rig.urlOpener.opened,
               (std::vector<std::string>{"x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility"}));
+    // A panel that did not open is not swallowed.
+    ASSERT_EQ(rig.alerts.shown.size(), 2u);
+    EXPECT_EQ(rig.alerts.shown[1].title, "Accessibility settings did not open");
+    EXPECT_EQ(rig.alerts.shown[1].text, "Could not open gnome-control-center (exit status 1).");
 
     DesktopRig enabling(false);
     enabling.enableAccessibilityResult = true;

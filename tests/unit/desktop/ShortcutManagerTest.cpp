@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "desktop/KeyCaps.h"
 #include "desktop/ShortcutManager.h"
 #include "foundation/Base64.h"
 #include "platform/testing/FakeHotKeys.h"
@@ -15,6 +16,8 @@ namespace {
 
 constexpr uint16_t kSpace = keycode::kSpace;
 constexpr uint16_t kEscape = keycode::kEscape;
+// Ctrl+Alt: Alt+Space alone is the window menu of most Linux desktops.
+constexpr uint64_t kDefaultModifiers = kModifierControl | kModifierOption;
 
 class ShortcutManagerTest : public ::testing::Test, protected StorageFixtureBase {
   protected:
@@ -47,14 +50,14 @@ class ShortcutManagerTest : public ::testing::Test, protected StorageFixtureBase
 
 TEST_F(ShortcutManagerTest, DefaultsRegisterOnlyTheToggleHotKeyAndBothMonitors) {
     start();
-    EXPECT_EQ(manager->currentShortcut, (Shortcut{49, 0x80000}));
+    EXPECT_EQ(manager->currentShortcut, (Shortcut{49, 0xC0000}));
     EXPECT_EQ(manager->cancelShortcut, (Shortcut{53, 0}));
 
     ASSERT_EQ(hotKeys.registrations().size(), 1u);
     const auto toggle = hotKeys.registrationFor(1);
     ASSERT_TRUE(toggle);
     EXPECT_EQ(toggle->keyCode, kSpace);
-    EXPECT_EQ(toggle->modifiers, kModifierOption);
+    EXPECT_EQ(toggle->modifiers, kDefaultModifiers);
     EXPECT_EQ(manager->toggleHotKeyRef(), toggle->handle);
     // Escape alone is never grabbed system-wide.
     EXPECT_FALSE(hotKeys.registrationFor(2));
@@ -64,7 +67,7 @@ TEST_F(ShortcutManagerTest, DefaultsRegisterOnlyTheToggleHotKeyAndBothMonitors) 
 
     const auto lines = logs->lines();
     ASSERT_GE(lines.size(), 3u);
-    EXPECT_TRUE(logs->contains("Registering shortcuts: keyCode=49, modifiers=524288"));
+    EXPECT_TRUE(logs->contains("Registering shortcuts: keyCode=49, modifiers=786432"));
     EXPECT_TRUE(logs->contains("Carbon HotKey registered successfully for toggle"));
     EXPECT_FALSE(logs->contains("for cancel"));
     EXPECT_EQ(lines.back(), "Shortcut registration completed");
@@ -74,7 +77,7 @@ TEST_F(ShortcutManagerTest, DefaultsRegisterOnlyTheToggleHotKeyAndBothMonitors) 
 
 TEST_F(ShortcutManagerTest, HotKeyPressCallsTheToggleHandlerOnceThroughTheMainQueue) {
     start();
-    ASSERT_TRUE(hotKeys.press(kSpace, kModifierOption | kModifierCapsLock));
+    ASSERT_TRUE(hotKeys.press(kSpace, kDefaultModifiers | kModifierCapsLock));
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 1);
     EXPECT_EQ(cancels, 0);
@@ -83,13 +86,13 @@ TEST_F(ShortcutManagerTest, HotKeyPressCallsTheToggleHandlerOnceThroughTheMainQu
 
 TEST_F(ShortcutManagerTest, GlobalMonitorMatchesMaskedFlagsExactly) {
     start();
-    globalMonitor.keyDown(kSpace, kModifierOption | kModifierCapsLock | 0x800000 /* keypad */);
+    globalMonitor.keyDown(kSpace, kDefaultModifiers | kModifierCapsLock | 0x800000 /* keypad */);
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 1) << "lock and device bits are masked off";
 
-    globalMonitor.keyDown(kSpace, kModifierOption | kModifierShift);
+    globalMonitor.keyDown(kSpace, kDefaultModifiers | kModifierShift);
     globalMonitor.keyDown(kSpace, 0);
-    globalMonitor.keyDown(keycode::kA, kModifierOption);
+    globalMonitor.keyDown(keycode::kA, kDefaultModifiers);
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 1) << "an extra Shift, a missing Option or another key is not the shortcut";
 
@@ -105,7 +108,7 @@ TEST_F(ShortcutManagerTest, GlobalMonitorMatchesMaskedFlagsExactly) {
 TEST_F(ShortcutManagerTest, GlobalMonitorCallsHandlersAsynchronously) {
     start();
     int togglesSeenBySecondTask = -1;
-    globalMonitor.keyDown(kSpace, kModifierOption);
+    globalMonitor.keyDown(kSpace, kDefaultModifiers);
     clock.post([&] { togglesSeenBySecondTask = toggles; });
     // The monitor's own task runs first and only schedules the handler, after the task queued above.
     clock.runUntilIdle();
@@ -115,16 +118,16 @@ TEST_F(ShortcutManagerTest, GlobalMonitorCallsHandlersAsynchronously) {
 
 TEST_F(ShortcutManagerTest, LocalMonitorConsumesMatchesAndCallsHandlersSynchronously) {
     start();
-    EXPECT_TRUE(localMonitor.keyDown(kSpace, kModifierOption | kModifierCapsLock));
+    EXPECT_TRUE(localMonitor.keyDown(kSpace, kDefaultModifiers | kModifierCapsLock));
     EXPECT_EQ(toggles, 1) << "called before the event loop runs again";
-    EXPECT_TRUE(logs->contains("Local event - KeyCode: 49, Modifiers: 524288, Expected: 49, 524288"));
+    EXPECT_TRUE(logs->contains("Local event - KeyCode: 49, Modifiers: 786432, Expected: 49, 786432"));
     EXPECT_TRUE(logs->contains("🔥 SHORTCUT MATCHED! Consuming event to prevent space insertion"));
     EXPECT_TRUE(logs->contains("TIMESTAMP: 800000000"));
     EXPECT_TRUE(logs->contains(" - USER SHORTCUT TRIGGERED"));
 
-    EXPECT_FALSE(localMonitor.keyDown(kSpace, kModifierOption | kModifierShift));
+    EXPECT_FALSE(localMonitor.keyDown(kSpace, kDefaultModifiers | kModifierShift));
     EXPECT_FALSE(localMonitor.keyDown(keycode::kA, 0));
-    EXPECT_FALSE(localMonitor.dispatch({KeyEventType::flagsChanged, keycode::kOption, kModifierOption}));
+    EXPECT_FALSE(localMonitor.dispatch({KeyEventType::flagsChanged, keycode::kOption, kDefaultModifiers}));
     EXPECT_EQ(toggles, 1);
 
     EXPECT_TRUE(localMonitor.keyDown(kEscape, 0));
@@ -138,10 +141,10 @@ TEST_F(ShortcutManagerTest, LocalMonitorConsumesMatchesAndCallsHandlersSynchrono
 TEST_F(ShortcutManagerTest, SuspensionSilencesAllThreePathsAndLetsKeysThrough) {
     start();
     manager->isSuspended = true;
-    EXPECT_TRUE(hotKeys.press(kSpace, kModifierOption));
-    globalMonitor.keyDown(kSpace, kModifierOption);
+    EXPECT_TRUE(hotKeys.press(kSpace, kDefaultModifiers));
+    globalMonitor.keyDown(kSpace, kDefaultModifiers);
     globalMonitor.keyDown(kEscape, 0);
-    EXPECT_FALSE(localMonitor.keyDown(kSpace, kModifierOption));
+    EXPECT_FALSE(localMonitor.keyDown(kSpace, kDefaultModifiers));
     EXPECT_FALSE(localMonitor.keyDown(kEscape, 0));
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 0);
@@ -152,7 +155,7 @@ TEST_F(ShortcutManagerTest, SuspensionSilencesAllThreePathsAndLetsKeysThrough) {
     EXPECT_EQ(hotKeys.registrations().size(), 1u);
 
     manager->isSuspended = false;
-    hotKeys.press(kSpace, kModifierOption);
+    hotKeys.press(kSpace, kDefaultModifiers);
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 1);
 }
@@ -160,9 +163,9 @@ TEST_F(ShortcutManagerTest, SuspensionSilencesAllThreePathsAndLetsKeysThrough) {
 TEST_F(ShortcutManagerTest, ToggleWinsWhenBothShortcutsAreTheSame) {
     start();
     manager->cancelShortcut = manager->currentShortcut;
-    globalMonitor.keyDown(kSpace, kModifierOption);
+    globalMonitor.keyDown(kSpace, kDefaultModifiers);
     clock.runUntilIdle();
-    EXPECT_TRUE(localMonitor.keyDown(kSpace, kModifierOption));
+    EXPECT_TRUE(localMonitor.keyDown(kSpace, kDefaultModifiers));
     EXPECT_EQ(toggles, 2);
     EXPECT_EQ(cancels, 0);
 }
@@ -183,7 +186,7 @@ TEST_F(ShortcutManagerTest, CancelShortcutWithAModifierIsAHotKeyWithId2) {
 }
 
 TEST_F(ShortcutManagerTest, RefusedRegistrationsAreLoggedAndTheMonitorsStillWork) {
-    hotKeys.refuse(kSpace, kModifierOption, 10);
+    hotKeys.refuse(kSpace, kDefaultModifiers, 10);
     hotKeys.refuse(kEscape, kModifierControl, 10);
     storeShortcuts(std::nullopt, Shortcut{kEscape, kModifierControl}.encode());
     start();
@@ -192,7 +195,7 @@ TEST_F(ShortcutManagerTest, RefusedRegistrationsAreLoggedAndTheMonitorsStillWork
     EXPECT_FALSE(manager->toggleHotKeyRef());
     EXPECT_EQ(logs->lines().back(), "Shortcut registration completed");
 
-    globalMonitor.keyDown(kSpace, kModifierOption);
+    globalMonitor.keyDown(kSpace, kDefaultModifiers);
     globalMonitor.keyDown(kEscape, kModifierControl);
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 1);
@@ -206,7 +209,7 @@ TEST_F(ShortcutManagerTest, HandlerInstallFailureSkipsHotKeysButNotMonitors) {
     EXPECT_EQ(hotKeys.registerCalls, 0);
     EXPECT_FALSE(logs->contains("Carbon HotKey registered"));
     EXPECT_EQ(globalMonitor.monitorCount(), 1u);
-    EXPECT_TRUE(localMonitor.keyDown(kSpace, kModifierOption));
+    EXPECT_TRUE(localMonitor.keyDown(kSpace, kDefaultModifiers));
     EXPECT_EQ(toggles, 1);
 }
 
@@ -231,8 +234,8 @@ TEST_F(ShortcutManagerTest, ChangeSequencePersistsAndReRegisters) {
     EXPECT_EQ(hotKeys.registrations()[0].keyCode, keycode::kA);
     EXPECT_EQ(globalMonitor.monitorCount(), 1u);
     EXPECT_EQ(localMonitor.monitorCount(), 1u);
-    EXPECT_FALSE(hotKeys.press(kSpace, kModifierOption));
-    globalMonitor.keyDown(kSpace, kModifierOption);
+    EXPECT_FALSE(hotKeys.press(kSpace, kDefaultModifiers));
+    globalMonitor.keyDown(kSpace, kDefaultModifiers);
     hotKeys.press(keycode::kA, kModifierControl);
     clock.runUntilIdle();
     EXPECT_EQ(toggles, 1);
@@ -261,8 +264,8 @@ TEST_F(ShortcutManagerTest, UnregisterAndDestructionRemoveEverythingAndDropPendi
     manager->registerShortcuts();
 
     // A press already on its way when the manager goes away does nothing.
-    globalMonitor.keyDown(kSpace, kModifierOption);
-    hotKeys.press(kSpace, kModifierOption);
+    globalMonitor.keyDown(kSpace, kDefaultModifiers);
+    hotKeys.press(kSpace, kDefaultModifiers);
     manager.reset();
     EXPECT_EQ(globalMonitor.monitorCount(), 0u);
     EXPECT_TRUE(hotKeys.registrations().empty());
@@ -272,12 +275,31 @@ TEST_F(ShortcutManagerTest, UnregisterAndDestructionRemoveEverythingAndDropPendi
 
 TEST(ShortcutDisplay, PartsInFixedOrderThenKeyName) {
     using V = std::vector<std::string>;
-    EXPECT_EQ(ShortcutManager::displayParts(49, 0x80000), (V{"⌥", "Space"}));
-    EXPECT_EQ(ShortcutManager::displayParts(0, 0x1E0000), (V{"⌘", "⇧", "⌥", "⌃", "A"}));
+    EXPECT_EQ(ShortcutManager::displayParts(49, 0x80000), (V{"Alt", "Space"}));
+    EXPECT_EQ(ShortcutManager::displayParts(49, 0xC0000), (V{"Ctrl", "Alt", "Space"}));
+    EXPECT_EQ(ShortcutManager::displayParts(0, 0x1E0000), (V{"Ctrl", "Alt", "Shift", "Super", "A"}));
     EXPECT_EQ(ShortcutManager::displayParts(122, 0), (V{"Key"}));
     EXPECT_EQ(ShortcutManager::displayParts(53, 0), (V{"Esc"}));
-    EXPECT_EQ(ShortcutManager::displayParts(41, kModifierControl | kModifierCapsLock), (V{"⌃", ";"}));
-    EXPECT_EQ(ShortcutManager::displayParts(36, kModifierCommand), (V{"⌘", "Return"}));
+    EXPECT_EQ(ShortcutManager::displayParts(41, kModifierControl | kModifierCapsLock), (V{"Ctrl", ";"}));
+    EXPECT_EQ(ShortcutManager::displayParts(36, kModifierCommand), (V{"Super", "Return"}));
+    // Every combination of the four: one cap per bit present, always in the order Ctrl, Alt, Shift, Super.
+    const std::vector<std::pair<uint64_t, std::string>> caps = {{kModifierControl, "Ctrl"},
+                                                                {kModifierOption, "Alt"},
+                                                                {kModifierShift, "Shift"},
+                                                                {kModifierCommand, "Super"}};
+    for (unsigned mask = 0; mask < 16; ++mask) {
+        uint64_t modifiers = 0;
+        V expected;
+        for (unsigned bit = 0; bit < 4; ++bit) {
+            if (mask & (1u << bit)) {
+                modifiers |= caps[bit].first;
+                expected.push_back(caps[bit].second);
+            }
+        }
+        expected.push_back("Space");
+        EXPECT_EQ(ShortcutManager::displayParts(49, modifiers | kModifierCapsLock), expected) << mask;
+    }
+    EXPECT_EQ(joinKeyCaps(ShortcutManager::displayParts(49, 0xC0000)), "Ctrl+Alt+Space");
     const std::vector<std::pair<uint16_t, const char*>> digits = {{18, "1"}, {19, "2"}, {20, "3"}, {21, "4"},
                                                                   {23, "5"}, {22, "6"}, {26, "7"}, {28, "8"},
                                                                   {25, "9"}, {29, "0"}};

@@ -13,7 +13,7 @@ struct TrayRig {
     ScopedLogSink scoped{logs};
     Observable<bool> isRecording{false};
     std::vector<std::string> calls;
-    std::string toggleText = "⌥Space";
+    std::string toggleText = "Ctrl+Alt+Space";
     StatusItemController tray{isRecording, hooks()};
 
     StatusItemController::Hooks hooks() {
@@ -44,7 +44,7 @@ TEST(StatusItemController, MenuOrderTitlesAndShortcutTexts) {
     EXPECT_EQ(titles(rig.tray), (std::vector<std::string>{"Toggle Recording", "Cancel Recording", "-", "Show Permissions",
                                                           "Check for Updates…", "-", "Open Main Window", "Sign Out",
                                                           "Quit Vocle"}));
-    EXPECT_EQ(rig.tray.menu()[0].shortcutText, "⌥Space");
+    EXPECT_EQ(rig.tray.menu()[0].shortcutText, "Ctrl+Alt+Space");
     EXPECT_EQ(rig.tray.menu()[1].shortcutText, "Esc");
     for (size_t i = 2; i < rig.tray.menu().size(); ++i) EXPECT_EQ(rig.tray.menu()[i].shortcutText, "");
 

@@ -130,7 +130,8 @@ TEST(AudioRecordingServiceStart, RefusedStartsLeaveNothingRunning) {
     h.capture.authorization = MicrophoneAuthorization::denied;
     h.start(h.mode(false, true));
     EXPECT_EQ(h.e().errorMessage.get(),
-              "Microphone access is restricted or denied. Please enable it in System Settings.");
+              "Microphone access is blocked. Allow Vocle to use the microphone in your desktop's privacy "
+              "settings.");
     h.queue.advance(1.0);
     EXPECT_TRUE(h.capture.sessions.empty());
     EXPECT_FALSE(h.e().isRecording.get());
@@ -212,7 +213,10 @@ TEST(AudioRecordingServiceStart, RefusedScreenCaptureAbandonsTheRecording) {
     h.screen.requestAnswer = false;
     h.start(h.mode(true));
     h.queue.advance(1.0);
-    EXPECT_EQ(h.e().errorMessage.get(), "Screen Recording permission is required to capture app audio.");
+    EXPECT_EQ(
+        h.e().errorMessage.get(),
+        "Vocle cannot capture the sound of other applications: the sound server offers no monitor of your "
+        "output device.");
     EXPECT_TRUE(h.capture.sessions.empty());
     EXPECT_TRUE(h.screen.streams.empty());
     EXPECT_FALSE(h.e().isRecording.get());
@@ -251,6 +255,30 @@ TEST(AudioRecordingServiceStart, SameSecondRestartDeletesLeftoverFiles) {
     h.start(h.mode(true));
     EXPECT_FALSE(std::filesystem::exists(h.file("vocle_1700000000.wav")));
     EXPECT_FALSE(std::filesystem::exists(h.file("vocle_mic_1700000000.wav")));
+}
+
+}  // namespace
+
+namespace {
+
+// Whoever starts the engine (the app, vocle-cli) hears why nothing could be recorded, before any sound.
+TEST(AudioRecordingServiceStart, NoSoundServerOrNoInputDeviceRefusesTheStartWithTheReason) {
+    EngineHarness h;
+    h.capture.soundServer = false;
+    h.start(h.mode(false));
+    EXPECT_EQ(h.e().errorMessage.get(), AudioRecordingService::kNoSoundServerMessage);
+    h.queue.advance(1.0);
+    EXPECT_TRUE(h.capture.sessions.empty());
+    EXPECT_FALSE(h.e().isRecording.get());
+    EXPECT_TRUE(h.sounds().empty());
+
+    h.capture.soundServer = true;
+    h.capture.deviceList.clear();
+    EXPECT_EQ(h.e().inputProblem(), std::optional<std::string>(AudioRecordingService::kNoInputDeviceMessage));
+    h.start(h.mode(false));
+    EXPECT_EQ(h.e().errorMessage.get(), AudioRecordingService::kNoInputDeviceMessage);
+    h.queue.advance(1.0);
+    EXPECT_TRUE(h.capture.sessions.empty());
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ TEST_F(HomeTest, AFreshInstallationWithoutASourceShowsNoneOfSixComplete) {
     ASSERT_EQ(vm->items.get().size(), 6u);
     EXPECT_EQ(vm->items.get()[0].title, "Grant microphone permission");
     EXPECT_EQ(vm->items.get()[5].title, "Complete your first recording");
-    EXPECT_EQ(vm->toggleShortcutParts(), (std::vector<std::string>{"⌥", "Space"}));
+    EXPECT_EQ(vm->toggleShortcutParts(), (std::vector<std::string>{"Ctrl", "Alt", "Space"}));
 }
 
 TEST_F(HomeTest, MicrophoneCountsOnlyWhenASourceExistsAndOpens) {
@@ -150,6 +150,8 @@ TEST_F(PermissionsTest, AccessibilityEnablePromptsOpensSettingsAlertsAndRereadsO
     EXPECT_EQ(urls.opened, (std::vector<std::string>{kAccessibilitySettingsURL}));
     ASSERT_TRUE(vm.alert.get());
     EXPECT_EQ(vm.alert.get()->title, "Accessibility Permission Required");
+    EXPECT_EQ(std::string(PermissionsViewModel::kAlertText).find("System Settings"), std::string::npos);
+    EXPECT_FALSE(vm.openProblem.get());
 
     accessibility.setTrusted(true);  // the user turns the bus on meanwhile
     queue.advance(0.9);
@@ -164,8 +166,12 @@ TEST_F(PermissionsTest, MicrophoneEnableRereadsAfterASecondAndAnAlreadyTrustedBu
     accessibility.setTrusted(true);
     PermissionsViewModel vm(queue, probe, urls);
     EXPECT_FALSE(vm.microphoneAuthorized.get());
+    // Where the desktop has no sound panel, what to check is shown instead of nothing at all.
+    urls.failWith = "Open your desktop's sound settings and check that a microphone is connected.";
     vm.enableMicrophone();
     EXPECT_EQ(urls.opened, (std::vector<std::string>{kMicrophoneSettingsURL}));
+    EXPECT_EQ(vm.openProblem.get(), urls.failWith);
+    urls.failWith.reset();
     capture.deviceList = {{"alsa_input.usb", "USB Mic"}};
     capture.defaultUid = "alsa_input.usb";
     queue.advance(1.0);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "desktop/KeyCaps.h"
 #include "screens/ShortcutControl.h"
 
 namespace vocle::testing {
@@ -11,7 +12,7 @@ namespace vocle::testing {
 // Stands in for the shortcut registry at the screens' seam: remembers the calls in order.
 class RecordingShortcuts final : public ShortcutControl {
   public:
-    KeyCombination toggle{keys::kSpace, keys::kOption};
+    KeyCombination toggle{keys::kSpace, keys::kControl | keys::kOption};
     KeyCombination cancel{keys::kEscape, 0};
     bool suspended = false;
     std::vector<std::string> calls;
@@ -33,14 +34,12 @@ class RecordingShortcuts final : public ShortcutControl {
         suspended = s;
         calls.push_back(s ? "suspend" : "resume");
     }
+    std::optional<int> toggleFailure;
+    std::optional<int> toggleRegistrationFailure() const override { return toggleFailure; }
     std::vector<std::string> displayParts(uint16_t keyCode, uint64_t modifiers) const override {
         static const std::map<uint16_t, std::string> names = {{0, "A"},   {12, "Q"},      {40, "K"},
                                                               {36, "Return"}, {49, "Space"}, {53, "Esc"}};
-        std::vector<std::string> parts;
-        if (modifiers & keys::kCommand) parts.emplace_back("⌘");
-        if (modifiers & keys::kShift) parts.emplace_back("⇧");
-        if (modifiers & keys::kOption) parts.emplace_back("⌥");
-        if (modifiers & keys::kControl) parts.emplace_back("⌃");
+        std::vector<std::string> parts = modifierKeyCaps(modifiers);
         auto it = names.find(keyCode);
         parts.push_back(it == names.end() ? "Key" : it->second);
         return parts;

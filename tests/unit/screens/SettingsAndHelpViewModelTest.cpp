@@ -216,3 +216,51 @@ TEST_F(HelpTest, ABackendErrorIsShownUnderTheFormAndASecondSendClearsIt) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(SettingsTest, ARefusedShortcutCarriesAWarningUntilItWorksAndANoticeCanOpenThePicker) {
+    EXPECT_FALSE(vm.toggleShortcutWarning());
+    EXPECT_FALSE(vm.cancelShortcutWarning());
+    shortcuts.toggleFailure = kHotKeyBusy;
+    EXPECT_EQ(
+        vm.toggleShortcutWarning(),
+        "Ctrl+Alt+Space is already used by your desktop or another application. Choose another shortcut.");
+    shortcuts.toggleFailure.reset();
+    EXPECT_FALSE(vm.toggleShortcutWarning());
+
+    std::optional<bool> waiting = false;  // the cancel picker was asked for
+    std::vector<bool> opened;
+    vm.takePickerRequest = [&] { return std::exchange(waiting, std::nullopt); };
+    auto sub = vm.openPicker.subscribe([&](bool toggle) { opened.push_back(toggle); });
+    vm.checkPickerRequest();
+    vm.checkPickerRequest();
+    EXPECT_EQ(opened, (std::vector<bool>{false})) << "a request opens one picker, once";
+}
+
+TEST_F(SettingsTest, TheMicrophoneListSaysWhyItIsEmpty) {
+    vm.load();
+    EXPECT_EQ(vm.inputAvailability.get(), InputAvailability::available);
+    capture.soundServer = false;
+    vm.refreshDevices();
+    EXPECT_EQ(vm.inputAvailability.get(), InputAvailability::noSoundServer);
+    EXPECT_TRUE(vm.availableDevices.get().empty());
+    capture.soundServer = true;
+    capture.deviceList.clear();
+    vm.refreshDevices();
+    EXPECT_EQ(vm.inputAvailability.get(), InputAvailability::noInputDevice);
+}
+
+TEST_F(HelpTest, AFailureToOpenTheDocsIsShownAndClearedOnTheNextTry) {
+    SupportService support(*g.backend);
+    HelpViewModel vm(support, urls, "https://vocle.example/docs");
+    urls.failWith = "Could not open xdg-open (exit status 3).";
+    vm.openDocs();
+    EXPECT_EQ(urls.opened, (std::vector<std::string>{"https://vocle.example/docs"}));
+    EXPECT_EQ(vm.openProblem.get(), urls.failWith);
+    urls.failWith.reset();
+    vm.openDocs();
+    EXPECT_FALSE(vm.openProblem.get());
+}
+
+}  // namespace

@@ -37,17 +37,17 @@ class PickerOnShortcutManagerTest : public ::testing::Test, protected StorageFix
 };
 
 TEST_F(PickerOnShortcutManagerTest, TheCurrentShortcutTypedInTheOpenPickerIsCapturedNotDictated) {
-    // Without a picker, Option+Space in our own window toggles.
-    EXPECT_TRUE(localMonitor.keyDown(keycode::kSpace, kModifierOption));
+    // Without a picker, Ctrl+Alt+Space in our own window toggles.
+    EXPECT_TRUE(localMonitor.keyDown(keycode::kSpace, kModifierControl | kModifierOption));
     EXPECT_EQ(toggles, 1);
 
     settings.setShowingShortcutPicker(true);
     auto picker = settings.makeShortcutPicker();
     picker->startCapturing();
     EXPECT_TRUE(manager.isSuspended);
-    EXPECT_TRUE(localMonitor.keyDown(keycode::kSpace, kModifierOption));
+    EXPECT_TRUE(localMonitor.keyDown(keycode::kSpace, kModifierControl | kModifierOption));
     EXPECT_EQ(toggles, 1);
-    EXPECT_EQ(picker->previewParts(), (std::vector<std::string>{"⌥", "Space"}));
+    EXPECT_EQ(picker->previewParts(), (std::vector<std::string>{"Ctrl", "Alt", "Space"}));
 
     // Control+A then Return: stored, and the hot key is registered anew.
     EXPECT_TRUE(localMonitor.keyDown(keycode::kA, kModifierControl));
@@ -61,10 +61,10 @@ TEST_F(PickerOnShortcutManagerTest, TheCurrentShortcutTypedInTheOpenPickerIsCapt
     EXPECT_EQ(registered->modifiers, kModifierControl);
     EXPECT_EQ(Shortcut::decode(storage.loadSettings().toggleShortcut.value_or("")),
               std::optional<Shortcut>(Shortcut{keycode::kA, kModifierControl}));
-    EXPECT_EQ(settings.toggleShortcutParts(), (std::vector<std::string>{"⌃", "A"}));
+    EXPECT_EQ(settings.toggleShortcutParts(), (std::vector<std::string>{"Ctrl", "A"}));
 
     // The old shortcut no longer toggles; the new one does.
-    EXPECT_FALSE(localMonitor.keyDown(keycode::kSpace, kModifierOption));
+    EXPECT_FALSE(localMonitor.keyDown(keycode::kSpace, kModifierControl | kModifierOption));
     EXPECT_TRUE(localMonitor.keyDown(keycode::kA, kModifierControl));
     EXPECT_EQ(toggles, 2);
 }

@@ -183,9 +183,9 @@ TEST(TrayIcon, MenuMirrorsTheModelWithShortcutHintsAndTurnsRedWhileRecording) {
         for (QAction* a : tray.menu()->actions()) out.push_back(a->isSeparator() ? "-" : a->text().toStdString());
         return out;
     };
-    EXPECT_EQ(texts(), (std::vector<std::string>{"Toggle Recording\t⌥Space", "Cancel Recording\tEsc", "-",
-                                                 "Show Permissions", "Check for Updates…", "-", "Open Main Window",
-                                                 "Sign Out", "Quit Vocle"}));
+    EXPECT_EQ(texts(), (std::vector<std::string>{"Toggle Recording\tCtrl+Alt+Space", "Cancel Recording\tEsc",
+                                                 "-", "Show Permissions", "Check for Updates…", "-",
+                                                 "Open Main Window", "Sign Out", "Quit Vocle"}));
     EXPECT_FALSE(tray.menu()->actions()[1]->isEnabled());
     EXPECT_FALSE(tray.showsRecordingIcon());
     EXPECT_FALSE(tray.trayIcon()->icon().isNull());
@@ -193,7 +193,7 @@ TEST(TrayIcon, MenuMirrorsTheModelWithShortcutHintsAndTurnsRedWhileRecording) {
     w.state().isRecording.set(true);
     EXPECT_TRUE(tray.showsRecordingIcon());
     EXPECT_TRUE(tray.menu()->actions()[1]->isEnabled());
-    EXPECT_EQ(tray.menu()->actions()[0]->text().toStdString(), "Stop Recording\t⌥Space");
+    EXPECT_EQ(tray.menu()->actions()[0]->text().toStdString(), "Stop Recording\tCtrl+Alt+Space");
 
     tray.menu()->actions()[8]->trigger();
     EXPECT_EQ(w.rig.quits, 1);
