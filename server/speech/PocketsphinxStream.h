@@ -33,6 +33,9 @@ class PocketsphinxStream final : public SpeechStream {
 
     static constexpr double kDefaultMinSegmentSeconds = 6.0;
     static constexpr double kCalibrationSeconds = 3.0;
+    // A pause: this many 0.1 s steps 20 dB below the speech level.
+    static constexpr int kQuietStepsForPause = 2;
+    static constexpr double kQuietRatio = 0.01;
 
     // Back to the whole-utterance mean the model asks for (streaming switches the decoder to a live one).
     static void useConfiguredMean(ps_decoder_s* decoder);
@@ -42,6 +45,7 @@ class PocketsphinxStream final : public SpeechStream {
     void feed(const std::vector<int16_t>& samples);
     void calibrate();
     void giveBackDecoder();
+    bool quietStep(const int16_t* samples, size_t count);
     void closeUtterance();
     std::string joined(const std::string& tail) const;
 
@@ -54,6 +58,8 @@ class PocketsphinxStream final : public SpeechStream {
     bool started_ = false;
     bool calibrated_ = false;
     bool refeeding_ = false;
+    double speechLevel_ = 0;  // mean square of the loud steps
+    int quietSteps_ = 0;
     bool inUtterance_ = false;
     bool heardSpeech_ = false;
     size_t utteranceSamples_ = 0;
