@@ -17,7 +17,6 @@ namespace vocle::server {
 // mean in advance, so it starts from the decoder's prior, and once `kCalibrationSeconds` have arrived it
 // takes their own mean and decodes them again; from there the mean follows the running average. A
 // dictation that ends sooner is decoded whole at the end, exactly like an upload.
-
 class PocketsphinxStream final : public SpeechStream {
   public:
     explicit PocketsphinxStream(DecoderPool& pool, double minSegmentSeconds = kDefaultMinSegmentSeconds);
