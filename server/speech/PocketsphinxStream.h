@@ -26,10 +26,6 @@ class PocketsphinxStream final : public SpeechStream {
     std::string partial() override;
     std::string finish() override;
 
-    bool hasDecoder() const { return static_cast<bool>(lease_); }
-    // Utterances already closed at pauses.
-    size_t closedSegments() const { return segments_.size(); }
-
     static constexpr double kDefaultMinSegmentSeconds = 6.0;
     static constexpr double kCalibrationSeconds = 3.0;
     // A pause: this many 0.1 s steps 20 dB below the speech level.
