@@ -39,8 +39,7 @@ const std::map<std::string, Setter>& setters() {
              c.listenPort = static_cast<int>(port);
          }},
         {"data_dir", [](ServerConfig& c, const std::string&, const std::string& v) { c.dataDir = v; }},
-        {"database_url",
-         [](ServerConfig& c, const std::string&, const std::string& v) { c.databaseUrl = v; }},
+        {"database_url", [](ServerConfig& c, const std::string&, const std::string& v) { c.databaseUrl = v; }},
         {"speech_engine",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              if (v != "pocketsphinx" && v != "openai" && v != "command") {
@@ -86,8 +85,10 @@ const std::map<std::string, Setter>& setters() {
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.refreshTokenTtlSeconds = parseNumber(k, v, 1);
          }},
-        {"token_grace_seconds", [](ServerConfig& c, const std::string& k,
-                                   const std::string& v) { c.tokenGraceSeconds = parseNumber(k, v, 0); }},
+        {"token_grace_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.tokenGraceSeconds = parseNumber(k, v, 0);
+         }},
         {"max_body_bytes",
          [](ServerConfig& c, const std::string& k, const std::string& v) {
              c.maxBodyBytes = static_cast<size_t>(parseNumber(k, v, 1024));
@@ -97,24 +98,33 @@ const std::map<std::string, Setter>& setters() {
         {"stream_idle_seconds", [](ServerConfig& c, const std::string& k,
                                    const std::string& v) { c.streamIdleSeconds = parseNumber(k, v, 1); }},
         {"max_support_message_chars",
-         [](ServerConfig& c, const std::string& k,
-            const std::string& v) { c.maxSupportMessageChars = static_cast<size_t>(parseNumber(k, v, 1)); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxSupportMessageChars = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
         {"http_workers",
-         [](ServerConfig& c, const std::string& k,
-            const std::string& v) { c.httpWorkers = static_cast<int>(parseNumber(k, v, 1)); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.httpWorkers = static_cast<int>(parseNumber(k, v, 1));
+         }},
         {"header_timeout_seconds",
-         [](ServerConfig& c, const std::string& k,
-            const std::string& v) { c.headerTimeoutSeconds = parseNumber(k, v, 0.1); }},
-        {"idle_timeout_seconds", [](ServerConfig& c, const std::string& k,
-                                    const std::string& v) { c.idleTimeoutSeconds = parseNumber(k, v, 0.1); }},
-        {"body_timeout_seconds", [](ServerConfig& c, const std::string& k,
-                                    const std::string& v) { c.bodyTimeoutSeconds = parseNumber(k, v, 0.1); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.headerTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"idle_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.idleTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
+        {"body_timeout_seconds",
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.bodyTimeoutSeconds = parseNumber(k, v, 0.1);
+         }},
         {"max_connections",
-         [](ServerConfig& c, const std::string& k,
-            const std::string& v) { c.maxConnections = static_cast<size_t>(parseNumber(k, v, 1)); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxConnections = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
         {"max_connections_per_client",
-         [](ServerConfig& c, const std::string& k,
-            const std::string& v) { c.maxConnectionsPerClient = static_cast<size_t>(parseNumber(k, v, 1)); }},
+         [](ServerConfig& c, const std::string& k, const std::string& v) {
+             c.maxConnectionsPerClient = static_cast<size_t>(parseNumber(k, v, 1));
+         }},
     };
     return table;
 }
@@ -153,8 +163,7 @@ std::string usageText() {
            "  mail_from, smtp_url, smtp_user, smtp_password\n"
            "  access_token_ttl_seconds   default 3600\n"
            "  refresh_token_ttl_seconds  default 2592000 (30 days)\n"
-           "  token_grace_seconds        a spent pair is renewed again this long after its rotation (default "
-           "30)\n"
+           "  token_grace_seconds        a spent pair is renewed again this long after its rotation (default 30)\n"
            "  max_body_bytes             default 62914560 (60 MB)\n"
            "  max_audio_seconds          default 900\n"
            "  max_support_message_chars  default 20000\n"

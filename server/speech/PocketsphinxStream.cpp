@@ -90,12 +90,24 @@ void PocketsphinxStream::feed(const std::vector<int16_t>& samples) {
         offset += n;
         utteranceSamples_ += n;
         if (calibrated_ && !refeeding_) takeAverage(decoder);
-        if (ps_get_in_speech(decoder)) {
-            heardSpeech_ = true;
-        } else if (heardSpeech_ && utteranceSamples_ >= minSegmentSamples_) {
-            closeUtterance();
-        }
+        const bool quiet = quietStep(samples.data() + offset - n, n);
+        if (ps_get_in_speech(decoder)) heardSpeech_ = true;
+        // The recogniser's detector wants half a second of silence; speech read aloud seldom leaves that
+        // much, so a short gap well below the speech level also ends a long enough utterance.
+        const bool pause = !ps_get_in_speech(decoder) || quietSteps_ >= kQuietStepsForPause;
+        if (heardSpeech_ && pause && quiet && utteranceSamples_ >= minSegmentSamples_) closeUtterance();
     }
+}
+
+bool PocketsphinxStream::quietStep(const int16_t* samples, size_t count) {
+    double energy = 0;
+    for (size_t i = 0; i < count; ++i) energy += static_cast<double>(samples[i]) * samples[i];
+    energy /= static_cast<double>(std::max<size_t>(1, count));
+    // The speech level follows the loud steps and slowly forgets them.
+    speechLevel_ = std::max(energy, speechLevel_ * 0.995);
+    const bool quiet = energy < speechLevel_ * kQuietRatio;
+    quietSteps_ = quiet ? quietSteps_ + 1 : 0;
+    return quiet;
 }
 
 // The first stretch was decoded with a borrowed mean: decode it again with its own.

@@ -17,7 +17,6 @@ namespace vocle::server {
 // mean in advance, so it starts from the decoder's prior, and once `kCalibrationSeconds` have arrived it
 // takes their own mean and decodes them again; from there the mean follows the running average. A
 // dictation that ends sooner is decoded whole at the end, exactly like an upload.
-
 class PocketsphinxStream final : public SpeechStream {
   public:
     explicit PocketsphinxStream(DecoderPool& pool, double minSegmentSeconds = kDefaultMinSegmentSeconds);
@@ -27,12 +26,11 @@ class PocketsphinxStream final : public SpeechStream {
     std::string partial() override;
     std::string finish() override;
 
-    bool hasDecoder() const { return static_cast<bool>(lease_); }
-    // Utterances already closed at pauses.
-    size_t closedSegments() const { return segments_.size(); }
-
     static constexpr double kDefaultMinSegmentSeconds = 6.0;
     static constexpr double kCalibrationSeconds = 3.0;
+    // A pause: this many 0.1 s steps 20 dB below the speech level.
+    static constexpr int kQuietStepsForPause = 2;
+    static constexpr double kQuietRatio = 0.01;
 
     // Back to the whole-utterance mean the model asks for (streaming switches the decoder to a live one).
     static void useConfiguredMean(ps_decoder_s* decoder);
@@ -42,6 +40,7 @@ class PocketsphinxStream final : public SpeechStream {
     void feed(const std::vector<int16_t>& samples);
     void calibrate();
     void giveBackDecoder();
+    bool quietStep(const int16_t* samples, size_t count);
     void closeUtterance();
     std::string joined(const std::string& tail) const;
 
@@ -54,6 +53,8 @@ class PocketsphinxStream final : public SpeechStream {
     bool started_ = false;
     bool calibrated_ = false;
     bool refeeding_ = false;
+    double speechLevel_ = 0;  // mean square of the loud steps
+    int quietSteps_ = 0;
     bool inUtterance_ = false;
     bool heardSpeech_ = false;
     size_t utteranceSamples_ = 0;

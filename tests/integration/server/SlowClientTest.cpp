@@ -213,10 +213,9 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     std::string pending;
 
     // "Expect: 100-continue": the interim answer comes before the body is sent.
-    ASSERT_TRUE(sendAll(fd,
-                        "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
-                        "Expect: 100-continue\r\nContent-Length: " +
-                            std::to_string(body.size()) + "\r\n\r\n"));
+    ASSERT_TRUE(sendAll(fd, "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                            "Expect: 100-continue\r\nContent-Length: " +
+                                std::to_string(body.size()) + "\r\n\r\n"));
     EXPECT_EQ(readResponse(fd, pending, true).status, 100);
     ASSERT_TRUE(sendAll(fd, body));
     RawResponse r = readResponse(fd, pending);
@@ -224,9 +223,8 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     EXPECT_EQ(r.body, R"({"sent":true})");
 
     // Chunked, then two pipelined requests in one write, on the same connection.
-    ASSERT_TRUE(sendAll(fd,
-                        "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
-                        "Transfer-Encoding: chunked\r\n\r\n4\r\n{\"em\r\n"));
+    ASSERT_TRUE(sendAll(fd, "POST /auth/send-otp HTTP/1.1\r\nHost: x\r\nContent-Type: application/json\r\n"
+                            "Transfer-Encoding: chunked\r\n\r\n4\r\n{\"em\r\n"));
     const std::string rest = body.substr(4);
     char size[16];
     std::snprintf(size, sizeof size, "%zx", rest.size());
@@ -234,8 +232,7 @@ TEST(ServerSlowClientTest, ContinueChunkedPipelinedAndOversizedRequests) {
     r = readResponse(fd, pending);
     EXPECT_EQ(r.status, 200);
     EXPECT_EQ(r.body, R"({"sent":true})");
-    ASSERT_TRUE(
-        sendAll(fd, "GET /nowhere HTTP/1.1\r\nHost: x\r\n\r\nGET /settings HTTP/1.1\r\nHost: x\r\n\r\n"));
+    ASSERT_TRUE(sendAll(fd, "GET /nowhere HTTP/1.1\r\nHost: x\r\n\r\nGET /settings HTTP/1.1\r\nHost: x\r\n\r\n"));
     EXPECT_EQ(readResponse(fd, pending).status, 404);
     r = readResponse(fd, pending);
     EXPECT_EQ(r.status, 401);
