@@ -197,7 +197,7 @@ int main(int argc, char** argv) {
                 for (int i = 0; i < dictations; ++i) {
                     size_t from = desktop.logSize();
                     const double cpuBefore = processCpuSeconds();
-                    desktop.pressKeys("alt+space");
+                    desktop.pressKeys("ctrl+alt+space");
                     if (!desktop.waitForLog("audioOutput.isRecording after", 15s, from)) {
                         throw std::runtime_error("dictation " + std::to_string(i + 1) + " did not start");
                     }
@@ -206,7 +206,7 @@ int main(int argc, char** argv) {
                     const std::string before = desktop.targetText();
                     from = desktop.logSize();
                     const double pressed = wallSeconds();
-                    desktop.pressKeys("alt+space");
+                    desktop.pressKeys("ctrl+alt+space");
                     if (!waitFor([&] { return desktop.targetText() != before; }, 120s, 5ms)) {
                         throw std::runtime_error("dictation " + std::to_string(i + 1) +
                                                  " brought no text:\n" + desktop.vocleLog().substr(from));

@@ -43,7 +43,7 @@ class StreamedDictation : public ::testing::Test {
 
     void startDictation() {
         const size_t from = desktop->logSize();
-        desktop->pressKeys("alt+space");
+        desktop->pressKeys("ctrl+alt+space");
         ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, from)) << desktop->vocleLog();
     }
     // Speech into the microphone on another thread, as a user talks while the test looks at the screen.
@@ -72,7 +72,7 @@ TEST_F(StreamedDictation, TheWordsAreRecognisedWhileSpokenShownBesideTheIndicato
     speech.get();
 
     const size_t stop = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     ASSERT_TRUE(waitFor([&] { return !desktop->targetText().empty(); }, 30s, 20ms))
         << desktop->vocleLog().substr(stop);
     const std::string log = desktop->vocleLog().substr(stop);
@@ -97,7 +97,7 @@ TEST_F(StreamedDictation, WhenTheServerGoesAwayMidDictationTheRecordingStillArri
         << desktop->vocleLog().substr(from);
 
     const size_t stop = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     ASSERT_TRUE(desktop->waitForLog("bytes to backend", 15s, stop)) << desktop->vocleLog().substr(stop);
     // The server is back while the upload retries.
     desktop->restartServer();

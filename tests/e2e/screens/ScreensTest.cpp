@@ -522,11 +522,11 @@ TEST_F(Screens, ADictationTheBackendCouldNotTakeIsKeptAndRetriedFromTheHistoryOn
     desktop->stopServer();
     desktop->openTextTarget();
     const size_t start = desktop->logSize();
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
     ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, start))
         << desktop->vocleLog().substr(start);
     desktop->play(kClip);
-    desktop->pressKeys("alt+space");
+    desktop->pressKeys("ctrl+alt+space");
 
     // The alert of a dead backend keeps its dismiss button and offers another try.
     see("Check your network and try again.", "", 60s);
