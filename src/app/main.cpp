@@ -37,6 +37,7 @@
 #include "ui/Theme.h"
 #include "ui/TrayIcon.h"
 
+#include <csignal>
 #include <iostream>
 #include <memory>
 
@@ -78,6 +79,9 @@ std::string portalsOffered() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A write to a session bus or X server that has just gone away must come back as an error that ends
+    // us cleanly, not as SIGPIPE killing the process at logout.
+    std::signal(SIGPIPE, SIG_IGN);
     const DisplaySession displaySession = detectDisplaySession(ProcessEnvironment());
     // On Wayland our windows stay on XWayland: the indicator is an override-redirect X window there, which
     // no compositor focuses, and the X11 grab keeps serving X windows. The user's explicit choice wins.

@@ -14,14 +14,17 @@ void DictationControl::followEngine() {
     // The text current at subscription time is skipped: subscribe() only delivers later values.
     subscriptions_.push_back(engine_.processedText.subscribe(token_.guard([this](const std::string& text) {
         if (!text.empty()) status_.transcribedText.set(text);
-    }), q));
+    }),
+                                                             q));
     subscriptions_.push_back(engine_.isRecording.subscribe(
         token_.guard([this](const bool& value) { status_.isRecording.set(value); }), q));
     subscriptions_.push_back(engine_.isProcessing.subscribe(
         token_.guard([this](const bool& value) { status_.isProcessing.set(value); }), q));
-    subscriptions_.push_back(engine_.errorMessage.subscribe(token_.guard([](const std::optional<std::string>& message) {
-        if (message) log("Backend transcription error: ", *message);
-    }), q));
+    subscriptions_.push_back(
+        engine_.errorMessage.subscribe(token_.guard([](const std::optional<std::string>& message) {
+            if (message) log("Backend transcription error: ", *message);
+        }),
+                                       q));
 }
 
 void DictationControl::toggle() {
@@ -51,7 +54,8 @@ void DictationControl::start() {
         return;
     }
     if (mode && mode->recordSystemAudio && !s_.screenCapture.preflightAccess()) {
-        log("🚫 Cancelling start: 'Record system audio' is ON but Screen Recording permission is not granted.");
+        log("🚫 Cancelling start: 'Record system audio' is ON but Screen Recording permission is not "
+            "granted.");
         s_.mainQueue.post(token_.guard([this] { showSystemAudioPermissionAlert(); }));
         return;
     }
@@ -132,18 +136,7 @@ void DictationControl::showCannotHearAlert(const std::string& text) {
     request.title = "Vocle cannot hear anything";
     request.text = text;
     request.style = AlertStyle::warning;
-    request.buttons = {"Open Sound Settings", "Close"};
-    s_.alerts.show(request, token_.guard([this](int response) {
-        if (response != 0) return;
-        s_.urlOpener.openURL(kMicrophoneSettingsURL, token_.guard([this](const std::string& message) {
-            AlertRequest problem;
-            problem.title = "Sound settings did not open";
-            problem.text = message;
-            problem.style = AlertStyle::warning;
-            problem.buttons = {"OK"};
-            s_.alerts.show(problem, [](int) {});
-        }));
-    }));
+    offerSoundSettings(std::move(request), kMicrophoneSettingsURL);
 }
 
 void DictationControl::showSystemAudioPermissionAlert() {
@@ -155,10 +148,16 @@ void DictationControl::showSystemAudioPermissionAlert() {
         "the "
         "active mode's settings.";
     request.style = AlertStyle::warning;
+    offerSoundSettings(std::move(request), kScreenCaptureSettingsURL);
+}
+
+// The alert's first button opens the desktop's sound settings; a panel that does not open is said, not
+// swallowed.
+void DictationControl::offerSoundSettings(AlertRequest request, const std::string& settingsURL) {
     request.buttons = {"Open Sound Settings", "Close"};
-    s_.alerts.show(request, token_.guard([this](int response) {
+    s_.alerts.show(request, token_.guard([this, settingsURL](int response) {
         if (response != 0) return;
-        s_.urlOpener.openURL(kScreenCaptureSettingsURL, token_.guard([this](const std::string& message) {
+        s_.urlOpener.openURL(settingsURL, token_.guard([this](const std::string& message) {
             AlertRequest problem;
             problem.title = "Sound settings did not open";
             problem.text = message;

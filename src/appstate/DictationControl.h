@@ -60,6 +60,7 @@ public:
 private:
     void showSystemAudioPermissionAlert();
     void showCannotHearAlert(const std::string& text);
+    void offerSoundSettings(AlertRequest request, const std::string& settingsURL);
 
     DictationServices s_;
     AudioRecordingService& engine_;

@@ -119,7 +119,9 @@ void ClipboardManager::startNext() {
 
 void ClipboardManager::waitForModifiers(MonotonicTime deadline) {
     const uint64_t held = keys_.heldModifiers();
-    if (held != 0) {
+    // A transcript can be ready within milliseconds of the stop (a streamed one is): the shortcut's own
+    // key may still be down then, with the keyboard grabbed by the shortcut's owner.
+    if (held != 0 || keys_.nonModifierKeyHeld()) {
         const Seconds left = deadline - mainQueue_.clock().monotonicNow();
         // Sums of poll intervals fall short of the deadline by rounding; the last poll lands on it.
         if (left.count() > 1e-6) {
@@ -127,8 +129,10 @@ void ClipboardManager::waitForModifiers(MonotonicTime deadline) {
                              owner_.guard([this, deadline] { waitForModifiers(deadline); }));
             return;
         }
-        log("⚠️ Modifiers still held (", held, "); releasing them before pasting");
-        keys_.releaseHeldModifiers();
+        if (held != 0) {
+            log("⚠️ Modifiers still held (", held, "); releasing them before pasting");
+            keys_.releaseHeldModifiers();
+        }
     }
     simulatePaste();
     finish(pending_.front());

@@ -61,6 +61,10 @@ void PasteChain::postKey(uint16_t keyCode, bool down) {
     if (auto* keys = current()) keys->postKey(keyCode, down);
 }
 
+bool PasteChain::nonModifierKeyHeld() {
+    return xtest_ && route_ != PasteRoute::virtualKeyboard && xtest_->nonModifierKeyHeld();
+}
+
 uint64_t PasteChain::heldModifiers() {
     // Only the X server can tell which keys are down, and only while one of its windows has the focus;
     // the virtual keyboard's modifiers are its own, so nothing the user holds leaks into its chord.

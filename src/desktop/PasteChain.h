@@ -34,6 +34,7 @@ class PasteChain final : public SyntheticKeys {
 
     void postKey(uint16_t keyCode, bool down) override;
     uint64_t heldModifiers() override;
+    bool nonModifierKeyHeld() override;
     void releaseHeldModifiers() override;
     std::optional<std::string> focusedWindowClass() override;
     bool canDeliver() override;

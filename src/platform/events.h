@@ -120,6 +120,9 @@ class SyntheticKeys {
     // Whether keys sent now can reach the focused window at all. Asked once before each paste; when it
     // is false the paste leaves the text on the clipboard for the user.
     virtual bool canDeliver() { return true; }
+    // Whether a key that is no modifier (the shortcut's own key) is still down. While it is, the keyboard
+    // can still be grabbed by whoever bound the shortcut, and keys sent now would go there.
+    virtual bool nonModifierKeyHeld() { return false; }
 };
 
 // The system clipboard, plain text only. We stay the owner after writing, so the text can be pasted

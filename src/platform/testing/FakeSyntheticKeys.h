@@ -28,8 +28,10 @@ class FakeSyntheticKeys final : public SyntheticKeys {
         held = 0;
     }
     std::optional<std::string> focusedWindowClass() override { return windowClass; }
+    bool nonModifierKeyHeld() override { return otherKeyHeld; }
 
     uint64_t held = 0;
+    bool otherKeyHeld = false;
     std::optional<std::string> windowClass;
     std::vector<Posted> posted;
     int releaseCalls = 0;

@@ -87,6 +87,18 @@ uint64_t XTestSyntheticKeys::heldModifiers() {
     return flags;
 }
 
+bool XTestSyntheticKeys::nonModifierKeyHeld() {
+    if (!display_) return false;
+    char keys[32];
+    XQueryKeymap(display_, keys);
+    for (unsigned code = 8; code < 256; ++code) {
+        if (!isDown(keys, code)) continue;
+        const KeySym sym = XkbKeycodeToKeysym(display_, code, 0, 0);
+        if (!IsModifierKey(sym) && !macFlagForModifierKeysym(sym)) return true;
+    }
+    return false;
+}
+
 void XTestSyntheticKeys::releaseHeldModifiers() {
     if (!isAvailable()) return;
     char keys[32];

@@ -20,6 +20,7 @@ class XTestSyntheticKeys final : public SyntheticKeys {
     void postKey(uint16_t keyCode, bool down) override;
     uint64_t heldModifiers() override;
     void releaseHeldModifiers() override;
+    bool nonModifierKeyHeld() override;
     std::optional<std::string> focusedWindowClass() override;
 
   private:

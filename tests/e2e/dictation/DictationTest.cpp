@@ -12,6 +12,7 @@
 #include "foundation/Uuid.h"
 #include "support/TestSoundServer.h"
 #include "support/desktop/DesktopHarness.h"
+#include "support/desktop/WordsHeard.h"
 
 using namespace vocle::testing;
 namespace fs = std::filesystem;
@@ -23,24 +24,6 @@ const fs::path kClip = kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wa
 const std::string kClipWords = "he was not an ill disposed young man";
 const fs::path kOtherClip = kLibrivox / "sense_and_sensibility_01_austen_64kb-0930.wav";
 const std::string kOtherClipWords = "might even have been made amiable himself";
-
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
-    return s;
-}
-
-// How many of the reference's words the recogniser heard; pocketsphinx on a replayed recording gets most,
-// not all, of them right.
-size_t wordsHeard(const std::string& text, const std::string& reference) {
-    std::string cleaned;
-    for (const char c : lower(text)) cleaned += std::isalpha(static_cast<unsigned char>(c)) ? c : ' ';
-    std::istringstream heard(cleaned);
-    std::set<std::string> words{std::istream_iterator<std::string>(heard), {}};
-    std::istringstream expected(reference);
-    size_t n = 0;
-    for (std::string w; expected >> w;) n += words.count(w);
-    return n;
-}
 
 size_t countRecordings(const fs::path& folder) {
     size_t n = 0;

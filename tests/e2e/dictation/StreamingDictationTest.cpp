@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "support/desktop/DesktopHarness.h"
+#include "support/desktop/WordsHeard.h"
 
 using namespace vocle::testing;
 namespace fs = std::filesystem;
@@ -18,18 +19,6 @@ const fs::path kClip = kLibrivox / "sense_and_sensibility_01_austen_64kb-0880.wa
 const fs::path kSecondClip = kLibrivox / "sense_and_sensibility_01_austen_64kb-0930.wav";
 
 const std::string kClipWords = "he was not an ill disposed young man";
-
-size_t wordsHeard(const std::string& text, const std::string& reference) {
-    std::string cleaned;
-    for (const char c : text)
-        cleaned += std::isalpha(static_cast<unsigned char>(c)) ? static_cast<char>(std::tolower(c)) : ' ';
-    std::istringstream heard(cleaned);
-    std::set<std::string> words{std::istream_iterator<std::string>(heard), {}};
-    std::istringstream expected(reference);
-    size_t n = 0;
-    for (std::string w; expected >> w;) n += words.count(w);
-    return n;
-}
 
 class StreamedDictation : public ::testing::Test {
   protected:

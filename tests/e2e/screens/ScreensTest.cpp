@@ -16,6 +16,7 @@
 #include "foundation/Base64.h"
 #include "foundation/Json.h"
 #include "support/desktop/DesktopHarness.h"
+#include "support/desktop/WordsHeard.h"
 
 using namespace vocle::testing;
 namespace fs = std::filesystem;
@@ -24,19 +25,6 @@ namespace {
 
 const fs::path kClip = "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav";
 const std::string kClipWords = "he was not an ill disposed young man";
-
-// How many of the reference's words are in the text (the recogniser gets most, not all, right).
-size_t wordsHeard(const std::string& text, const std::string& reference) {
-    std::string cleaned;
-    for (const char c : text)
-        cleaned += std::isalpha(static_cast<unsigned char>(c)) ? static_cast<char>(std::tolower(c)) : ' ';
-    std::istringstream heard(cleaned);
-    std::set<std::string> words{std::istream_iterator<std::string>(heard), {}};
-    std::istringstream expected(reference);
-    size_t n = 0;
-    for (std::string w; expected >> w;) n += words.count(w);
-    return n;
-}
 
 // What the app logs when a toggle shortcut reaches it: the grabbed hot key, the key monitors, the start.
 const char* const kToggleLines[] = {"Carbon HotKey toggle detected!", "Global NSEvent shortcut detected!",

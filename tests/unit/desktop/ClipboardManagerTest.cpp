@@ -109,6 +109,24 @@ TEST_F(ClipboardManagerTest, WaitsForTheUsersModifiersBeforePasting) {
     EXPECT_EQ(historyTexts(), std::vector<std::string>{"later"});
 }
 
+TEST_F(ClipboardManagerTest, AnAnswerReadyBeforeTheShortcutsKeyIsUpWaitsForIt) {
+    keys.otherKeyHeld = true;  // modifiers already up, Space still down
+    manager->copyAndPaste("fast");
+    clock.advance(0.2);
+    EXPECT_TRUE(keys.posted.empty()) << "keys sent now would go to the shortcut's grab";
+    keys.otherKeyHeld = false;
+    clock.advance(ClipboardManager::kModifierPollInterval);
+    EXPECT_EQ(keys.posted, kCtrlV);
+
+    // A key held for good (the user typing on) delays the paste only until the deadline.
+    keys.posted.clear();
+    keys.otherKeyHeld = true;
+    manager->copyAndPaste("held");
+    clock.advance(ClipboardManager::kModifierReleaseTimeout);
+    EXPECT_EQ(keys.posted, kCtrlV);
+    EXPECT_EQ(keys.releaseCalls, 0) << "no modifier was held, none is released";
+}
+
 TEST_F(ClipboardManagerTest, ReleasesStuckModifiersAfterTheTimeoutAndPastesAnyway) {
     keys.held = kModifierOption | kModifierShift;
     manager->copyAndPaste("stuck");

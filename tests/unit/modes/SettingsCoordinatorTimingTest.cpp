@@ -5,8 +5,6 @@
 namespace vocle::testing {
 namespace {
 
-const char* kBackedUp = R"({"settings": {}, "settings_version": 4})";
-
 SettingsDoc documentWith(const std::string& vocabulary) {
     SettingsDoc doc;
     doc.vocabWords = vocabulary;

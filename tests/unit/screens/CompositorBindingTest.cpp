@@ -66,7 +66,7 @@ TEST_F(CompositorSettingsTest, LinesFollowTheStoredShortcutsAndCopyPutsThemOnThe
     EXPECT_TRUE(vm.compositorBindingLines().empty()) << "no lines where the desktop binds keys itself";
     vm.setCompositorShortcuts({CompositorFamily::sway, keysym, &pasteboard});
     EXPECT_EQ(vm.compositorBindingLines(),
-              (std::vector<std::string>{"bindsym Mod1+space exec vocle-cli toggle",
+              (std::vector<std::string>{"bindsym Ctrl+Mod1+space exec vocle-cli toggle",
                                         "bindsym Escape exec vocle-cli cancel"}));
     // A changed shortcut changes the line; lock bits never leak into it.
     shortcuts.toggle = {0, keys::kControl | keys::kShift | kModifierCapsLock};
