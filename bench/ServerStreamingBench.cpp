@@ -12,8 +12,11 @@
 #include "ServerBenchSupport.h"
 #include "foundation/Base64.h"
 #include "foundation/Clock.h"
+#include "support/WordErrors.h"
 
 using namespace vocle;
+using vocle::testing::wordErrors;
+using vocle::testing::words;
 using SteadyClock = std::chrono::steady_clock;
 
 namespace {
@@ -28,34 +31,6 @@ std::vector<int16_t> readClip(const std::string& name) {
     sf_read_short(file, pcm.data(), info.frames);
     sf_close(file);
     return pcm;
-}
-
-std::vector<std::string> words(const std::string& text) {
-    std::vector<std::string> out;
-    std::string current;
-    for (unsigned char ch : text) {
-        if (std::isalnum(ch) || ch == '\'') {
-            current.push_back(static_cast<char>(std::tolower(ch)));
-        } else if (!current.empty()) {
-            out.push_back(current);
-            current.clear();
-        }
-    }
-    if (!current.empty()) out.push_back(current);
-    return out;
-}
-
-size_t wordErrors(const std::vector<std::string>& ref, const std::vector<std::string>& hyp) {
-    std::vector<size_t> prev(hyp.size() + 1), cur(hyp.size() + 1);
-    for (size_t j = 0; j <= hyp.size(); ++j) prev[j] = j;
-    for (size_t i = 1; i <= ref.size(); ++i) {
-        cur[0] = i;
-        for (size_t j = 1; j <= hyp.size(); ++j)
-            cur[j] =
-                std::min({prev[j] + 1, cur[j - 1] + 1, prev[j - 1] + (ref[i - 1] == hyp[j - 1] ? 0 : 1)});
-        std::swap(prev, cur);
-    }
-    return prev[hyp.size()];
 }
 
 double cpuSeconds() {
