@@ -111,7 +111,8 @@ class LibdbusPortalBusTest : public ::testing::Test {
     void SetUp() override {
         ASSERT_NO_THROW(session = std::make_unique<DesktopSession>(busOnly()));
         service = std::make_unique<TestService>(session->busAddress(), kPortalService);
-        bus = std::make_unique<LibdbusPortalBus>(queue);
+        // libdbus reads the session bus's address once per process; each test has a bus of its own.
+        bus = std::make_unique<LibdbusPortalBus>(queue, session->busAddress());
         ASSERT_TRUE(bus->connected());
     }
     void TearDown() override {
