@@ -23,6 +23,9 @@ PACKAGES=(
     # XWayland, Qt's Wayland platform, wl-clipboard, wtype and grim for the tests
     libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
     x11-xserver-utils
+    # a headless GNOME session: mutter, the desktop portal with its GNOME backend, the media-keys settings
+    # schema for custom shortcuts, wayland-info to read the compositor's globals
+    mutter xdg-desktop-portal xdg-desktop-portal-gnome gnome-settings-daemon-common wayland-utils
     # a notification daemon for the desktop-notice tests
     dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation
