@@ -67,7 +67,7 @@ void DesktopHarness::startDesktop() {
     env_["DISPLAY"] = desktop_->display();
     env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();
     // Programs keep the harness's own runtime dir; the compositor's socket is named by its full path.
-    if (isWayland()) env_["WAYLAND_DISPLAY"] = (desktop_->runtimeDir() / desktop_->waylandDisplay()).string();
+    if (server_kind_ != DesktopSession::Server::x11) env_["WAYLAND_DISPLAY"] = (desktop_->runtimeDir() / desktop_->waylandDisplay()).string();
 }
 
 ChildProcess& DesktopHarness::startProgram(const std::vector<std::string>& argv,
