@@ -33,9 +33,7 @@ class DesktopHarness {
     // The session itself (GNOME: its consent dialogs are answered through it).
     DesktopSession& session() { return *desktop_; }
     // Wayland: runs swaymsg against the compositor; its output, or none on failure.
-    std::optional<std::string> swaymsg(const std::vector<std::string>& args) const {
-        return desktop_->swaymsg(args);
-    }
+    std::optional<std::string> swaymsg(const std::vector<std::string>& args) const { return desktop_->swaymsg(args); }
     // Starts a program of another application in the session (stopped with the harness); its output goes
     // to root()/<name>.log.
     ChildProcess& startProgram(const std::vector<std::string>& argv,
