@@ -138,19 +138,23 @@ TEST_F(RemoteDesktopPasteKdeTest, QuittingClosesTheSessionOnTheDesktop) {
     portal->request();
     ASSERT_TRUE(waitUntil([&] { return portal->state() == RemoteInputState::granted; }));
     const std::string handle = portal->sessionHandle().value();
-    // The session object answers on the bus while it lives.
-    auto introspect = [&] {
-        return kde().run(
-            {"gdbus", "introspect", "--session", "--dest", kPortalService, "--object-path", handle});
+    // The session object answers on the bus while it lives; asked from a connection of its own.
+    LibdbusPortalBus observer(queue, kde().busAddress());
+    auto holdsSession = [&] {
+        std::optional<BusReply> reply;
+        observer.call({handle, "org.freedesktop.DBus.Introspectable", "Introspect", {}},
+                      [&](BusReply r) { reply = std::move(r); });
+        waitUntil([&] { return reply.has_value(); }, 5.0);
+        const std::string* xml =
+            reply && reply->ok() && !reply->values.empty() ? reply->values[0].asString() : nullptr;
+        return xml && xml->find(kSessionInterface) != std::string::npos;
     };
-    ASSERT_TRUE(introspect().value_or("").find(kSessionInterface) != std::string::npos);
+    ASSERT_TRUE(holdsSession());
     paster.reset();
     chain.reset();
     keys.reset();
     portal.reset();  // Session.Close goes out; the bus stays connected
-    EXPECT_TRUE(pollUntil(
-        [&] { return introspect().value_or("").find(kSessionInterface) == std::string::npos; }, 5.0))
-        << "the desktop still holds the session";
+    EXPECT_TRUE(pollUntil([&] { return !holdsSession(); }, 5.0)) << "the desktop still holds the session";
 }
 
 }  // namespace
