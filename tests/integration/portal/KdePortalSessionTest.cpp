@@ -127,7 +127,7 @@ TEST_F(KdePortalSession, ADesktopEntryNamingTheProgramGrantsKWinsRestrictedGloba
     ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
     ASSERT_FALSE(contains(compositorGlobals(), "org_kde_plasma_window_management"));
 
-    grantWaylandInterfaces(session(), self, {"org_kde_plasma_window_management", "org_kde_kwin_fake_input"});
+    grantKWinInterfaces(session(), self, {"org_kde_plasma_window_management", "org_kde_kwin_fake_input"});
     std::vector<std::string> globals;
     EXPECT_TRUE(pollUntil(
         [&] {
@@ -158,6 +158,12 @@ TEST_F(KdePortalSession, AfterTheGrantKeysAndCtrlVReachANativeWaylandWindow) {
     press(handle, {kControlL, 'v'});
     EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello Plasma" + transcript; }, 5.0))
         << readFile(output);
+
+    // For a person to look at: the window as KWin draws it.
+    const auto shot = std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots" / "kde-text-window.png";
+    std::filesystem::create_directories(shot.parent_path());
+    std::string error;
+    EXPECT_TRUE(captureScreen(session(), shot, &error)) << error;
 }
 
 TEST_F(KdePortalSession, KeysAndCtrlVReachAnXWaylandWindowToo) {
