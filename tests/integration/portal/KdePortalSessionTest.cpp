@@ -215,4 +215,32 @@ TEST_F(KdePortalSession, AShortcutBoundThroughThePortalFiresOnItsKeys) {
     EXPECT_FALSE(client->waitForSignal("Activated", 1.0));
 }
 
+// The way a cancel shortcut is held only while a recording runs: its own session, closed at the stop.
+TEST_F(KdePortalSession, AShortcutSessionHoldsItsKeyOnlyWhileItIsOpen) {
+    const std::string keys = startKeyboardSession();
+    ASSERT_FALSE(keys.empty());
+    TempDir scratch;
+    const auto output = scratch.path() / "typed.txt";
+    ASSERT_NO_FATAL_FAILURE(openTextWindow(keys, output));
+
+    client->watch(kGlobalShortcuts);
+    std::string error;
+    auto created =
+        client->request(kGlobalShortcuts, "CreateSession", {},
+                        {{"session_handle_token", std::string("voclecancel")},
+                         {"shortcuts", PortalTestClient::Shortcuts{{"cancel", "Cancel the recording", "q"}}}},
+                        10.0, &error);
+    ASSERT_TRUE(created && created->code == 0) << error;
+    press(keys, {'q'});
+    ASSERT_TRUE(client->waitForSignal("Activated", 5.0)) << "the shortcut did not fire";
+    EXPECT_FALSE(pollUntil([&] { return !readFile(output).empty(); }, 0.5))
+        << "the window got a key the shortcut holds: " << readFile(output);
+
+    ASSERT_TRUE(client->closeSession(created->strings["session_handle"], &error)) << error;
+    press(keys, {'q'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "q"; }, 5.0))
+        << "the key did not come back: " << readFile(output);
+    EXPECT_FALSE(client->waitForSignal("Activated", 0.5));
+}
+
 }  // namespace
