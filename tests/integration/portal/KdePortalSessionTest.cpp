@@ -243,4 +243,34 @@ TEST_F(KdePortalSession, AShortcutSessionHoldsItsKeyOnlyWhileItIsOpen) {
     EXPECT_FALSE(client->waitForSignal("Activated", 0.5));
 }
 
+// What System Settings does when the user picks another key: kglobalaccel stores it for the component
+// named by the session token, and the open session is told.
+TEST_F(KdePortalSession, AKeyChangedInTheDesktopsSettingsReachesTheOpenSession) {
+    client->watch(kGlobalShortcuts);
+    std::string error;
+    auto created = client->request(
+        kGlobalShortcuts, "CreateSession", {},
+        {{"session_handle_token", std::string("voclerebind")},
+         {"shortcuts", PortalTestClient::Shortcuts{{"toggle", "Start or stop dictation", "CTRL+ALT+space"}}}},
+        10.0, &error);
+    ASSERT_TRUE(created && created->code == 0) << error;
+
+    constexpr int kCtrlAltD = 0x04000000 | 0x08000000 | 0x44;  // Qt's Ctrl | Alt | Key_D
+    ASSERT_TRUE(
+        session().run({"gdbus", "call", "--session", "--dest", "org.kde.kglobalaccel", "--object-path",
+                       "/kglobalaccel", "--method", "org.kde.KGlobalAccel.setForeignShortcut",
+                       "['voclerebind', 'toggle', 'voclerebind', 'Start or stop dictation']",
+                       "[" + std::to_string(kCtrlAltD) + "]"}));
+    const auto changed = client->waitForSignal("ShortcutsChanged", 5.0);
+    ASSERT_TRUE(changed) << "no ShortcutsChanged";
+    EXPECT_EQ(changed->strings, std::vector<std::string>{created->strings["session_handle"]});
+
+    const std::string keys = startKeyboardSession();
+    ASSERT_FALSE(keys.empty());
+    press(keys, {kControlL, kAltL, ' '});
+    EXPECT_FALSE(client->waitForSignal("Activated", 1.0)) << "the old key still fires";
+    press(keys, {kControlL, kAltL, 'd'});
+    EXPECT_TRUE(client->waitForSignal("Activated", 5.0)) << "the new key does not fire";
+}
+
 }  // namespace
