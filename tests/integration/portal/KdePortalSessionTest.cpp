@@ -273,4 +273,16 @@ TEST_F(KdePortalSession, AKeyChangedInTheDesktopsSettingsReachesTheOpenSession) 
     EXPECT_TRUE(client->waitForSignal("Activated", 5.0)) << "the new key does not fire";
 }
 
+// A session that has ended (closed by either side) refuses keys with an error rather than dropping them.
+TEST_F(KdePortalSession, KeysForAnEndedSessionAreRefused) {
+    const std::string handle = startKeyboardSession();
+    ASSERT_FALSE(handle.empty());
+    std::string error;
+    ASSERT_TRUE(client->notifyKeysym(handle, kControlL, true, &error)) << error;
+    ASSERT_TRUE(client->notifyKeysym(handle, kControlL, false, &error)) << error;
+    ASSERT_TRUE(client->closeSession(handle, &error)) << error;
+    EXPECT_FALSE(client->notifyKeysym(handle, 'a', true, &error));
+    EXPECT_EQ(error.rfind("org.freedesktop.DBus.Error.AccessDenied", 0), 0u) << error;
+}
+
 }  // namespace
