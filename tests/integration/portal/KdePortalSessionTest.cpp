@@ -1,7 +1,8 @@
 // The headless Plasma session against the real portal service: which portals and compositor globals an
-// application finds there, that the remote-control grant lets keys and a Ctrl+V reach a native Wayland
-// window, and that a shortcut bound through the GlobalShortcuts portal fires on its keys. Driven with a
-// plain D-Bus client, so a failure here is the desktop's, not the application's.
+// application finds there and how KWin's restricted ones are granted, that keys and a Ctrl+V sent through
+// the remote-control portal reach native Wayland and XWayland windows, and how shortcuts bound through the
+// GlobalShortcuts portal fire, hold their keys and follow the desktop's settings. Driven with a plain D-Bus
+// client, so a failure here is the desktop's, not the application's.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
