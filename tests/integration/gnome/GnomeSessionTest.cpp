@@ -39,6 +39,27 @@ bool waitFor(const std::function<bool()>& done, double timeout = 10.0) {
     return pollUntil(done, timeout, {}, 0.05);
 }
 
+// Whether the test window's text field has the keyboard focus, as a screen reader sees it.
+bool textFieldFocused(DesktopSession& desktop) {
+    const auto seen =
+        desktop.run({VOCLE_BINARY_DIR "/tests/vocle-test-screen-reader", "org.example.Notes"}, 5.0);
+    if (!seen) return false;
+    std::istringstream lines(*seen);
+    std::string line;
+    while (std::getline(lines, line))
+        if (line.rfind("text\t", 0) == 0 && line.size() >= 2 && line.substr(line.size() - 2) == "\t1")
+            return true;
+    return false;
+}
+
+// A native Wayland Qt text window (never XWayland) whose text is mirrored into `output`, its accessibility
+// tree exported for the focus checks.
+pid_t openNativeTextWindow(DesktopSession& desktop, const std::filesystem::path& output) {
+    return desktop.spawn(
+        {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
+        {"QT_QPA_PLATFORM=wayland", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"});
+}
+
 class GnomeSessionTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_NO_THROW(session()); }
@@ -46,25 +67,12 @@ class GnomeSessionTest : public ::testing::Test {
         for (pid_t pid : started) session().stop(pid);
     }
 
-    // A native Wayland Qt text window (never XWayland) whose text is mirrored into `output`; returns once
-    // its text field has the keyboard focus, as a screen reader reports it.
+    // Opens the text window and returns once its text field has the focus.
     void openNativeTextWindow(const std::filesystem::path& output) {
-        started.push_back(session().spawn(
-            {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
-            {"QT_QPA_PLATFORM=wayland", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"}));
+        started.push_back(::openNativeTextWindow(session(), output));
         ASSERT_TRUE(waitFor([&] { return textFieldFocused(); }, 15.0)) << "the Qt window never got the focus";
     }
-    bool textFieldFocused() {
-        const auto seen =
-            session().run({VOCLE_BINARY_DIR "/tests/vocle-test-screen-reader", "org.example.Notes"}, 5.0);
-        if (!seen) return false;
-        std::istringstream lines(*seen);
-        std::string line;
-        while (std::getline(lines, line))
-            if (line.rfind("text\t", 0) == 0 && line.size() >= 2 && line.substr(line.size() - 2) == "\t1")
-                return true;
-        return false;
-    }
+    bool textFieldFocused() { return ::textFieldFocused(session()); }
     // A keyboard session of the portal, consented to through the dialog the way a screen reader user does.
     std::unique_ptr<RemoteDesktopProbe> grantedKeyboard() {
         auto probe = std::make_unique<RemoteDesktopProbe>(session().busAddress());
@@ -203,6 +211,32 @@ TEST_F(GnomeSessionTest, WaylandCopyWithoutFocusIsPastedIntoANativeWaylandWindow
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(); })) << "wl-copy kept the focus";
     probe->paste();
     EXPECT_TRUE(waitFor([&] { return readFile(out) == "from wl-copy"; }))
+        << "the window received '" << readFile(out) << "'";
+}
+
+// Without XWayland: no X display is offered, and the portal still types into a native window.
+TEST(GnomeSessionWithoutXWaylandTest, StartsWithoutAnXDisplayAndThePortalStillTypes) {
+    DesktopSession::Options options;
+    options.server = DesktopSession::Server::gnome;
+    options.xwayland = false;
+    DesktopSession wayland(options);
+    EXPECT_TRUE(wayland.display().empty());
+    EXPECT_EQ(::getenv("DISPLAY"), nullptr);
+    ASSERT_FALSE(wayland.waylandDisplay().empty());
+    EXPECT_TRUE(std::filesystem::exists(wayland.runtimeDir() / wayland.waylandDisplay()));
+
+    TempDir scratch;
+    const auto out = scratch.path() / "typed.txt";
+    openNativeTextWindow(wayland, out);
+    ASSERT_TRUE(waitFor([&] { return textFieldFocused(wayland); }, 15.0))
+        << "the Qt window never got the focus";
+    RemoteDesktopProbe probe(wayland.busAddress());
+    ASSERT_EQ(probe.createKeyboardSession().code, 0u);
+    const auto response = probe.start([&] { wayland.gnome()->answerRemoteDesktopDialog(true); });
+    ASSERT_EQ(response.code, 0u);
+    ASSERT_TRUE(waitFor([&] { return textFieldFocused(wayland); }));
+    probe.type("no x here");
+    EXPECT_TRUE(waitFor([&] { return readFile(out) == "no x here"; }))
         << "the window received '" << readFile(out) << "'";
 }
 
