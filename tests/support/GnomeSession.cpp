@@ -95,8 +95,12 @@ void GnomeSession::startMutter() {
     const bool up = pollUntil(
         [&] {
             if (!session_.isRunning(mutter_)) return true;
-            if (waylandDisplay_.empty() && std::filesystem::exists(runtimeDir_ / "wayland-0"))
-                waylandDisplay_ = "wayland-0";
+            std::error_code ec;
+            for (const auto& entry : std::filesystem::directory_iterator(runtimeDir_, ec)) {
+                const std::string name = entry.path().filename().string();
+                if (name.rfind("wayland-", 0) == 0 && name.find('.') == std::string::npos)
+                    waylandDisplay_ = name;
+            }
             std::smatch m;
             const std::string text = readFile(log);
             if (options_.xwayland && display_.empty() && std::regex_search(text, m, publicDisplay))
