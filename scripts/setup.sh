@@ -24,8 +24,10 @@ PACKAGES=(
     libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
     x11-xserver-utils
     # a headless GNOME session: mutter, the desktop portal with its GNOME backend, the media-keys settings
-    # schema for custom shortcuts, wayland-info to read the compositor's globals
+    # schema for custom shortcuts, wayland-info to read the compositor's globals, GStreamer's PipeWire source for
+    # screenshots of mutter's screen cast
     mutter xdg-desktop-portal xdg-desktop-portal-gnome gnome-settings-daemon-common wayland-utils
+    gstreamer1.0-pipewire gstreamer1.0-tools
     # a notification daemon for the desktop-notice tests
     dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation

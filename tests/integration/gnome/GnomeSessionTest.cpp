@@ -39,6 +39,21 @@ bool waitFor(const std::function<bool()>& done, double timeout = 10.0) {
     return pollUntil(done, timeout, {}, 0.05);
 }
 
+// Width and height from a PNG's header.
+std::pair<uint32_t, uint32_t> pngSize(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    unsigned char header[24] = {};
+    in.read(reinterpret_cast<char*>(header), sizeof header);
+    auto be = [&](int at) {
+        return uint32_t(header[at]) << 24 | uint32_t(header[at + 1]) << 16 | uint32_t(header[at + 2]) << 8 |
+               uint32_t(header[at + 3]);
+    };
+    if (!in || std::string(reinterpret_cast<char*>(header) + 12, 4) != "IHDR") return {0, 0};
+    return {be(16), be(20)};
+}
+
+const std::filesystem::path kScreenshots = std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots";
+
 // Whether the test window's text field has the keyboard focus, as a screen reader sees it.
 bool textFieldFocused(DesktopSession& desktop) {
     const auto seen =
@@ -126,13 +141,34 @@ TEST_F(GnomeSessionTest, CompositorOffersTheClipboardButNoDataControlOrVirtualKe
 TEST_F(GnomeSessionTest, KeysTypedThroughThePortalAfterConsentReachANativeWaylandWindow) {
     const auto out = scratch.path() / "typed.txt";
     openNativeTextWindow(out);
-    auto probe = grantedKeyboard();
-    ASSERT_FALSE(HasFailure());
+    // The consent dialog as the user sees it, then answered.
+    const auto dialog = kScreenshots / "gnome-remote-desktop-consent.png";
+    auto probe = std::make_unique<RemoteDesktopProbe>(session().busAddress());
+    ASSERT_EQ(probe->createKeyboardSession().code, 0u);
+    const auto response = probe->start([&] {
+        EXPECT_TRUE(pollUntil(
+            [&] {
+                return session()
+                           .run({VOCLE_BINARY_DIR "/tests/vocle-test-screen-reader",
+                                 "xdg-desktop-portal-gnome"})
+                           .value_or("")
+                           .find("frame\tRemote desktop") != std::string::npos;
+            },
+            10.0, {}, 0.1))
+            << "no consent dialog";
+        EXPECT_NO_THROW(session().gnome()->screenshot(dialog));
+        EXPECT_TRUE(session().gnome()->answerRemoteDesktopDialog(true));
+    });
+    ASSERT_EQ(response.code, 0u);
+    EXPECT_EQ(pngSize(dialog), std::make_pair(1280u, 800u));
     // The dialog has gone and the window has its focus back.
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(); })) << "the focus did not come back to the window";
     probe->type("hello gnome");
     EXPECT_TRUE(waitFor([&] { return readFile(out) == "hello gnome"; }))
         << "the window received '" << readFile(out) << "'";
+    const auto typed = kScreenshots / "gnome-typed-through-portal.png";
+    ASSERT_NO_THROW(session().gnome()->screenshot(typed));
+    EXPECT_EQ(pngSize(typed), std::make_pair(1280u, 800u));
 }
 
 TEST_F(GnomeSessionTest, RefusedConsentIsAnsweredAsCancelledAndTypesNothing) {

@@ -6,6 +6,7 @@
 
 #include <sstream>
 
+#include "support/GnomeSession.h"
 #include "support/TestSoundServer.h"
 
 namespace vocle::testing {
@@ -247,6 +248,8 @@ void DesktopHarness::focusTextTarget() const {
 
 void DesktopHarness::screenshot(const fs::path& file) const {
     fs::create_directories(file.parent_path());
+    // GNOME has no screen-copy protocol for grim: mutter's own screen cast.
+    if (auto* gnome = desktop_->gnome()) return gnome->screenshot(file);
     const auto result =
         isWayland()
             ? runProgram({{"grim", file.string()}, env_}, 30s)
