@@ -60,6 +60,12 @@ GnomeSession::~GnomeSession() {
     bus_.reset();
     restoreEnv("XAUTHORITY", previousXauthority_);
     restoreEnv("XDG_CURRENT_DESKTOP", previousDesktop_);
+    // The document portal (started by the bus) mounts its file system in the runtime dir; it unmounts when
+    // the bus goes, but never remove files through a mount left behind.
+    const std::string documents = " " + (runtimeDir_ / "doc").string() + " ";
+    const bool unmounted = pollUntil(
+        [&] { return readFile("/proc/mounts").find(documents) == std::string::npos; }, 3.0, {}, 0.05);
+    if (!unmounted) session_.run({"fusermount3", "-u", "-z", (runtimeDir_ / "doc").string()});
     std::error_code ec;
     std::filesystem::remove_all(runtimeDir_, ec);
 }
