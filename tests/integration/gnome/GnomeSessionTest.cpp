@@ -169,6 +169,11 @@ TEST_F(GnomeSessionTest, KeysTypedThroughThePortalAfterConsentReachANativeWaylan
     const auto typed = kScreenshots / "gnome-typed-through-portal.png";
     ASSERT_NO_THROW(session().gnome()->screenshot(typed));
     EXPECT_EQ(pngSize(typed), std::make_pair(1280u, 800u));
+
+    // Once closed, the session takes no more keys.
+    probe->close();
+    EXPECT_ANY_THROW(probe->type("x"));
+    EXPECT_EQ(readFile(out), "hello gnome");
 }
 
 TEST_F(GnomeSessionTest, RefusedConsentIsAnsweredAsCancelledAndTypesNothing) {
