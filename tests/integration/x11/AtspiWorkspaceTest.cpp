@@ -78,6 +78,8 @@ TEST(AtspiWorkspaceTest, FollowsActivationsAcrossApplicationsOnTheAccessibilityB
 
     SystemClock clock;
     RunLoopMainQueue queue(clock);
+    // runUntil looks at its condition after each task: a tick lets it see what the listener thread changed.
+    const TimerHandle ticker = queue.scheduleRepeating(Seconds(0.05), [] {});
     AtspiWorkspace workspace(queue, index, getpid());
     std::vector<RunningApplication> activations;
     auto subscription = workspace.observeActivations([&](const std::optional<RunningApplication>& app) {
