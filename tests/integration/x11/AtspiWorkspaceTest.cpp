@@ -4,8 +4,13 @@
 #include <unistd.h>
 
 #include "X11TestSession.h"
+#include "core/AppConstants.h"
 #include "foundation/Clock.h"
+#include "foundation/DispatchQueue.h"
+#include "foundation/NotificationCenter.h"
 #include "foundation/RunLoopMainQueue.h"
+#include "modes/AutoModeManager.h"
+#include "platform/linux/NoBrowserScripting.h"
 #include "platform/x11/AtspiAccessibility.h"
 #include "support/TempDir.h"
 
@@ -87,6 +92,17 @@ TEST(AtspiWorkspaceTest, FollowsActivationsAcrossApplicationsOnTheAccessibilityB
         activations.push_back(*app);
     });
     ASSERT_TRUE(queue.runUntil([&] { return workspace.isListening(); }, Seconds(15)));
+    // Automatic mode switching follows it as it follows any window system.
+    NotificationCenter center;
+    std::vector<std::string> switches;
+    auto observer = center.addObserver(
+        Notifications::autoSwitchModeForApplication,
+        [&](const Notification& n) { switches.push_back(n.string("bundleId").value_or("")); }, &queue);
+    NoBrowserScripting scripting;
+    SystemRandomSource random;
+    BackgroundQueue background(1);
+    AutoModeManager modes(queue, background, center, workspace, scripting, accessibility, random);
+    modes.start();
     EXPECT_FALSE(workspace.frontmostApplication()) << "no application yet";
 
     auto lastIs = [&](const std::string& id) {
@@ -120,6 +136,10 @@ TEST(AtspiWorkspaceTest, FollowsActivationsAcrossApplicationsOnTheAccessibilityB
     EXPECT_EQ(activations[0].processIdentifier, notes.pid());
     EXPECT_EQ(activations[1].processIdentifier, scratch.pid());
     EXPECT_EQ(activations[2].processIdentifier, notes.pid());
+
+    queue.runUntil([&] { return switches.size() >= 3; }, Seconds(5));
+    EXPECT_EQ(switches,
+              (std::vector<std::string>{"org.example.Notes", "vocle-test-text-target", "org.example.Notes"}));
 
     auto running = workspace.runningApplications();
     ASSERT_EQ(running.size(), 2u);
