@@ -273,9 +273,9 @@ void AtspiWorkspace::listen() {
             for (int i = 0; i < count; ++i)
                 fds.push_back({busFds[i].fd, static_cast<short>(busFds[i].events), 0});
         }
-        bool lostFront = false;
         {
             std::lock_guard lock(mutex_);
+            const bool hadFront = tracker_.frontmost().has_value();
             for (const auto& app : changes.joined) tracker_.appeared(app.processId, app.name);
             for (const auto& app : changes.joined)
                 if (app.active) tracker_.activated(app.processId, app.name);
@@ -284,16 +284,15 @@ void AtspiWorkspace::listen() {
                 if (event.change == Change::activated) {
                     tracker_.activated(event.processId, event.name);
                 } else {
-                    const bool hadFront = tracker_.frontmost().has_value();
                     tracker_.deactivated(event.processId);
-                    lostFront = lostFront || (hadFront && !tracker_.frontmost());
                 }
             }
             if (probed) tracker_.activated(probed->processId, probed->name);
             for (int pid : tracker_.processes())
                 if (kill(pid, 0) != 0 && errno == ESRCH) tracker_.left(pid);
-            // Still nothing in front after a deactivation: ask the windows once it has settled.
-            if (lostFront && !tracker_.frontmost())
+            // The application in front lost its window's activation or quit, and no other told of gaining it:
+            // ask the windows once it has settled.
+            if (hadFront && !tracker_.frontmost())
                 probeAt = SteadyClock::now() + std::chrono::milliseconds(kActiveWindowProbeMs);
             if (tracker_.frontmost()) probeAt = SteadyClock::time_point::max();
             if (first) listening_ = true;
