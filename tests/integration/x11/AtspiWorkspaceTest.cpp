@@ -50,7 +50,7 @@ Window windowOfProcess(const testing::TestDisplay& display, int pid) {
 // Two real Qt applications on a private X desktop with its own accessibility bus: the workspace follows
 // the user from one to the other by what the bus reports, and names each through the desktop files.
 TEST(AtspiWorkspaceTest, FollowsActivationsAcrossApplicationsOnTheAccessibilityBus) {
-    VOCLE_REQUIRE_PROGRAMS("Xvfb", "openbox", "dbus-daemon");
+    VOCLE_REQUIRE_PROGRAMS("Xvfb", "openbox", "dbus-daemon", "zenity");
     for (const char* program : {kBusLauncher, kRegistry}) {
         if (access(program, X_OK) != 0) {
             if (testing::runningUnderCI()) FAIL() << program << " is required under CI";
