@@ -47,7 +47,7 @@ Window windowOfProcess(const testing::TestDisplay& display, int pid) {
     return found;
 }
 
-// Two real Qt applications on a private X desktop with its own accessibility bus: the workspace follows
+// Real Qt and GTK applications on a private X desktop with its own accessibility bus: the workspace follows
 // the user from one to the other by what the bus reports, and names each through the desktop files.
 TEST(AtspiWorkspaceTest, FollowsActivationsAcrossApplicationsOnTheAccessibilityBus) {
     VOCLE_REQUIRE_PROGRAMS("Xvfb", "openbox", "dbus-daemon", "zenity");
