@@ -35,6 +35,8 @@ PACKAGES=(
     dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
+    # a GTK window beside the Qt ones for the accessibility-bus tests
+    zenity
     # the server's PostgreSQL store and its tests
     libpq-dev postgresql
 )
