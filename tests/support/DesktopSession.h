@@ -26,7 +26,7 @@ class GnomeSession;
 class DesktopSession {
   public:
     // none: the session bus alone.
-    enum class Server { x11, wayland, kde, none, gnome };
+    enum class Server { x11, wayland, kde, gnome, none };
     static constexpr const char* kSessionUser = "vocle-session";
 
     struct Options {

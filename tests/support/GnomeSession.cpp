@@ -35,6 +35,7 @@ std::string readFile(const std::filesystem::path& path) {
 }
 
 constexpr const char* kRemoteDesktop = "org.gnome.Mutter.RemoteDesktop";
+constexpr const char* kScreenCast = "org.gnome.Mutter.ScreenCast";
 constexpr uint32_t kShiftL = 0xffe1;
 
 }  // namespace
@@ -59,6 +60,12 @@ GnomeSession::~GnomeSession() {
     bus_.reset();
     restoreEnv("XAUTHORITY", previousXauthority_);
     restoreEnv("XDG_CURRENT_DESKTOP", previousDesktop_);
+    // The document portal (started by the bus) mounts its file system in the runtime dir; it unmounts when
+    // the bus goes, but never remove files through a mount left behind.
+    const std::string documents = " " + (runtimeDir_ / "doc").string() + " ";
+    const bool unmounted = pollUntil(
+        [&] { return readFile("/proc/mounts").find(documents) == std::string::npos; }, 3.0, {}, 0.05);
+    if (!unmounted) session_.run({"fusermount3", "-u", "-z", (runtimeDir_ / "doc").string()});
     std::error_code ec;
     std::filesystem::remove_all(runtimeDir_, ec);
 }
@@ -95,8 +102,12 @@ void GnomeSession::startMutter() {
     const bool up = pollUntil(
         [&] {
             if (!session_.isRunning(mutter_)) return true;
-            if (waylandDisplay_.empty() && std::filesystem::exists(runtimeDir_ / "wayland-0"))
-                waylandDisplay_ = "wayland-0";
+            std::error_code ec;
+            for (const auto& entry : std::filesystem::directory_iterator(runtimeDir_, ec)) {
+                const std::string name = entry.path().filename().string();
+                if (name.rfind("wayland-", 0) == 0 && name.find('.') == std::string::npos)
+                    waylandDisplay_ = name;
+            }
             std::smatch m;
             const std::string text = readFile(log);
             if (options_.xwayland && display_.empty() && std::regex_search(text, m, publicDisplay))
@@ -184,6 +195,66 @@ bool GnomeSession::answerRemoteDesktopDialog(bool allow, double timeout) {
                                      std::to_string(timeout)};
     if (allow) argv.push_back("--check-all");
     return session_.run(argv, timeout + 5.0).has_value();
+}
+
+void GnomeSession::startPipeWire() {
+    if (pipewire_) return;
+    const std::vector<std::string> env = {"XDG_CONFIG_HOME=" + (home_ / ".config").string(),
+                                          "XDG_STATE_HOME=" + (home_ / ".state").string(),
+                                          "HOME=" + home_.string()};
+    const int daemon = session_.spawn({"pipewire"}, env);
+    const bool up = pollUntil(
+        [&] { return std::filesystem::exists(runtimeDir_ / "pipewire-0") || !session_.isRunning(daemon); },
+        options_.startTimeout, {}, 0.05);
+    if (!up || !session_.isRunning(daemon))
+        throw std::runtime_error("GnomeSession: pipewire did not start (see " +
+                                 (session_.workDir() / "pipewire.log").string() + ")");
+    // The session manager links the recorder to mutter's stream.
+    session_.spawn({"wireplumber"}, env);
+    pipewire_ = true;
+}
+
+void GnomeSession::screenshot(const std::filesystem::path& file) {
+    startPipeWire();
+    const std::string sessionInterface = std::string(kScreenCast) + ".Session";
+    const std::string streamInterface = std::string(kScreenCast) + ".Stream";
+    bus_->addMatch("type='signal',interface='" + streamInterface + "',member='PipeWireStreamAdded'");
+    const auto created = bus_->call(kScreenCast, "/org/gnome/Mutter/ScreenCast", kScreenCast, "CreateSession",
+                                    {TestBus::Dict{}});
+    const auto* cast = created.empty() ? nullptr : std::get_if<TestBus::ObjectPath>(&created.front());
+    if (!cast) throw std::runtime_error("GnomeSession: mutter made no screen-cast session");
+    struct Stop {
+        TestBus& bus;
+        std::string path, interface;
+        ~Stop() {
+            try {
+                bus.call(kScreenCast, path, interface, "Stop");
+            } catch (const std::runtime_error&) {
+            }
+        }
+    } stop{*bus_, cast->path, sessionInterface};
+    // The primary monitor, without the pointer.
+    const auto recorded = bus_->call(kScreenCast, cast->path, sessionInterface, "RecordMonitor",
+                                     {std::string(), TestBus::Dict{{"cursor-mode", 0u}}});
+    const auto* stream = recorded.empty() ? nullptr : std::get_if<TestBus::ObjectPath>(&recorded.front());
+    if (!stream) throw std::runtime_error("GnomeSession: mutter records no monitor");
+    bus_->call(kScreenCast, cast->path, sessionInterface, "Start");
+    const auto added =
+        bus_->waitForSignal(stream->path, streamInterface, "PipeWireStreamAdded", options_.startTimeout);
+    if (!added || added->empty() || !std::holds_alternative<uint32_t>(added->front()))
+        throw std::runtime_error("GnomeSession: mutter's screen cast never reached PipeWire");
+    const uint32_t node = std::get<uint32_t>(added->front());
+    std::filesystem::create_directories(file.parent_path());
+    std::filesystem::remove(file);
+    // A few frames: the first may come before the stream has settled its format.
+    const bool taken = session_
+                           .run({"gst-launch-1.0", "-q", "pipewiresrc", "path=" + std::to_string(node),
+                                 "num-buffers=3", "!", "videoconvert", "!", "pngenc", "snapshot=true", "!",
+                                 "filesink", "location=" + file.string()},
+                                30.0)
+                           .has_value();
+    if (!taken || !std::filesystem::exists(file) || std::filesystem::file_size(file) == 0)
+        throw std::runtime_error("GnomeSession: no frame from mutter's screen cast for " + file.string());
 }
 
 }  // namespace vocle::testing

@@ -41,10 +41,15 @@ class GnomeSession {
     // False when no such dialog showed up within `timeout`.
     bool answerRemoteDesktopDialog(bool allow, double timeout = 10.0);
 
+    // A PNG of the monitor as the user sees it: mutter's own screen cast into PipeWire (started on first
+    // use), one frame taken with GStreamer. Throws std::runtime_error when no frame arrives.
+    void screenshot(const std::filesystem::path& file);
+
   private:
     void startMutter();
     void addKeyboard();
     void startPortal();
+    void startPipeWire();
     void waitForName(const std::string& name, int pid, const std::string& what);
 
     DesktopSession& session_;
@@ -54,6 +59,7 @@ class GnomeSession {
     std::string waylandDisplay_;
     std::string display_;
     int mutter_ = 0;
+    bool pipewire_ = false;
     std::unique_ptr<TestBus> bus_;
     std::optional<std::string> previousXauthority_;
     std::optional<std::string> previousDesktop_;

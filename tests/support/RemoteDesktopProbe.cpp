@@ -90,7 +90,6 @@ void RemoteDesktopProbe::paste() {
 void RemoteDesktopProbe::close() {
     if (session_.empty()) return;
     bus_.call(kPortal, session_, "org.freedesktop.portal.Session", "Close", {}, timeout_);
-    session_.clear();
 }
 
 }  // namespace vocle::testing

@@ -34,6 +34,7 @@ class RemoteDesktopProbe {
     void type(const std::string& ascii);
     // Ctrl+V: the paste shortcut.
     void paste();
+    // Closes the session (as an application does at quit); session() still names it afterwards.
     void close();
 
     const std::string& session() const { return session_; }

@@ -39,6 +39,42 @@ bool waitFor(const std::function<bool()>& done, double timeout = 10.0) {
     return pollUntil(done, timeout, {}, 0.05);
 }
 
+// Width and height from a PNG's header.
+std::pair<uint32_t, uint32_t> pngSize(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    unsigned char header[24] = {};
+    in.read(reinterpret_cast<char*>(header), sizeof header);
+    auto be = [&](int at) {
+        return uint32_t(header[at]) << 24 | uint32_t(header[at + 1]) << 16 | uint32_t(header[at + 2]) << 8 |
+               uint32_t(header[at + 3]);
+    };
+    if (!in || std::string(reinterpret_cast<char*>(header) + 12, 4) != "IHDR") return {0, 0};
+    return {be(16), be(20)};
+}
+
+const std::filesystem::path kScreenshots = std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots";
+
+// Whether the test window's text field has the keyboard focus, as a screen reader sees it.
+bool textFieldFocused(DesktopSession& desktop) {
+    const auto seen =
+        desktop.run({VOCLE_BINARY_DIR "/tests/vocle-test-screen-reader", "org.example.Notes"}, 5.0);
+    if (!seen) return false;
+    std::istringstream lines(*seen);
+    std::string line;
+    while (std::getline(lines, line))
+        if (line.rfind("text\t", 0) == 0 && line.size() >= 2 && line.substr(line.size() - 2) == "\t1")
+            return true;
+    return false;
+}
+
+// A native Wayland Qt text window (never XWayland) whose text is mirrored into `output`, its accessibility
+// tree exported for the focus checks.
+pid_t openNativeTextWindow(DesktopSession& desktop, const std::filesystem::path& output) {
+    return desktop.spawn(
+        {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
+        {"QT_QPA_PLATFORM=wayland", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"});
+}
+
 class GnomeSessionTest : public ::testing::Test {
   protected:
     void SetUp() override { ASSERT_NO_THROW(session()); }
@@ -46,25 +82,12 @@ class GnomeSessionTest : public ::testing::Test {
         for (pid_t pid : started) session().stop(pid);
     }
 
-    // A native Wayland Qt text window (never XWayland) whose text is mirrored into `output`; returns once
-    // its text field has the keyboard focus, as a screen reader reports it.
+    // Opens the text window and returns once its text field has the focus.
     void openNativeTextWindow(const std::filesystem::path& output) {
-        started.push_back(session().spawn(
-            {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
-            {"QT_QPA_PLATFORM=wayland", "QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1"}));
+        started.push_back(::openNativeTextWindow(session(), output));
         ASSERT_TRUE(waitFor([&] { return textFieldFocused(); }, 15.0)) << "the Qt window never got the focus";
     }
-    bool textFieldFocused() {
-        const auto seen =
-            session().run({VOCLE_BINARY_DIR "/tests/vocle-test-screen-reader", "org.example.Notes"}, 5.0);
-        if (!seen) return false;
-        std::istringstream lines(*seen);
-        std::string line;
-        while (std::getline(lines, line))
-            if (line.rfind("text\t", 0) == 0 && line.size() >= 2 && line.substr(line.size() - 2) == "\t1")
-                return true;
-        return false;
-    }
+    bool textFieldFocused() { return ::textFieldFocused(session()); }
     // A keyboard session of the portal, consented to through the dialog the way a screen reader user does.
     std::unique_ptr<RemoteDesktopProbe> grantedKeyboard() {
         auto probe = std::make_unique<RemoteDesktopProbe>(session().busAddress());
@@ -118,13 +141,39 @@ TEST_F(GnomeSessionTest, CompositorOffersTheClipboardButNoDataControlOrVirtualKe
 TEST_F(GnomeSessionTest, KeysTypedThroughThePortalAfterConsentReachANativeWaylandWindow) {
     const auto out = scratch.path() / "typed.txt";
     openNativeTextWindow(out);
-    auto probe = grantedKeyboard();
-    ASSERT_FALSE(HasFailure());
+    // The consent dialog as the user sees it, then answered.
+    const auto dialog = kScreenshots / "gnome-remote-desktop-consent.png";
+    auto probe = std::make_unique<RemoteDesktopProbe>(session().busAddress());
+    ASSERT_EQ(probe->createKeyboardSession().code, 0u);
+    const auto response = probe->start([&] {
+        EXPECT_TRUE(pollUntil(
+            [&] {
+                return session()
+                           .run({VOCLE_BINARY_DIR "/tests/vocle-test-screen-reader",
+                                 "xdg-desktop-portal-gnome"})
+                           .value_or("")
+                           .find("frame\tRemote desktop") != std::string::npos;
+            },
+            10.0, {}, 0.1))
+            << "no consent dialog";
+        EXPECT_NO_THROW(session().gnome()->screenshot(dialog));
+        EXPECT_TRUE(session().gnome()->answerRemoteDesktopDialog(true));
+    });
+    ASSERT_EQ(response.code, 0u);
+    EXPECT_EQ(pngSize(dialog), std::make_pair(1280u, 800u));
     // The dialog has gone and the window has its focus back.
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(); })) << "the focus did not come back to the window";
     probe->type("hello gnome");
     EXPECT_TRUE(waitFor([&] { return readFile(out) == "hello gnome"; }))
         << "the window received '" << readFile(out) << "'";
+    const auto typed = kScreenshots / "gnome-typed-through-portal.png";
+    ASSERT_NO_THROW(session().gnome()->screenshot(typed));
+    EXPECT_EQ(pngSize(typed), std::make_pair(1280u, 800u));
+
+    // Once closed, the session takes no more keys.
+    probe->close();
+    EXPECT_ANY_THROW(probe->type("x"));
+    EXPECT_EQ(readFile(out), "hello gnome");
 }
 
 TEST_F(GnomeSessionTest, RefusedConsentIsAnsweredAsCancelledAndTypesNothing) {
@@ -150,7 +199,11 @@ TEST_F(GnomeSessionTest, GrantIsNotPersistedByThisPortalVersion) {
                                       RemoteDesktopProbe::kInterface, "version");
     ASSERT_TRUE(version && std::holds_alternative<uint32_t>(*version));
     RemoteDesktopProbe probe(session().busAddress());
-    ASSERT_EQ(probe.createKeyboardSession({{"persist_mode", 2u}}).code, 0u);
+    // A token from an earlier grant (or another desktop) is not an error either.
+    ASSERT_EQ(
+        probe.createKeyboardSession({{"persist_mode", 2u}, {"restore_token", std::string("earlier-grant")}})
+            .code,
+        0u);
     bool answered = false;
     const auto response = probe.start([&] { answered = session().gnome()->answerRemoteDesktopDialog(true); });
     ASSERT_TRUE(answered);
@@ -203,6 +256,32 @@ TEST_F(GnomeSessionTest, WaylandCopyWithoutFocusIsPastedIntoANativeWaylandWindow
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(); })) << "wl-copy kept the focus";
     probe->paste();
     EXPECT_TRUE(waitFor([&] { return readFile(out) == "from wl-copy"; }))
+        << "the window received '" << readFile(out) << "'";
+}
+
+// Without XWayland: no X display is offered, and the portal still types into a native window.
+TEST(GnomeSessionWithoutXWaylandTest, StartsWithoutAnXDisplayAndThePortalStillTypes) {
+    DesktopSession::Options options;
+    options.server = DesktopSession::Server::gnome;
+    options.xwayland = false;
+    DesktopSession wayland(options);
+    EXPECT_TRUE(wayland.display().empty());
+    EXPECT_EQ(::getenv("DISPLAY"), nullptr);
+    ASSERT_FALSE(wayland.waylandDisplay().empty());
+    EXPECT_TRUE(std::filesystem::exists(wayland.runtimeDir() / wayland.waylandDisplay()));
+
+    TempDir scratch;
+    const auto out = scratch.path() / "typed.txt";
+    openNativeTextWindow(wayland, out);
+    ASSERT_TRUE(waitFor([&] { return textFieldFocused(wayland); }, 15.0))
+        << "the Qt window never got the focus";
+    RemoteDesktopProbe probe(wayland.busAddress());
+    ASSERT_EQ(probe.createKeyboardSession().code, 0u);
+    const auto response = probe.start([&] { wayland.gnome()->answerRemoteDesktopDialog(true); });
+    ASSERT_EQ(response.code, 0u);
+    ASSERT_TRUE(waitFor([&] { return textFieldFocused(wayland); }));
+    probe.type("no x here");
+    EXPECT_TRUE(waitFor([&] { return readFile(out) == "no x here"; }))
         << "the window received '" << readFile(out) << "'";
 }
 
