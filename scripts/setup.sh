@@ -25,6 +25,8 @@ PACKAGES=(
     x11-xserver-utils
     # a notification daemon for the desktop-notice tests
     dunst
+    # GSettings for GNOME's custom keyboard shortcuts: GIO, the gsettings tool and the media-keys schema
+    libglib2.0-dev libglib2.0-bin gnome-settings-daemon-common
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # the server's PostgreSQL store and its tests

@@ -19,6 +19,11 @@
 
 #include <QObject>
 
+#include <unistd.h>
+
+#include <filesystem>
+#include <sstream>
+
 namespace vocle::app {
 
 namespace {
@@ -41,7 +46,24 @@ ScreenServices::ScreenServices(DictationApp& a, LocalKeyMonitor& keys, Pasteboar
       installedApplications(std::move(apps)),
       permissions(a.graph().services.capture, a.graph().services.accessibility),
       shortcuts(*a.graph().shortcuts),
-      autostart(a.graph().services.environment, std::move(executable)) {}
+      autostart(a.graph().services.environment, executable),
+      cliProgram(locateVocleCli(executable, a.graph().services.environment)) {}
+
+std::string locateVocleCli(const std::string& executable, const Environment& environment) {
+    namespace fs = std::filesystem;
+    auto runnable = [](const fs::path& p) { return ::access(p.c_str(), X_OK) == 0; };
+    const fs::path folder = fs::path(executable).parent_path();
+    // Installed side by side; in the build tree the app sits in app/ and vocle-cli in tools/vocle-cli/.
+    for (const fs::path& candidate :
+         {folder / "vocle-cli", folder.parent_path() / "tools" / "vocle-cli" / "vocle-cli"})
+        if (!folder.empty() && runnable(candidate)) return fs::weakly_canonical(candidate).string();
+    std::stringstream path(environment.get("PATH").value_or("/usr/local/bin:/usr/bin:/bin"));
+    std::string entry;
+    while (std::getline(path, entry, ':'))
+        if (!entry.empty() && fs::path(entry).is_absolute() && runnable(fs::path(entry) / "vocle-cli"))
+            return (fs::path(entry) / "vocle-cli").string();
+    return "vocle-cli";
+}
 
 ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
     return [&s](const ui::DetailScreen& screen, QWidget* parent) -> QWidget* {
@@ -52,8 +74,8 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
         switch (screen.kind) {
             case Kind::home:
                 return own<HomeView>(std::make_unique<HomeViewModel>(HomeDependencies{
-                                         *g.modeManager, state.vocabulary, state.selectedTab, g.files, s.permissions,
-                                         g.services.urlOpener, s.shortcuts}),
+                                         *g.modeManager, state.vocabulary, state.selectedTab, g.files,
+                                         s.permissions, g.services.urlOpener, s.shortcuts, s.remoteInput}),
                                      parent);
             case Kind::modes:
                 // The list's model belongs to the application state.
@@ -70,11 +92,14 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                 return own<ReplacementsView>(
                     std::make_unique<ReplacementsViewModel>(main, state.replacements, g.files), parent);
             case Kind::vocabulary:
-                return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary), parent);
+                return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary),
+                                           parent);
             case Kind::settings: {
                 auto model = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
                                                                  s.localKeyMonitor, s.autostart);
-                model->setCompositorShortcuts(s.compositorShortcuts);
+                auto compositor = s.compositorShortcuts;
+                if (!s.cliProgram.empty()) compositor.cliProgram = s.cliProgram;
+                model->setCompositorShortcuts(std::move(compositor));
                 model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };
                 model->pickerRequests =
                     s.app.shortcutPickerRequested.subscribe([vm = model.get()] { vm->checkPickerRequest(); });
@@ -92,11 +117,12 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                             [&g](const Uuid& id) { g.dictationRetry->drop(id); }}),
                     parent);
             case Kind::help:
-                return own<HelpView>(std::make_unique<HelpViewModel>(*g.support, g.services.urlOpener, g.docsURL()),
-                                     parent);
+                return own<HelpView>(
+                    std::make_unique<HelpViewModel>(*g.support, g.services.urlOpener, g.docsURL()), parent);
             case Kind::permissions:
-                return own<PermissionsView>(
-                    std::make_unique<PermissionsViewModel>(main, s.permissions, g.services.urlOpener), parent);
+                return own<PermissionsView>(std::make_unique<PermissionsViewModel>(
+                                                main, s.permissions, g.services.urlOpener, s.remoteInput),
+                                            parent);
         }
         return nullptr;
     };

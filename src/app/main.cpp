@@ -11,6 +11,7 @@
 #include "foundation/ProcessExit.h"
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/DisplaySession.h"
+#include "platform/linux/GSettingsKeybindings.h"
 #include "platform/linux/NoBrowserScripting.h"
 #include "platform/linux/PulseAudioPlayback.h"
 #include "platform/linux/PulseCapture.h"
@@ -214,6 +215,16 @@ int main(int argc, char** argv) {
         screens.compositorShortcuts = {compositorFamily(waylandDesktop->connection().compositor()),
                                        [](uint16_t keyCode) { return keysymNameForMacKeyCode(keyCode); },
                                        &pasteboard};
+    // Desktops that run the toggle through vocle-cli: GNOME's custom shortcuts, or the command by hand.
+    GSettingsKeybindings gnomeKeybindings;
+    screens.compositorShortcuts.keysymName = [](uint16_t keyCode) { return keysymNameForMacKeyCode(keyCode); };
+    screens.compositorShortcuts.pasteboard = &pasteboard;
+    screens.compositorShortcuts.keybindings = &gnomeKeybindings;
+    screens.compositorShortcuts.path = shortcutPathFor(displaySession == DisplaySession::wayland,
+                                                       /* the global-shortcuts portal bound the toggle */ false,
+                                                       screens.compositorShortcuts.family,
+                                                       env.get("XDG_CURRENT_DESKTOP").value_or(""));
+    // The RemoteDesktop portal's grant, once it pastes: screens.remoteInput = <its RemoteInput>;
     mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(screens),
                                                 [&]() { return pasteboard.string(); });
 

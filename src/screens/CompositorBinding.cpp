@@ -43,6 +43,18 @@ CompositorFamily compositorFamily(const std::string& program) {
     return CompositorFamily::other;
 }
 
+ShortcutPath shortcutPathFor(bool wayland, bool globalShortcutsPortal, CompositorFamily family,
+                             const std::string& currentDesktop) {
+    if (!wayland) return ShortcutPath::own;
+    if (globalShortcutsPortal) return ShortcutPath::portal;
+    if (family != CompositorFamily::other) return ShortcutPath::compositor;
+    std::string desktops = ":" + currentDesktop + ":";
+    std::transform(desktops.begin(), desktops.end(), desktops.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    if (desktops.find(":GNOME:") != std::string::npos) return ShortcutPath::gnomeKeybinding;
+    return ShortcutPath::byHand;
+}
+
 std::optional<std::string> compositorBindingLine(CompositorFamily family, uint64_t modifiers,
                                                  const std::string& keysymName, const std::string& command) {
     switch (family) {
@@ -77,6 +89,24 @@ std::string compositorConfigurationPlace(CompositorFamily family) {
             return "your compositor's configuration";
     }
     return {};
+}
+
+std::string gtkAccelerator(uint64_t modifiers, const std::string& keysymName) {
+    std::string out;
+    for (const auto& name : modifierNames(modifiers, {"<Super>", "<Control>", "<Alt>", "<Shift>"}))
+        out += name;
+    return out + keysymName;
+}
+
+std::string shellCommand(const std::string& program, const std::string& argument) {
+    const bool plain =
+        !program.empty() && program.find_first_not_of(
+                                "abcdefghijklmnopqrstuvwxyz"
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+") == std::string::npos;
+    if (plain) return program + " " + argument;
+    std::string quoted = "'";
+    for (char c : program) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "' " + argument;
 }
 
 }  // namespace vocle
