@@ -157,6 +157,7 @@ void SettingsViewModel::addToGnomeKeyboardShortcuts() {
         error = compositor_.keybindings->write(*wanted);
     }
     gnomeKeybindingProblem.set(error.has_value());
+    gnomeKeybindingAdded.set(!error.has_value());
     if (error) {
         log("❌ Settings: Could not add the toggle shortcut to GNOME's keyboard shortcuts: ", *error);
         gnomeKeybindingStatus.set(*error);
@@ -169,6 +170,7 @@ void SettingsViewModel::addToGnomeKeyboardShortcuts() {
 
 void SettingsViewModel::checkGnomeKeybinding(bool follow) {
     if (!offersGnomeKeybinding() || !compositor_.keybindings) return;
+    gnomeKeybindingAdded.set(false);
     if (auto reason = compositor_.keybindings->unavailableReason()) {
         gnomeKeybindingProblem.set(true);
         gnomeKeybindingStatus.set(*reason);
@@ -183,6 +185,7 @@ void SettingsViewModel::checkGnomeKeybinding(bool follow) {
     const auto wanted = wantedGnomeKeybinding();
     const bool current = wanted && entry->binding == wanted->binding && entry->command == wanted->command;
     if (current) {
+        gnomeKeybindingAdded.set(true);
         gnomeKeybindingStatus.set("Added: GNOME starts and stops dictation on " +
                                   joinKeyCaps(toggleShortcutParts()) + ".");
     } else if (follow && wanted) {

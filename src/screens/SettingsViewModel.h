@@ -105,6 +105,11 @@ class SettingsViewModel {
     std::string handBindCommand() const;
     // The text above that command.
     std::string handBindNote() const;
+    // On GNOME the command is the way out while our entry is not in place.
+    bool showsHandBindCommand() const {
+        return compositor_.path == ShortcutPath::byHand ||
+               (offersGnomeKeybinding() && !gnomeKeybindingAdded.get());
+    }
     void copyHandBindCommand();
     bool offersGnomeKeybinding() const { return compositor_.path == ShortcutPath::gnomeKeybinding; }
     bool showsCancelThroughIndicatorNote() const {
@@ -118,6 +123,8 @@ class SettingsViewModel {
     // What GNOME's shortcuts hold for Vocle now, in a sentence; `gnomeKeybindingProblem` when it failed.
     Observable<std::string> gnomeKeybindingStatus{""};
     Observable<bool> gnomeKeybindingProblem{false};
+    // GNOME's entry runs the current toggle shortcut.
+    Observable<bool> gnomeKeybindingAdded{false};
 
     // Reads the devices and the settings file (the screen was shown).
     void load();

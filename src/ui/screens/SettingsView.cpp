@@ -220,7 +220,7 @@ void SettingsView::refresh() {
     handCopy_->setText("Copy");
     for (QWidget* w : {static_cast<QWidget*>(handNote_), static_cast<QWidget*>(handCommand_),
                        static_cast<QWidget*>(handCopy_)})
-        w->setVisible(!command.empty());
+        w->setVisible(!command.empty() && vm_.showsHandBindCommand());
     const auto toggleWarning = vm_.toggleShortcutWarning();
     toggleWarning_->setText(qs(toggleWarning.value_or("")));
     toggleWarning_->setVisible(toggleWarning.has_value());

@@ -120,7 +120,9 @@ TEST_F(DesktopShortcutSettingsTest, AddingWritesOneEntryAndASecondClickUpdatesIt
     vm.load();
     EXPECT_TRUE(vm.offersGnomeKeybinding());
     EXPECT_EQ(vm.gnomeKeybindingStatus.get(), "") << "nothing added yet";
-    EXPECT_EQ(vm.handBindCommand(), "/usr/bin/vocle-cli toggle") << "the command stays on offer beside it";
+    EXPECT_EQ(vm.handBindCommand(), "/usr/bin/vocle-cli toggle");
+    EXPECT_TRUE(vm.showsHandBindCommand())
+        << "until the entry is in place, the command is on offer beside it";
 
     vm.addToGnomeKeyboardShortcuts();
     const DesktopKeybinding expected{SettingsViewModel::kGnomeKeybindingName, "/usr/bin/vocle-cli toggle",
@@ -187,6 +189,7 @@ TEST_F(DesktopShortcutSettingsTest, AMissingSchemaAFailedWriteAndAnUnnamedKeyAre
     vm.load();
     EXPECT_TRUE(vm.gnomeKeybindingProblem.get());
     EXPECT_EQ(vm.gnomeKeybindingStatus.get(), *gnome.missing);
+    EXPECT_TRUE(vm.showsHandBindCommand());
     vm.addToGnomeKeyboardShortcuts();
     EXPECT_EQ(vm.gnomeKeybindingStatus.get(), *gnome.missing);
     EXPECT_TRUE(gnome.writes.empty());
