@@ -6,6 +6,7 @@
 #include <gio/gio.h>
 
 #include <cstdlib>
+#include <map>
 
 #include "foundation/Log.h"
 #include "foundation/VirtualMainQueue.h"
@@ -31,10 +32,19 @@ class GnomeKeybindingTest : public ::testing::Test {
     // GLib picks its backend and configuration folder once per process: set both before its first use.
     static void SetUpTestSuite() {
         config_ = new TempDir;
+        for (const char* name : {"GSETTINGS_BACKEND", "XDG_CONFIG_HOME"})
+            if (const char* value = getenv(name)) saved_[name] = value;
         setenv("GSETTINGS_BACKEND", "keyfile", 1);
         setenv("XDG_CONFIG_HOME", (config_->path() / "config").c_str(), 1);
     }
+    // Later tests of this process see the environment they started with.
     static void TearDownTestSuite() {
+        for (const char* name : {"GSETTINGS_BACKEND", "XDG_CONFIG_HOME"}) {
+            if (saved_.count(name))
+                setenv(name, saved_[name].c_str(), 1);
+            else
+                unsetenv(name);
+        }
         delete config_;
         config_ = nullptr;
     }
@@ -61,8 +71,10 @@ class GnomeKeybindingTest : public ::testing::Test {
     }
 
     static TempDir* config_;
+    static std::map<std::string, std::string> saved_;
 };
 TempDir* GnomeKeybindingTest::config_ = nullptr;
+std::map<std::string, std::string> GnomeKeybindingTest::saved_;
 
 TEST_F(GnomeKeybindingTest, TheSettingsScreenAddsOneEntryBesideTheUsersOwnAndUpdatesItInPlace) {
     // The user's own shortcut, made in GNOME's settings before Vocle ever runs.
