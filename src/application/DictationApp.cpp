@@ -60,13 +60,13 @@ void DictationApp::applicationDidFinishLaunching() {
     log("Keyboard shortcut monitoring delegated to ShortcutManager");
     checkAccessibility();
     // The permissions sheet opens from anywhere (tray, screens) through this notification.
-    showPermissionsObserver_ = graph_.notifications.addObserver(
-        Notifications::showPermissions,
-        token_.guard([this](const Notification&) {
-            showPermissionsWindow.set(true);
-            if (hooks_.activateApplication) hooks_.activateApplication();
-        }),
-        &graph_.mainQueue());
+    showPermissionsObserver_ = graph_.notifications.addObserver(Notifications::showPermissions,
+                                                                token_.guard([this](const Notification&) {
+                                                                    showPermissionsWindow.set(true);
+                                                                    if (hooks_.activateApplication)
+                                                                        hooks_.activateApplication();
+                                                                }),
+                                                                &graph_.mainQueue());
 }
 
 void DictationApp::checkAccessibility() {
@@ -82,10 +82,12 @@ void DictationApp::checkAccessibility() {
 void DictationApp::showAccessibilityAlert() {
     AlertRequest request;
     request.title = "Accessibility Is Off";
+    // The desktop's own name for the place where it knows one ("Settings > Accessibility").
+    const auto place = graph_.services.urlOpener.settingsPlace(kAccessibilitySettingsURL);
     request.text =
         "Vocle uses the desktop's accessibility bus to see which website you are on, so that modes can "
-        "follow "
-        "websites. Turn on assistive technologies in your desktop's accessibility settings.";
+        "follow websites. Turn on assistive technologies in " +
+        place.value_or("your desktop's accessibility settings") + ".";
     request.style = AlertStyle::informational;
     request.buttons = {"Turn On", "Cancel"};
     graph_.services.alerts.show(request, token_.guard([this](int response) {
@@ -118,8 +120,7 @@ void DictationApp::mainViewAppeared() {
     }
     notificationObserver_.reset();
     notificationObserver_ = graph_.notifications.addObserver(
-        Notifications::toggleRecording,
-        token_.guard([this](const Notification&) {
+        Notifications::toggleRecording, token_.guard([this](const Notification&) {
             log("Received toggleRecording notification in global observer");
             appState().toggleRecording();
         }),
@@ -152,11 +153,17 @@ void DictationApp::menuCancelRecording() {
     if (appState().isRecording.get()) appState().cancelRecording();
 }
 
-bool DictationApp::canCancelRecording() const { return graph_.appState->isRecording.get(); }
+bool DictationApp::canCancelRecording() const {
+    return graph_.appState->isRecording.get();
+}
 
-void DictationApp::menuShowPermissions() { showPermissionsWindow.set(true); }
+void DictationApp::menuShowPermissions() {
+    showPermissionsWindow.set(true);
+}
 
-void DictationApp::menuCheckForUpdates() { graph_.updaterManager().checkForUpdates(); }
+void DictationApp::menuCheckForUpdates() {
+    graph_.updaterManager().checkForUpdates();
+}
 
 void DictationApp::menuSignOut() {
     VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
