@@ -60,13 +60,13 @@ void DictationApp::applicationDidFinishLaunching() {
     log("Keyboard shortcut monitoring delegated to ShortcutManager");
     checkAccessibility();
     // The permissions sheet opens from anywhere (tray, screens) through this notification.
-    showPermissionsObserver_ = graph_.notifications.addObserver(Notifications::showPermissions,
-                                                                token_.guard([this](const Notification&) {
-                                                                    showPermissionsWindow.set(true);
-                                                                    if (hooks_.activateApplication)
-                                                                        hooks_.activateApplication();
-                                                                }),
-                                                                &graph_.mainQueue());
+    showPermissionsObserver_ = graph_.notifications.addObserver(
+        Notifications::showPermissions,
+        token_.guard([this](const Notification&) {
+            showPermissionsWindow.set(true);
+            if (hooks_.activateApplication) hooks_.activateApplication();
+        }),
+        &graph_.mainQueue());
 }
 
 void DictationApp::checkAccessibility() {
@@ -120,7 +120,8 @@ void DictationApp::mainViewAppeared() {
     }
     notificationObserver_.reset();
     notificationObserver_ = graph_.notifications.addObserver(
-        Notifications::toggleRecording, token_.guard([this](const Notification&) {
+        Notifications::toggleRecording,
+        token_.guard([this](const Notification&) {
             log("Received toggleRecording notification in global observer");
             appState().toggleRecording();
         }),
@@ -153,17 +154,11 @@ void DictationApp::menuCancelRecording() {
     if (appState().isRecording.get()) appState().cancelRecording();
 }
 
-bool DictationApp::canCancelRecording() const {
-    return graph_.appState->isRecording.get();
-}
+bool DictationApp::canCancelRecording() const { return graph_.appState->isRecording.get(); }
 
-void DictationApp::menuShowPermissions() {
-    showPermissionsWindow.set(true);
-}
+void DictationApp::menuShowPermissions() { showPermissionsWindow.set(true); }
 
-void DictationApp::menuCheckForUpdates() {
-    graph_.updaterManager().checkForUpdates();
-}
+void DictationApp::menuCheckForUpdates() { graph_.updaterManager().checkForUpdates(); }
 
 void DictationApp::menuSignOut() {
     VOCLE_ASSERT_MAIN_QUEUE(graph_.mainQueue());
