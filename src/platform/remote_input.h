@@ -13,7 +13,7 @@ enum class RemoteInputState {
     notGranted,  // never asked, or a kept grant the desktop no longer accepts
     asking,      // the desktop's consent dialog is open
     granted,
-    refused,     // the user declined, or the desktop ended the grant
+    refused,  // the user declined, or the desktop ended the grant
 };
 
 class RemoteInput {
