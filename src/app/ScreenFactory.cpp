@@ -19,11 +19,6 @@
 
 #include <QObject>
 
-#include <unistd.h>
-
-#include <filesystem>
-#include <sstream>
-
 namespace vocle::app {
 
 namespace {
@@ -48,22 +43,6 @@ ScreenServices::ScreenServices(DictationApp& a, LocalKeyMonitor& keys, Pasteboar
       shortcuts(*a.graph().shortcuts),
       autostart(a.graph().services.environment, executable),
       cliProgram(locateVocleCli(executable, a.graph().services.environment)) {}
-
-std::string locateVocleCli(const std::string& executable, const Environment& environment) {
-    namespace fs = std::filesystem;
-    auto runnable = [](const fs::path& p) { return ::access(p.c_str(), X_OK) == 0; };
-    const fs::path folder = fs::path(executable).parent_path();
-    // Installed side by side; in the build tree the app sits in app/ and vocle-cli in tools/vocle-cli/.
-    for (const fs::path& candidate :
-         {folder / "vocle-cli", folder.parent_path() / "tools" / "vocle-cli" / "vocle-cli"})
-        if (!folder.empty() && runnable(candidate)) return fs::weakly_canonical(candidate).string();
-    std::stringstream path(environment.get("PATH").value_or("/usr/local/bin:/usr/bin:/bin"));
-    std::string entry;
-    while (std::getline(path, entry, ':'))
-        if (!entry.empty() && fs::path(entry).is_absolute() && runnable(fs::path(entry) / "vocle-cli"))
-            return (fs::path(entry) / "vocle-cli").string();
-    return "vocle-cli";
-}
 
 ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
     return [&s](const ui::DetailScreen& screen, QWidget* parent) -> QWidget* {

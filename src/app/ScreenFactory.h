@@ -39,8 +39,6 @@ struct ScreenServices {
     RemoteInput* remoteInput = nullptr;
 };
 
-// Where vocle-cli is for the vocle at `executable`; plain "vocle-cli" when it is nowhere to be found.
-std::string locateVocleCli(const std::string& executable, const Environment& environment);
 
 ui::ScreenFactory makeScreenFactory(ScreenServices& services);
 

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "foundation/Environment.h"
+
 namespace vocle {
 
 // Compositors without a global-shortcut service: the user binds the key in the compositor's own
@@ -42,6 +44,10 @@ std::string compositorConfigurationPlace(CompositorFamily family);
 // The key with the Shortcut modifier bits in GTK accelerator syntax, as GNOME's keyboard settings store
 // it: "<Control><Alt>space".
 std::string gtkAccelerator(uint64_t modifiers, const std::string& keysymName);
+
+// Where vocle-cli is for the vocle at `executable`: beside it (installed), in the build tree (app/ and
+// tools/vocle-cli/), or on $PATH; plain "vocle-cli" when it is nowhere to be found.
+std::string locateVocleCli(const std::string& executable, const Environment& environment);
 
 // `program` and its argument as one command line for a desktop that splits it the way a shell does.
 std::string shellCommand(const std::string& program, const std::string& argument);

@@ -218,3 +218,31 @@ TEST_F(DesktopShortcutSettingsTest, AMissingSchemaAFailedWriteAndAnUnnamedKeyAre
 }
 
 }  // namespace
+
+namespace {
+
+TEST(VocleCliLocationTest, BesideTheAppThenTheBuildTreeThenThePath) {
+    TempDir dir;
+    auto program = [&](const std::filesystem::path& p, bool executable) {
+        std::filesystem::create_directories(p.parent_path());
+        writeText(p, "#!/bin/sh\n");
+        std::filesystem::permissions(
+            p, executable ? std::filesystem::perms::owner_all : std::filesystem::perms::owner_read);
+    };
+    MapEnvironment env(
+        std::map<std::string, std::string>{{"PATH", "relative/bin:" + (dir / "bin").string()}});
+    EXPECT_EQ(locateVocleCli((dir / "app" / "vocle").string(), env), "vocle-cli") << "nowhere: the bare name";
+    program(dir / "relative" / "bin" / "vocle-cli", true);
+    program(dir / "bin" / "vocle-cli", false);
+    EXPECT_EQ(locateVocleCli((dir / "app" / "vocle").string(), env), "vocle-cli")
+        << "neither a relative $PATH entry nor a file that cannot run";
+    program(dir / "bin" / "vocle-cli", true);
+    EXPECT_EQ(locateVocleCli((dir / "app" / "vocle").string(), env), (dir / "bin" / "vocle-cli").string());
+    program(dir / "tools" / "vocle-cli" / "vocle-cli", true);
+    EXPECT_EQ(locateVocleCli((dir / "app" / "vocle").string(), env),
+              (dir / "tools" / "vocle-cli" / "vocle-cli").string());
+    program(dir / "app" / "vocle-cli", true);
+    EXPECT_EQ(locateVocleCli((dir / "app" / "vocle").string(), env), (dir / "app" / "vocle-cli").string());
+}
+
+}  // namespace
