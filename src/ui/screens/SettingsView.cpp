@@ -93,7 +93,6 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     handCommand_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     handCommand_->setFont(QFont("monospace"));
     handCommand_->setWordWrap(true);
-    handCommand_->setAccessibleName("Command to bind");
     auto* handRow = new QHBoxLayout;
     handRow->addWidget(handCommand_, 1);
     handCopy_ = new QPushButton("Copy");
