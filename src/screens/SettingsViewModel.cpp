@@ -265,8 +265,13 @@ void SettingsViewModel::setShowingShortcutPicker(bool showing) {
     if (showing == showingShortcutPicker.get()) return;
     showingShortcutPicker.set(showing);
     shortcuts_.setSuspended(showing);
-    // A new toggle shortcut moves GNOME's entry along with it.
-    if (!showing) checkGnomeKeybinding(true);
+    // A new toggle shortcut moves GNOME's entry along with it; a picker closed without one leaves alone an
+    // entry the user changed in GNOME.
+    if (showing) {
+        toggleBeforePicker_ = shortcuts_.toggleShortcut();
+    } else {
+        checkGnomeKeybinding(toggleBeforePicker_ != shortcuts_.toggleShortcut());
+    }
     changed.emit();
 }
 

@@ -155,6 +155,7 @@ class SettingsViewModel {
     AutostartEntry& autostart_;
     std::map<std::string, std::string> deviceNameToUID_;
     CompositorShortcuts compositor_;
+    KeyCombination toggleBeforePicker_;
 };
 
 }  // namespace vocle

@@ -177,10 +177,20 @@ TEST_F(DesktopShortcutSettingsTest, AnEntryChangedInGnomeIsReportedNotOverwritte
     EXPECT_EQ(
         vm.gnomeKeybindingStatus.get(),
         "GNOME's keyboard shortcuts start dictation on Ctrl+Shift+F9. Add again to use Ctrl+Alt+Space.");
+    // Opening and closing the picker without a new shortcut keeps the user's choice in GNOME.
+    vm.setShowingShortcutPicker(true);
+    vm.setShowingShortcutPicker(false);
+    EXPECT_TRUE(gnome.writes.empty());
+    EXPECT_EQ(gnome.entry->binding, "<Primary><Shift>F9");
+    // A new shortcut picked in Vocle is the user's newer choice: the entry follows it.
+    pickToggle({40, keys::kControl});
+    ASSERT_EQ(gnome.writes.size(), 1u);
+    EXPECT_EQ(gnome.entry->binding, "<Control>k");
+    gnome.writes.clear();
     gnome.entry->binding = "";
     vm.load();
     EXPECT_EQ(vm.gnomeKeybindingStatus.get(),
-              "GNOME's keyboard shortcuts start dictation on no key. Add again to use Ctrl+Alt+Space.");
+              "GNOME's keyboard shortcuts start dictation on no key. Add again to use Ctrl+K.");
 }
 
 TEST_F(DesktopShortcutSettingsTest, AMissingSchemaAFailedWriteAndAnUnnamedKeyAreSaid) {
