@@ -1,6 +1,8 @@
 #include "platform/linux/GSettingsKeybindings.h"
 
+#define G_SETTINGS_ENABLE_BACKEND
 #include <gio/gio.h>
+#include <gio/gsettingsbackend.h>
 
 #include <algorithm>
 #include <memory>
@@ -84,6 +86,12 @@ GSettingsKeybindings::GSettingsKeybindings(std::string id,
     : id_(std::move(id)), schemaDirectory_(std::move(schemaDirectory)) {}
 
 std::optional<std::string> GSettingsKeybindings::unavailableReason() const {
+    // Without dconf's module GLib keeps settings in memory: a write would "succeed" and vanish at exit.
+    const std::string backend = G_OBJECT_TYPE_NAME(g_settings_backend_get_default());
+    if (backend == "GMemorySettingsBackend" || backend == "GNullSettingsBackend")
+        return std::string(
+            "GNOME's settings cannot be saved from here: GSettings has no storage on this system "
+            "(the dconf-gsettings-backend package is missing). Bind the command below by hand.");
     if (!lookup(schemaDirectory_, kSchema, kListKey) || !lookup(schemaDirectory_, kEntrySchema, "binding"))
         return std::string(
                    "GNOME's keyboard shortcut settings are not installed on this system (the schema ") +

@@ -178,4 +178,19 @@ TEST(GnomeKeybindingSchemaTest, AMissingSchemaIsAClearErrorNotACrash) {
     }
 }
 
+// GLib fixes its backend once per process: the check runs in a fresh copy of this test program.
+TEST(GnomeKeybindingSchemaDeathTest, SettingsThatWouldOnlyLiveInMemoryAreRefused) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("GSETTINGS_BACKEND", "memory", 1);
+            GSettingsKeybindings gnome;
+            const auto reason = gnome.unavailableReason();
+            const bool said = reason && reason->find("dconf-gsettings-backend") != std::string::npos;
+            const bool refused = gnome.write({"Vocle", "vocle-cli toggle", "F9"}) == reason;
+            std::exit(said && refused ? 7 : 1);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
 }  // namespace
