@@ -11,7 +11,7 @@
 #include "foundation/ProcessExit.h"
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/DisplaySession.h"
-#include "platform/linux/GSettingsKeybindings.h"
+#include "platform/x11/GSettingsKeybindings.h"
 #include "platform/linux/NoBrowserScripting.h"
 #include "platform/linux/PulseAudioPlayback.h"
 #include "platform/linux/PulseCapture.h"

@@ -10,7 +10,7 @@
 
 #include "foundation/Log.h"
 #include "foundation/VirtualMainQueue.h"
-#include "platform/linux/GSettingsKeybindings.h"
+#include "platform/x11/GSettingsKeybindings.h"
 #include "platform/testing/FakeCapture.h"
 #include "platform/testing/FakeKeyMonitor.h"
 #include "platform/testing/FakeSyntheticKeys.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/GSettingsKeybindings.h"
+#include "platform/x11/GSettingsKeybindings.h"
 
 #define G_SETTINGS_ENABLE_BACKEND
 #include <gio/gio.h>
