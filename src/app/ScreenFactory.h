@@ -39,7 +39,6 @@ struct ScreenServices {
     RemoteInput* remoteInput = nullptr;
 };
 
-
 ui::ScreenFactory makeScreenFactory(ScreenServices& services);
 
 }  // namespace vocle::app
