@@ -190,6 +190,11 @@ void SettingsViewModel::checkGnomeKeybinding(bool follow) {
                                   joinKeyCaps(toggleShortcutParts()) + ".");
     } else if (follow && wanted) {
         addToGnomeKeyboardShortcuts();
+    } else if (wanted && entry->binding == wanted->binding) {
+        // Made by hand, or by a Vocle installed elsewhere.
+        gnomeKeybindingStatus.set("GNOME's keyboard shortcuts run \"" + entry->command + "\" on " +
+                                  joinKeyCaps(toggleShortcutParts()) + ". Add again to run \"" +
+                                  wanted->command + "\" instead.");
     } else {
         const std::string theirs =
             entry->binding.empty() ? std::string("no key") : acceleratorLabel(entry->binding);

@@ -187,6 +187,13 @@ TEST_F(DesktopShortcutSettingsTest, AnEntryChangedInGnomeIsReportedNotOverwritte
     ASSERT_EQ(gnome.writes.size(), 1u);
     EXPECT_EQ(gnome.entry->binding, "<Control>k");
     gnome.writes.clear();
+    // The same key, bound by hand to a command of another place.
+    gnome.entry->command = "vocle-cli toggle";
+    vm.load();
+    EXPECT_EQ(vm.gnomeKeybindingStatus.get(),
+              "GNOME's keyboard shortcuts run \"vocle-cli toggle\" on Ctrl+K. Add again to run "
+              "\"/usr/bin/vocle-cli toggle\" instead.");
+    EXPECT_FALSE(vm.gnomeKeybindingAdded.get());
     gnome.entry->binding = "";
     vm.load();
     EXPECT_EQ(vm.gnomeKeybindingStatus.get(),
