@@ -68,7 +68,8 @@ void DesktopHarness::startDesktop() {
     env_["DISPLAY"] = desktop_->display();
     env_["DBUS_SESSION_BUS_ADDRESS"] = desktop_->busAddress();
     // Programs keep the harness's own runtime dir; the compositor's socket is named by its full path.
-    if (isWayland()) env_["WAYLAND_DISPLAY"] = (desktop_->runtimeDir() / desktop_->waylandDisplay()).string();
+    if (isWayland() || server_kind_ == DesktopSession::Server::kde)
+        env_["WAYLAND_DISPLAY"] = (desktop_->runtimeDir() / desktop_->waylandDisplay()).string();
     // GNOME: XWayland's cookie lives in the compositor's runtime dir; programs learn the desktop by name.
     if (server_kind_ == DesktopSession::Server::gnome) {
         if (const char* cookie = ::getenv("XAUTHORITY")) env_["XAUTHORITY"] = cookie;
