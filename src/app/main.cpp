@@ -244,7 +244,8 @@ int main(int argc, char** argv) {
                                                        /* the global-shortcuts portal bound the toggle */ false,
                                                        screens.compositorShortcuts.family,
                                                        env.get("XDG_CURRENT_DESKTOP").value_or(""));
-    // The RemoteDesktop portal's grant, once it pastes: screens.remoteInput = <its RemoteInput>;
+    // The RemoteDesktop portal's grant: a permission on the Home checklist and the permissions screen.
+    if (remoteDesktop) screens.remoteInput = &remoteDesktop->grant();
     mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(screens),
                                                 [&]() { return pasteboard.string(); });
 
