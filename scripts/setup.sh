@@ -23,6 +23,9 @@ PACKAGES=(
     # XWayland, Qt's Wayland platform, wl-clipboard, wtype and grim for the tests
     libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
     x11-xserver-utils
+    # a headless KDE Plasma session for the portal tests: KWin (kglobalaccel inside), the desktop portals with
+    # the KDE backend, and Qt 5's Wayland platform, which that backend needs
+    kwin-wayland xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
     # a notification daemon for the desktop-notice tests
     dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation

@@ -1,6 +1,7 @@
 // The desktop application: Qt's event loop as the main queue, the X11/PulseAudio/Qt platform services,
 // the client graph, and the widgets bound to it.
 
+#include "app/RemoteDesktopPaste.h"
 #include "app/ScreenFactory.h"
 #include "app/UpdateAnnouncer.h"
 #include "application/ClientGraph.h"
@@ -174,6 +175,11 @@ int main(int argc, char** argv) {
                 return toplevels ? toplevels->focusedAppId() : std::nullopt;
             });
     }
+    // GNOME and KDE Plasma offer no virtual keyboard: keys go through their RemoteDesktop portal.
+    std::unique_ptr<app::RemoteDesktopPaste> remoteDesktop;
+    if (pasteChain && !(waylandDesktop && waylandDesktop->virtualKeyboard()))
+        remoteDesktop = std::make_unique<app::RemoteDesktopPaste>(mainQueue, DataFolder::fromEnvironment(env), clock,
+                                                                  *pasteChain);
     SyntheticKeys& syntheticKeys = pasteChain ? static_cast<SyntheticKeys&>(*pasteChain) : xtestKeys;
     ui::QtIndicatorPanels indicatorPanels;
     QtDBusNotifications desktopNotifications;

@@ -158,12 +158,14 @@ DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
         // The bus starts after the display server: services it activates inherit the display.
         if (options_.server == Server::wayland) {
             startSway();
+        } else if (options_.server == Server::kde) {
+            startKde();  // with its own bus: KWin and the portals live on it
         } else if (options_.server == Server::x11) {
             ::unsetenv("WAYLAND_DISPLAY");
             startXvfb();
             ::setenv("DISPLAY", display_.c_str(), 1);
         }
-        if (options_.sessionBus) {
+        if (options_.sessionBus && bus_ == 0) {
             startBus();
             ::setenv("DBUS_SESSION_BUS_ADDRESS", busAddress_.c_str(), 1);
         }
@@ -245,7 +247,7 @@ void DesktopSession::startBus() {
     try {
         // Services the bus starts on demand (the accessibility bus launcher, dconf) inherit this
         // environment: they must not write the real user's settings.
-        const auto home = workDir_ / "bus-home";
+        const auto home = homeDir();
         std::filesystem::create_directories(home);
         launcher = spawnProcess(
             {{"dbus-daemon", "--session", "--fork", "--print-address=1", "--print-pid=1"},
@@ -495,6 +497,7 @@ void DesktopSession::teardown() {
         terminate(sway_);
         sway_ = 0;
     }
+    if (options_.server == Server::kde) releaseKdeRuntime();
     restoreEnv("WAYLAND_DISPLAY", previousWayland_);
     restoreEnv("XDG_RUNTIME_DIR", previousRuntime_);
     if (!runtimeDir_.empty()) {

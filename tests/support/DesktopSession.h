@@ -13,14 +13,16 @@ namespace vocle::testing {
 // A private desktop for integration tests, started with bounded waits and torn down in reverse order:
 // - X11: Xvfb, the openbox window manager and a session D-Bus daemon;
 // - Wayland: a headless sway (run as the unprivileged user kSessionUser, created on first use, since
-//   sway refuses root) on a private runtime dir, with XWayland, and the session bus.
+//   sway refuses root) on a private runtime dir, with XWayland, and the session bus;
+// - KDE: a headless KWin with XWayland, kglobalaccel and the desktop portals (xdg-desktop-portal with the
+//   KDE backend) on the session bus and a private runtime dir (see KdeSession.h).
 // While it lives, DISPLAY, WAYLAND_DISPLAY, XDG_RUNTIME_DIR and DBUS_SESSION_BUS_ADDRESS of this process
 // point at it (the previous values come back afterwards). Anything that cannot start throws
 // std::runtime_error naming what and why: a missing display server is a failure, never a skip.
 class DesktopSession {
   public:
     // none: the session bus alone.
-    enum class Server { x11, wayland, none };
+    enum class Server { x11, wayland, kde, none };
     static constexpr const char* kSessionUser = "vocle-session";
 
     struct Options {
@@ -57,6 +59,8 @@ class DesktopSession {
     const std::string& busAddress() const { return busAddress_; }
     // Scratch folder removed with the session; child process output goes there.
     const std::filesystem::path& workDir() const { return workDir_; }
+    // HOME of the session's services (configuration, caches and data below it), inside workDir().
+    std::filesystem::path homeDir() const { return workDir_ / "bus-home"; }
 
     // Starts a program in the session's environment (plus `extraEnv` "NAME=value" entries); its output
     // goes to workDir()/<name>.log. Killed at teardown unless stopped before.
@@ -77,6 +81,8 @@ class DesktopSession {
   private:
     void startXvfb();
     void startSway();
+    void startKde();  // in KdeSession.cpp
+    void releaseKdeRuntime();
     void startWindowManager();
     void startBus();
     void teardown();

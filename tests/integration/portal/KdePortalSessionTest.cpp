@@ -1,0 +1,190 @@
+// The headless Plasma session against the real portal service: which portals and compositor globals an
+// application finds there, that the remote-control grant lets keys and a Ctrl+V reach a native Wayland
+// window, and that a shortcut bound through the GlobalShortcuts portal fires on its keys. Driven with a
+// plain D-Bus client, so a failure here is the desktop's, not the application's.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "support/DesktopSession.h"
+#include "support/KdeSession.h"
+#include "support/PortalTestClient.h"
+#include "support/TempDir.h"
+
+using namespace vocle::testing;
+
+namespace {
+
+constexpr const char* kRemoteDesktop = "org.freedesktop.portal.RemoteDesktop";
+constexpr const char* kGlobalShortcuts = "org.freedesktop.portal.GlobalShortcuts";
+constexpr int32_t kControlL = 0xffe3, kAltL = 0xffe9, kBackSpace = 0xff08;
+
+DesktopSession& session() {
+    static std::unique_ptr<DesktopSession> shared;
+    if (!shared) {
+        DesktopSession::Options options;
+        options.server = DesktopSession::Server::kde;
+        shared = std::make_unique<DesktopSession>(options);
+    }
+    return *shared;
+}
+
+bool contains(const std::vector<std::string>& list, const std::string& item) {
+    return std::find(list.begin(), list.end(), item) != list.end();
+}
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+class KdePortalSession : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_NO_THROW(session());
+        client = std::make_unique<PortalTestClient>(session().busAddress());
+    }
+    void TearDown() override {
+        client.reset();
+        for (pid_t pid : started) session().stop(pid);
+    }
+
+    // A keyboard session of the RemoteDesktop portal, started; its handle.
+    std::string startKeyboardSession() {
+        std::string error;
+        auto created = client->request(kRemoteDesktop, "CreateSession", {},
+                                       {{"session_handle_token", std::string("voclekeys")}}, 10.0, &error);
+        EXPECT_TRUE(created && created->code == 0) << "CreateSession: " << error;
+        if (!created || created->code != 0) return {};
+        const std::string handle = created->strings["session_handle"];
+        auto selected = client->request(kRemoteDesktop, "SelectDevices", {handle}, {{"types", uint32_t{1}}},
+                                        10.0, &error);
+        EXPECT_TRUE(selected && selected->code == 0) << "SelectDevices: " << error;
+        auto begun = client->request(kRemoteDesktop, "Start", {handle, std::string()}, {}, 30.0, &error);
+        EXPECT_TRUE(begun && begun->code == 0)
+            << "Start: " << error << " code " << (begun ? begun->code : 99);
+        if (!begun || begun->code != 0) return {};
+        EXPECT_EQ(begun->numbers["devices"] & 1u, 1u) << "no keyboard granted";
+        return handle;
+    }
+    void press(const std::string& handle, const std::vector<int32_t>& chord) {
+        for (int32_t keysym : chord) ASSERT_TRUE(client->notifyKeysym(handle, keysym, true));
+        for (auto it = chord.rbegin(); it != chord.rend(); ++it)
+            ASSERT_TRUE(client->notifyKeysym(handle, *it, false));
+    }
+    void type(const std::string& handle, const std::string& ascii) {
+        for (char c : ascii) press(handle, {static_cast<int32_t>(c)});
+    }
+    // A native Wayland text window (Qt on its Wayland platform) whose text goes to `output`; returns once
+    // it takes keys, empty again.
+    void openTextWindow(const std::string& handle, const std::filesystem::path& output) {
+        started.push_back(session().spawn(
+            {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
+            {"QT_QPA_PLATFORM=wayland"}));
+        // Keys sent before the window has the focus go elsewhere: probe until one arrives.
+        const bool focused = pollUntil(
+            [&] {
+                press(handle, {'x'});
+                return pollUntil([&] { return readFile(output).find('x') != std::string::npos; }, 0.5);
+            },
+            20.0, {}, 0.2);
+        ASSERT_TRUE(focused) << "the text window never received a key";
+        press(handle, {kControlL, 'a'});
+        press(handle, {kBackSpace});
+        ASSERT_TRUE(pollUntil([&] { return readFile(output).empty(); }, 5.0)) << readFile(output);
+    }
+
+    std::unique_ptr<PortalTestClient> client;
+    std::vector<pid_t> started;
+};
+
+TEST_F(KdePortalSession, OffersTheRemoteDesktopAndGlobalShortcutsPortalsButNoWlrootsKeyboard) {
+    const auto interfaces = client->portalInterfaces();
+    EXPECT_TRUE(contains(interfaces, kRemoteDesktop));
+    EXPECT_TRUE(contains(interfaces, kGlobalShortcuts));
+    EXPECT_GE(client->portalVersion(kRemoteDesktop).value_or(0), 1u);
+    EXPECT_GE(client->portalVersion(kGlobalShortcuts).value_or(0), 1u);
+    // Shortcuts are KWin's own: kglobalaccel runs inside the compositor.
+    EXPECT_TRUE(client->nameHasOwner("org.kde.kglobalaccel"));
+
+    const auto globals = compositorGlobals();
+    ASSERT_TRUE(contains(globals, "wl_seat")) << "no Wayland connection to KWin";
+    EXPECT_TRUE(contains(globals, "zwlr_data_control_manager_v1"));
+    EXPECT_FALSE(contains(globals, "zwp_virtual_keyboard_manager_v1"));
+    EXPECT_FALSE(contains(globals, "org_kde_plasma_window_management"));
+    EXPECT_FALSE(contains(globals, "org_kde_kwin_fake_input"));
+}
+
+TEST_F(KdePortalSession, ADesktopEntryNamingTheProgramGrantsKWinsRestrictedGlobals) {
+    char self[4096] = {};
+    ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
+    ASSERT_FALSE(contains(compositorGlobals(), "org_kde_plasma_window_management"));
+
+    grantWaylandInterfaces(session(), self, {"org_kde_plasma_window_management", "org_kde_kwin_fake_input"});
+    std::vector<std::string> globals;
+    EXPECT_TRUE(pollUntil(
+        [&] {
+            globals = compositorGlobals();
+            return contains(globals, "org_kde_plasma_window_management");
+        },
+        10.0, {}, 0.2));
+    EXPECT_TRUE(contains(globals, "org_kde_kwin_fake_input"));
+}
+
+TEST_F(KdePortalSession, AfterTheGrantKeysAndCtrlVReachANativeWaylandWindow) {
+    allowRemoteControl(*client);
+    EXPECT_EQ(client->permissions("kde-authorized", "remote-desktop", ""), std::vector<std::string>{"yes"});
+    const std::string handle = startKeyboardSession();
+    ASSERT_FALSE(handle.empty());
+
+    TempDir scratch;
+    const auto output = scratch.path() / "typed.txt";
+    ASSERT_NO_FATAL_FAILURE(openTextWindow(handle, output));
+    type(handle, "Hello Plasma");
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello Plasma"; }, 5.0)) << readFile(output);
+
+    // The way a transcript goes in: the clipboard, then one Ctrl+V; text beyond the keymap arrives whole.
+    const std::string transcript = " – déjà vu, naïve ✓";
+    started.push_back(session().spawn({"wl-copy", "--foreground", transcript}));
+    ASSERT_TRUE(pollUntil([&] { return session().run({"wl-paste", "--no-newline"}) == transcript; }, 5.0));
+    press(handle, {kControlL, 'v'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello Plasma" + transcript; }, 5.0))
+        << readFile(output);
+}
+
+TEST_F(KdePortalSession, AShortcutBoundThroughThePortalFiresOnItsKeys) {
+    client->watch(kGlobalShortcuts);
+    // Plasma 5.27 takes the shortcuts with the session (BindShortcuts there only opens System Settings).
+    const PortalTestClient::Shortcuts shortcuts = {{"toggle", "Start or stop dictation", "CTRL+ALT+space"}};
+    std::string error;
+    auto created = client->request(
+        kGlobalShortcuts, "CreateSession", {},
+        {{"session_handle_token", std::string("voclehotkeys")}, {"shortcuts", shortcuts}}, 10.0, &error);
+    ASSERT_TRUE(created && created->code == 0) << error;
+    const std::string shortcutSession = created->strings["session_handle"];
+    ASSERT_EQ(created->shortcuts.size(), 1u);
+    EXPECT_EQ(created->shortcuts[0].first, "toggle");
+    EXPECT_EQ(created->shortcuts[0].second, "Ctrl+Alt+Space");
+
+    const std::string keys = startKeyboardSession();
+    ASSERT_FALSE(keys.empty());
+    press(keys, {kControlL, kAltL, ' '});
+    const auto activated = client->waitForSignal("Activated", 5.0);
+    ASSERT_TRUE(activated) << "no Activated signal";
+    EXPECT_EQ(activated->strings, (std::vector<std::string>{shortcutSession, "toggle"}));
+    const auto deactivated = client->waitForSignal("Deactivated", 5.0);
+    ASSERT_TRUE(deactivated) << "no Deactivated signal";
+    EXPECT_EQ(deactivated->strings, (std::vector<std::string>{shortcutSession, "toggle"}));
+
+    // Another chord does not fire it.
+    press(keys, {kControlL, kAltL, 'd'});
+    EXPECT_FALSE(client->waitForSignal("Activated", 1.0));
+}
+
+}  // namespace
