@@ -152,6 +152,8 @@ void GlobalShortcutsPortal::createSession(HotKeyHandle handle) {
             b->session->onClosed(owner_.guard([this, handle] {
                 if (find(handle)) fail(handle, kHotKeyNoDisplay, "the desktop ended the session");
             }));
+            // Plasma 5.27 answers with the shortcuts it bound from the options.
+            if (adopt(*b, r.results)) return bound(handle);
             listShortcuts(handle);
         }));
 }

@@ -130,6 +130,20 @@ TEST_F(GlobalShortcutsTest, TheSessionCarriesTheShortcutAndNeedsNoBindWhenTheDes
     EXPECT_EQ(statuses, (std::vector<std::pair<HotKeyHandle, int>>{{*reg.handle, kHotKeyOk}}));
 }
 
+TEST_F(GlobalShortcutsTest, ShortcutsInTheCreateSessionAnswerAreTakenAsBound) {
+    const auto reg = portal->registerHotKey(keycode::kSpace, kCtrlAlt, 1);
+    main.advance(0);
+    BusDict results = shortcutsResult({listed("toggle_CTRL_ALT_space", "Ctrl+Alt+Space")});
+    results["session_handle"] = BusValue(sessionFor("toggle"));
+    bus.respond(kCreate, 0, results);
+    main.advance(0);
+    EXPECT_TRUE(bus.callsOf(kList).empty());
+    EXPECT_TRUE(bus.callsOf(kBind).empty());
+    EXPECT_EQ(statuses, (std::vector<std::pair<HotKeyHandle, int>>{{*reg.handle, kHotKeyOk}}));
+    activate(sessionFor("toggle"), "toggle_CTRL_ALT_space");
+    EXPECT_EQ(pressed, (std::vector<uint32_t>{1}));
+}
+
 TEST_F(GlobalShortcutsTest, AnUnlistedShortcutIsBoundOnceAndItsOutcomeReported) {
     const auto reg = portal->registerHotKey(keycode::kSpace, kCtrlAlt, 1);
     openSession("toggle");

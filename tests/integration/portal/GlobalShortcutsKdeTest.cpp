@@ -1,0 +1,180 @@
+// The portal hot keys against a headless Plasma session: KWin with its built-in kglobalaccel, the KDE portal
+// backend and xdg-desktop-portal on a private bus. Keys are pressed through the RemoteDesktop portal's
+// keyboard, which KWin treats like a real one, so a press goes through the compositor's own shortcut
+// handling and comes back as the portal's Activated signal.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "desktop/ShortcutManager.h"
+#include "foundation/Clock.h"
+#include "foundation/Log.h"
+#include "foundation/RunLoopMainQueue.h"
+#include "platform/portal/GlobalShortcutsPortal.h"
+#include "platform/portal/LibdbusPortalBus.h"
+#include "platform/testing/FakeKeyMonitor.h"
+#include "storage/DataFolder.h"
+#include "storage/FileStorageManager.h"
+#include "support/DesktopSession.h"
+#include "support/PortalTestClient.h"
+#include "support/TempDir.h"
+
+namespace vocle {
+namespace {
+
+using namespace portal;
+using testing::DesktopSession;
+using testing::PortalTestClient;
+
+constexpr int32_t kControlL = 0xffe3, kAltL = 0xffe9, kEscape = 0xff1b;
+constexpr uint64_t kCtrlAlt = kModifierControl | kModifierOption;
+
+DesktopSession& session() {
+    static std::unique_ptr<DesktopSession> shared;
+    if (!shared) {
+        DesktopSession::Options options;
+        options.server = DesktopSession::Server::kde;
+        shared = std::make_unique<DesktopSession>(options);
+    }
+    return *shared;
+}
+
+std::optional<std::string> keysymName(uint16_t keyCode) {
+    switch (keyCode) {
+        case keycode::kSpace:
+            return "space";
+        case keycode::kEscape:
+            return "Escape";
+        case 2:
+            return "d";
+        default:
+            return std::nullopt;
+    }
+}
+
+class GlobalShortcutsKde : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_NO_THROW(session());
+        keyboard = std::make_unique<PortalTestClient>(session().busAddress());
+        keys = startKeyboard();
+        ASSERT_FALSE(keys.empty());
+        bus = std::make_unique<LibdbusPortalBus>(queue, session().busAddress());
+        ASSERT_TRUE(bus->connected());
+        portal = std::make_unique<GlobalShortcutsPortal>(
+            *bus, keysymName,
+            std::map<uint32_t, GlobalShortcutsPortal::ShortcutName>{
+                {1, {"toggle", "Start or stop dictation"}}, {2, {"cancel", "Cancel the dictation"}}});
+        statusWatch = portal->observeStatus([this](HotKeyHandle h, int s) { statuses[h] = s; });
+    }
+    void TearDown() override {
+        manager.reset();
+        portal.reset();
+        queue.runUntil([] { return false; }, Seconds(0.2));  // the Close calls go out
+        bus.reset();
+        keyboard.reset();
+    }
+
+    std::string startKeyboard() {
+        std::string error;
+        auto created = keyboard->request("org.freedesktop.portal.RemoteDesktop", "CreateSession", {},
+                                         {{"session_handle_token", std::string("testkeys")}}, 10.0, &error);
+        if (!created || created->code != 0) return {};
+        const std::string handle = created->strings["session_handle"];
+        auto selected = keyboard->request("org.freedesktop.portal.RemoteDesktop", "SelectDevices", {handle},
+                                          {{"types", uint32_t{1}}}, 10.0, &error);
+        auto begun = keyboard->request("org.freedesktop.portal.RemoteDesktop", "Start", {handle, std::string()}, {},
+                                       30.0, &error);
+        return selected && begun && selected->code == 0 && begun->code == 0 ? handle : std::string();
+    }
+    void press(const std::vector<int32_t>& chord) {
+        for (int32_t keysym : chord) ASSERT_TRUE(keyboard->notifyKeysym(keys, keysym, true));
+        for (auto it = chord.rbegin(); it != chord.rend(); ++it) ASSERT_TRUE(keyboard->notifyKeysym(keys, *it, false));
+    }
+    bool settle(const std::function<bool()>& done, double seconds = 10.0) {
+        return queue.runUntil(done, Seconds(seconds));
+    }
+
+    SystemClock clock;
+    RunLoopMainQueue queue{clock};
+    std::unique_ptr<PortalTestClient> keyboard;
+    std::string keys;
+    std::unique_ptr<LibdbusPortalBus> bus;
+    std::unique_ptr<GlobalShortcutsPortal> portal;
+    std::map<HotKeyHandle, int> statuses;
+    Subscription statusWatch;
+    std::unique_ptr<ShortcutManager> manager;
+};
+
+TEST_F(GlobalShortcutsKde, APressOfTheBoundChordCallsTheHandlerOnceAndANewKeyRebinds) {
+    std::vector<uint32_t> pressed;
+    ASSERT_EQ(portal->installHandler([&](uint32_t id) { pressed.push_back(id); }), kHotKeyOk);
+    const auto first = portal->registerHotKey(keycode::kSpace, kCtrlAlt, 1);
+    ASSERT_TRUE(first.handle);
+    ASSERT_TRUE(settle([&] { return statuses.count(*first.handle) > 0; })) << "the portal never answered";
+    ASSERT_EQ(statuses[*first.handle], kHotKeyOk);
+    EXPECT_EQ(portal->assignedTrigger(*first.handle), "Ctrl+Alt+Space");
+
+    press({kControlL, kAltL, ' '});
+    EXPECT_TRUE(settle([&] { return !pressed.empty(); }, 5.0)) << "no Activated for Ctrl+Alt+Space";
+    settle([] { return false; }, 0.5);  // a second call would have come by now
+    EXPECT_EQ(pressed, (std::vector<uint32_t>{1}));
+
+    // The picker's sequence: the old key goes, the new one is bound under the same name.
+    portal->unregisterHotKey(*first.handle);
+    const auto second = portal->registerHotKey(2, kCtrlAlt, 1);
+    ASSERT_TRUE(second.handle);
+    ASSERT_TRUE(settle([&] { return statuses.count(*second.handle) > 0; }));
+    ASSERT_EQ(statuses[*second.handle], kHotKeyOk);
+    EXPECT_EQ(portal->assignedTrigger(*second.handle), "Ctrl+Alt+D");
+    pressed.clear();
+    press({kControlL, kAltL, ' '});
+    settle([] { return false; }, 1.0);
+    EXPECT_TRUE(pressed.empty()) << "the old key still fires";
+    press({kControlL, kAltL, 'd'});
+    EXPECT_TRUE(settle([&] { return !pressed.empty(); }, 5.0)) << "no Activated for Ctrl+Alt+D";
+    EXPECT_EQ(pressed, (std::vector<uint32_t>{1}));
+}
+
+TEST_F(GlobalShortcutsKde, EscapeCancelsOnlyWhileARecordingRuns) {
+    testing::TempDir home;
+    DataFolder folder{home.path()};
+    FileStorageManager storage{folder, clock};
+    testing::FakeKeyMonitor monitor{queue};
+    monitor.observesAll = false;
+    testing::FakeLocalKeyMonitor local;
+    Observable<bool> recording{false};
+    int toggles = 0, cancels = 0;
+    manager = std::make_unique<ShortcutManager>(queue, storage, *portal, monitor, local);
+    manager->toggleRecordingHandler = [&] { ++toggles; };
+    manager->cancelRecordingHandler = [&] { ++cancels; };
+    manager->followRecording(recording);
+    ASSERT_TRUE(settle([&] { return manager->toggleHotKeyRef() && statuses.count(*manager->toggleHotKeyRef()); }));
+    ASSERT_FALSE(manager->toggleRegistrationFailure());
+
+    press({kEscape});
+    settle([] { return false; }, 1.0);
+    EXPECT_EQ(cancels, 0) << "Escape is claimed while idle";
+
+    for (int round = 0; round < 2; ++round) {
+        recording.set(true);
+        ASSERT_TRUE(manager->recordingCancelHotKeyRef());
+        const HotKeyHandle cancel = *manager->recordingCancelHotKeyRef();
+        ASSERT_TRUE(settle([&] { return statuses.count(cancel) > 0; })) << "round " << round;
+        EXPECT_EQ(statuses[cancel], kHotKeyOk) << "round " << round;
+        EXPECT_TRUE(manager->cancelReachesAllApplications());
+        press({kEscape});
+        EXPECT_TRUE(settle([&] { return cancels == round + 1; }, 5.0)) << "round " << round;
+        recording.set(false);
+        settle([] { return false; }, 0.5);
+        press({kEscape});
+        settle([] { return false; }, 1.0);
+        EXPECT_EQ(cancels, round + 1) << "Escape still claimed after the recording, round " << round;
+    }
+    press({kControlL, kAltL, ' '});
+    EXPECT_TRUE(settle([&] { return toggles == 1; }, 5.0));
+}
+
+}  // namespace
+}  // namespace vocle
