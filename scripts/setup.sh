@@ -24,8 +24,8 @@ PACKAGES=(
     libwayland-dev libwayland-bin libxkbcommon-dev sway foot xwayland qt6-wayland wl-clipboard wtype grim
     x11-xserver-utils
     # a headless KDE Plasma session for the portal tests: KWin (kglobalaccel inside), the desktop portals with
-    # the KDE backend, and Qt 5's Wayland platform, which that backend needs
-    kwin-wayland xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
+    # the KDE backend, Qt 5's Wayland platform, which that backend needs, and Breeze title bars for screenshots
+    kwin-wayland kwin-style-breeze xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
     # a notification daemon for the desktop-notice tests
     dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation

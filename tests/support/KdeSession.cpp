@@ -1,11 +1,16 @@
 #include "support/KdeSession.h"
 
+#include <dbus/dbus.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <wayland-client.h>
 
 #include <fstream>
+#include <map>
 #include <stdexcept>
+#include <thread>
 
 #include "support/PortalTestClient.h"
 
@@ -140,16 +145,125 @@ void DesktopSession::releaseKdeRuntime() {
     run({"fusermount", "-u", "-z", documents.string()});
 }
 
-void grantWaylandInterfaces(const DesktopSession& session, const std::filesystem::path& executable,
-                            const std::vector<std::string>& interfaces) {
-    std::string list;
-    for (const auto& name : interfaces) list += (list.empty() ? "" : ",") + name;
+void grantKWinInterfaces(const DesktopSession& session, const std::filesystem::path& executable,
+                         const std::vector<std::string>& waylandInterfaces,
+                         const std::vector<std::string>& dbusInterfaces) {
+    const auto join = [](const std::vector<std::string>& names) {
+        std::string list;
+        for (const auto& name : names) list += (list.empty() ? "" : ",") + name;
+        return list;
+    };
     const auto entry = session.homeDir() / ".local/share/applications" /
                        ("org.vocle.test." + executable.filename().string() + ".desktop");
     std::ofstream out(entry);
     out << "[Desktop Entry]\nType=Application\nName=" << executable.filename().string()
-        << "\nNoDisplay=true\nExec=" << executable.string() << "\nX-KDE-Wayland-Interfaces=" << list << "\n";
-    if (!out) throw std::runtime_error("grantWaylandInterfaces: cannot write " + entry.string());
+        << "\nNoDisplay=true\nExec=" << executable.string()
+        << "\nX-KDE-Wayland-Interfaces=" << join(waylandInterfaces)
+        << "\nX-KDE-DBUS-Restricted-Interfaces=" << join(dbusInterfaces) << "\n";
+    if (!out) throw std::runtime_error("grantKWinInterfaces: cannot write " + entry.string());
+}
+
+bool captureScreen(DesktopSession& session, const std::filesystem::path& png, std::string* error) {
+    const auto fail = [&](const std::string& why) {
+        if (error) *error = "captureScreen: " + why;
+        return false;
+    };
+    char self[4096] = {};
+    if (::readlink("/proc/self/exe", self, sizeof self - 1) <= 0) return fail("no /proc/self/exe");
+    grantKWinInterfaces(session, self, {}, {"org.kde.KWin.ScreenShot2"});
+
+    DBusError e;
+    dbus_error_init(&e);
+    DBusConnection* bus = dbus_connection_open_private(session.busAddress().c_str(), &e);
+    if (!bus || !dbus_bus_register(bus, &e)) {
+        const std::string why = e.message ? e.message : "no bus";
+        dbus_error_free(&e);
+        if (bus) dbus_connection_close(bus), dbus_connection_unref(bus);
+        return fail(why);
+    }
+    std::string pixels, why;
+    DBusMessage* reply = nullptr;
+    // KWin reads desktop entries again shortly after they change: until then the grant is not seen.
+    pollUntil(
+        [&] {
+            int fds[2];
+            if (::pipe2(fds, O_CLOEXEC) != 0) return true;
+            // KWin writes the pixels after it has answered; read them meanwhile, the pipe holds far less.
+            pixels.clear();
+            std::thread reader([&] {
+                char buffer[65536];
+                ssize_t n;
+                while ((n = ::read(fds[0], buffer, sizeof buffer)) > 0)
+                    pixels.append(buffer, static_cast<size_t>(n));
+            });
+            DBusMessage* m = dbus_message_new_method_call("org.kde.KWin", "/org/kde/KWin/ScreenShot2",
+                                                          "org.kde.KWin.ScreenShot2", "CaptureActiveScreen");
+            DBusMessageIter it, dict;
+            dbus_message_iter_init_append(m, &it);
+            dbus_message_iter_open_container(&it, DBUS_TYPE_ARRAY, "{sv}", &dict);
+            dbus_message_iter_close_container(&it, &dict);
+            dbus_message_iter_append_basic(&it, DBUS_TYPE_UNIX_FD, &fds[1]);
+            reply = dbus_connection_send_with_reply_and_block(bus, m, 15000, &e);
+            dbus_message_unref(m);
+            ::close(fds[1]);  // KWin holds its own copy; EOF comes when it is done
+            reader.join();
+            ::close(fds[0]);
+            if (reply) return true;
+            const std::string name = e.name ? e.name : "";
+            why = name + ": " + (e.message ? e.message : "");
+            dbus_error_free(&e);
+            return name.find("NoAuthorized") == std::string::npos;
+        },
+        10.0, {}, 0.25);
+    dbus_connection_close(bus);
+    dbus_connection_unref(bus);
+    if (!reply) return fail(why);
+    std::map<std::string, uint32_t> info;
+    std::string type;
+    DBusMessageIter args, entries;
+    if (dbus_message_iter_init(reply, &args) && dbus_message_iter_get_arg_type(&args) == DBUS_TYPE_ARRAY) {
+        dbus_message_iter_recurse(&args, &entries);
+        while (dbus_message_iter_get_arg_type(&entries) == DBUS_TYPE_DICT_ENTRY) {
+            DBusMessageIter pair, variant;
+            const char* key = nullptr;
+            dbus_message_iter_recurse(&entries, &pair);
+            dbus_message_iter_get_basic(&pair, &key);
+            dbus_message_iter_next(&pair);
+            dbus_message_iter_recurse(&pair, &variant);
+            if (dbus_message_iter_get_arg_type(&variant) == DBUS_TYPE_UINT32) {
+                uint32_t v = 0;
+                dbus_message_iter_get_basic(&variant, &v);
+                info[key] = v;
+            } else if (dbus_message_iter_get_arg_type(&variant) == DBUS_TYPE_STRING) {
+                const char* v = nullptr;
+                dbus_message_iter_get_basic(&variant, &v);
+                type = v ? v : "";
+            }
+            dbus_message_iter_next(&entries);
+        }
+    }
+    dbus_message_unref(reply);
+    const uint32_t width = info["width"], height = info["height"], stride = info["stride"],
+                   format = info["format"];
+    if (type != "raw" || width == 0 || height == 0 || stride < width * 4 ||
+        pixels.size() < size_t(stride) * height)
+        return fail("unexpected image: type " + type + ", " + std::to_string(width) + "x" +
+                    std::to_string(height) + ", " + std::to_string(pixels.size()) + " bytes");
+    // QImage formats: 32-bit (A)RGB words are BGRA in memory here, RGBA8888 variants are RGBA.
+    const std::string order = (format >= 16 && format <= 18) ? "rgba" : "bgra";
+    const auto raw = png.string() + ".raw";
+    {
+        std::ofstream out(raw, std::ios::binary);
+        for (uint32_t row = 0; row < height; ++row)
+            out.write(pixels.data() + size_t(row) * stride, width * 4);
+    }
+    const auto converted =
+        session.run({"convert", "-size", std::to_string(width) + "x" + std::to_string(height), "-depth", "8",
+                     order + ":" + raw, "-alpha", "off", png.string()},
+                    30.0);
+    std::filesystem::remove(raw);
+    if (!converted) return fail("convert failed");
+    return true;
 }
 
 void allowRemoteControl(PortalTestClient& client, const std::string& appId) {

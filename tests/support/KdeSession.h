@@ -18,11 +18,18 @@ class PortalTestClient;
 // The KDE portal backend's program; empty when it is not installed.
 std::filesystem::path kdePortalBackend();
 
-// Lets `executable` (an absolute path) bind KWin's restricted globals (e.g. org_kde_plasma_window_management,
-// org_kde_kwin_fake_input), as an installed application's desktop entry does on Plasma: KWin looks the
-// client's program up among the desktop entries and reads X-KDE-Wayland-Interfaces.
-void grantWaylandInterfaces(const DesktopSession& session, const std::filesystem::path& executable,
-                            const std::vector<std::string>& interfaces);
+// Lets `executable` (an absolute path) bind KWin's restricted Wayland globals (e.g.
+// org_kde_plasma_window_management, org_kde_kwin_fake_input) and call its restricted D-Bus interfaces (e.g.
+// org.kde.KWin.ScreenShot2), as an installed application's desktop entry does on Plasma: KWin looks the
+// client's program up among the desktop entries and reads X-KDE-Wayland-Interfaces and
+// X-KDE-DBUS-Restricted-Interfaces.
+void grantKWinInterfaces(const DesktopSession& session, const std::filesystem::path& executable,
+                         const std::vector<std::string>& waylandInterfaces,
+                         const std::vector<std::string>& dbusInterfaces = {});
+
+// Captures the screen through KWin's screenshot service into a PNG file at `png` (ImageMagick converts the
+// raw pixels). Grants this test program the service first. False with `error` when it failed.
+bool captureScreen(DesktopSession& session, const std::filesystem::path& png, std::string* error = nullptr);
 
 // Grants host applications (`appId` empty) remote control ahead of time, the way Plasma's portal backend
 // keeps it for sessions without anyone at the screen: "yes" under kde-authorized / remote-desktop in the

@@ -81,12 +81,13 @@ class KdePortalSession : public ::testing::Test {
     void type(const std::string& handle, const std::string& ascii) {
         for (char c : ascii) press(handle, {static_cast<int32_t>(c)});
     }
-    // A native Wayland text window (Qt on its Wayland platform) whose text goes to `output`; returns once
-    // it takes keys, empty again.
-    void openTextWindow(const std::string& handle, const std::filesystem::path& output) {
+    // A text window whose text goes to `output`, native Wayland or (`platform` xcb) on XWayland; returns
+    // once it takes keys, empty again.
+    void openTextWindow(const std::string& handle, const std::filesystem::path& output,
+                        const std::string& platform = "wayland") {
         started.push_back(session().spawn(
             {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
-            {"QT_QPA_PLATFORM=wayland"}));
+            {"QT_QPA_PLATFORM=" + platform}));
         // Keys sent before the window has the focus go elsewhere: probe until one arrives.
         const bool focused = pollUntil(
             [&] {
@@ -126,7 +127,7 @@ TEST_F(KdePortalSession, ADesktopEntryNamingTheProgramGrantsKWinsRestrictedGloba
     ASSERT_GT(::readlink("/proc/self/exe", self, sizeof self - 1), 0);
     ASSERT_FALSE(contains(compositorGlobals(), "org_kde_plasma_window_management"));
 
-    grantWaylandInterfaces(session(), self, {"org_kde_plasma_window_management", "org_kde_kwin_fake_input"});
+    grantKWinInterfaces(session(), self, {"org_kde_plasma_window_management", "org_kde_kwin_fake_input"});
     std::vector<std::string> globals;
     EXPECT_TRUE(pollUntil(
         [&] {
@@ -151,11 +152,38 @@ TEST_F(KdePortalSession, AfterTheGrantKeysAndCtrlVReachANativeWaylandWindow) {
 
     // The way a transcript goes in: the clipboard, then one Ctrl+V; text beyond the keymap arrives whole.
     const std::string transcript = " – déjà vu, naïve ✓";
-    started.push_back(session().spawn({"wl-copy", "--foreground", transcript}));
+    started.push_back(
+        session().spawn({"wl-copy", "--foreground", "--type", "text/plain;charset=utf-8", transcript}));
     ASSERT_TRUE(pollUntil([&] { return session().run({"wl-paste", "--no-newline"}) == transcript; }, 5.0));
     press(handle, {kControlL, 'v'});
     EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello Plasma" + transcript; }, 5.0))
         << readFile(output);
+
+    // For a person to look at: the window as KWin draws it.
+    const auto shot = std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots" / "kde-text-window.png";
+    std::filesystem::create_directories(shot.parent_path());
+    std::string error;
+    EXPECT_TRUE(captureScreen(session(), shot, &error)) << error;
+}
+
+TEST_F(KdePortalSession, KeysAndCtrlVReachAnXWaylandWindowToo) {
+    ASSERT_FALSE(session().display().empty()) << "no XWayland";
+    const std::string handle = startKeyboardSession();
+    ASSERT_FALSE(handle.empty());
+    TempDir scratch;
+    const auto output = scratch.path() / "typed.txt";
+    ASSERT_NO_FATAL_FAILURE(openTextWindow(handle, output, "xcb"));
+    type(handle, "Hello X");
+    // KWin hands a Wayland selection to X clients when it names its type.
+    started.push_back(
+        session().spawn({"wl-copy", "--foreground", "--type", "text/plain;charset=utf-8", " and more"}));
+    ASSERT_TRUE(pollUntil(
+        [&] {
+            return session().run({"xclip", "-o", "-selection", "clipboard"}) == " and more";
+        },
+        5.0));
+    press(handle, {kControlL, 'v'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello X and more"; }, 5.0)) << readFile(output);
 }
 
 TEST_F(KdePortalSession, AShortcutBoundThroughThePortalFiresOnItsKeys) {
