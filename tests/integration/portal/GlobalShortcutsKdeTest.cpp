@@ -84,18 +84,21 @@ class GlobalShortcutsKde : public ::testing::Test {
         const std::string handle = created->strings["session_handle"];
         auto selected = keyboard->request("org.freedesktop.portal.RemoteDesktop", "SelectDevices", {handle},
                                           {{"types", uint32_t{1}}}, 10.0, &error);
-        auto begun = keyboard->request("org.freedesktop.portal.RemoteDesktop", "Start", {handle, std::string()}, {},
-                                       30.0, &error);
+        auto begun = keyboard->request("org.freedesktop.portal.RemoteDesktop", "Start",
+                                       {handle, std::string()}, {}, 30.0, &error);
         return selected && begun && selected->code == 0 && begun->code == 0 ? handle : std::string();
     }
     void press(const std::vector<int32_t>& chord) {
         for (int32_t keysym : chord) ASSERT_TRUE(keyboard->notifyKeysym(keys, keysym, true));
-        for (auto it = chord.rbegin(); it != chord.rend(); ++it) ASSERT_TRUE(keyboard->notifyKeysym(keys, *it, false));
+        for (auto it = chord.rbegin(); it != chord.rend(); ++it)
+            ASSERT_TRUE(keyboard->notifyKeysym(keys, *it, false));
     }
     bool settle(const std::function<bool()>& done, double seconds = 10.0) {
         return queue.runUntil(done, Seconds(seconds));
     }
 
+    std::shared_ptr<CapturingLogSink> logs = std::make_shared<CapturingLogSink>(true);
+    ScopedLogSink scopedLogs{logs};
     SystemClock clock;
     RunLoopMainQueue queue{clock};
     std::unique_ptr<PortalTestClient> keyboard;
@@ -115,6 +118,7 @@ TEST_F(GlobalShortcutsKde, APressOfTheBoundChordCallsTheHandlerOnceAndANewKeyReb
     ASSERT_TRUE(settle([&] { return statuses.count(*first.handle) > 0; })) << "the portal never answered";
     ASSERT_EQ(statuses[*first.handle], kHotKeyOk);
     EXPECT_EQ(portal->assignedTrigger(*first.handle), "Ctrl+Alt+Space");
+    EXPECT_TRUE(logs->contains("GlobalShortcuts: toggle bound to Ctrl+Alt+Space (asked for CTRL+ALT+space)"));
 
     press({kControlL, kAltL, ' '});
     EXPECT_TRUE(settle([&] { return !pressed.empty(); }, 5.0)) << "no Activated for Ctrl+Alt+Space";
@@ -150,7 +154,8 @@ TEST_F(GlobalShortcutsKde, EscapeCancelsOnlyWhileARecordingRuns) {
     manager->toggleRecordingHandler = [&] { ++toggles; };
     manager->cancelRecordingHandler = [&] { ++cancels; };
     manager->followRecording(recording);
-    ASSERT_TRUE(settle([&] { return manager->toggleHotKeyRef() && statuses.count(*manager->toggleHotKeyRef()); }));
+    ASSERT_TRUE(
+        settle([&] { return manager->toggleHotKeyRef() && statuses.count(*manager->toggleHotKeyRef()); }));
     ASSERT_FALSE(manager->toggleRegistrationFailure());
 
     press({kEscape});
@@ -172,6 +177,7 @@ TEST_F(GlobalShortcutsKde, EscapeCancelsOnlyWhileARecordingRuns) {
         settle([] { return false; }, 1.0);
         EXPECT_EQ(cancels, round + 1) << "Escape still claimed after the recording, round " << round;
     }
+    EXPECT_EQ(logs->count("Carbon HotKey cancel detected!"), 2u);
     press({kControlL, kAltL, ' '});
     EXPECT_TRUE(settle([&] { return toggles == 1; }, 5.0));
 }
