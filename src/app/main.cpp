@@ -2,6 +2,7 @@
 // the client graph, and the widgets bound to it.
 
 #include "app/RemoteDesktopPaste.h"
+#include "app/PortalHotKeys.h"
 #include "app/ScreenFactory.h"
 #include "app/UpdateAnnouncer.h"
 #include "application/ClientGraph.h"
@@ -41,6 +42,7 @@
 #include <csignal>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 // Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
 #include <QApplication>
@@ -159,6 +161,13 @@ int main(int argc, char** argv) {
     auto grabbed = std::make_shared<GrabbedCombinations>();
     X11HotKeys hotKeys(mainQueue, grabbed);
     XInputKeyMonitor keyMonitor(mainQueue, grabbed);
+    // Wayland: the desktop's GlobalShortcuts portal where it has one; the X server sees only XWayland's windows.
+    std::unique_ptr<app::PortalHotKeys> portalHotKeys;
+    std::optional<app::XWaylandKeyMonitor> xwaylandKeys;
+    if (displaySession == DisplaySession::wayland) {
+        portalHotKeys = app::PortalHotKeys::open(mainQueue);
+        xwaylandKeys.emplace(keyMonitor);
+    }
     QtLocalKeyMonitor localKeyMonitor;
     XTestSyntheticKeys xtestKeys;
     QtPasteboard qtPasteboard;
@@ -189,7 +198,9 @@ int main(int argc, char** argv) {
     options.appVersion = VOCLE_VERSION;
     ClientGraph graph(
         PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener,
-                         *workspace, browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor,
+                         *workspace, browserScripting, accessibility,
+                         portalHotKeys ? portalHotKeys->hotKeys() : static_cast<HotKeys&>(hotKeys),
+                         xwaylandKeys ? static_cast<KeyMonitor&>(*xwaylandKeys) : keyMonitor, localKeyMonitor,
                          syntheticKeys, pasteboard, indicatorPanels, nullptr, &desktopNotifications},
         threads.refs(), options);
 
