@@ -1,0 +1,87 @@
+// The real vocle on a headless KDE Plasma session: its shortcuts bound through the GlobalShortcuts portal,
+// pressed on a keyboard that KWin treats like a real one (the RemoteDesktop portal's), so each press goes
+// through the compositor's own shortcut handling.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "support/PortalTestClient.h"
+#include "support/desktop/DesktopHarness.h"
+
+using namespace vocle::testing;
+
+namespace {
+
+constexpr int32_t kControlL = 0xffe3, kAltL = 0xffe9, kEscape = 0xff1b;
+
+size_t occurrences(const std::string& text, const std::string& what, size_t from) {
+    size_t count = 0;
+    for (size_t at = text.find(what, from); at != std::string::npos; at = text.find(what, at + 1)) ++count;
+    return count;
+}
+
+class KdeShortcuts : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        desktop = std::make_unique<DesktopHarness>(DesktopSession::Server::kde);
+        // The session points this process at the compositor; the app gets the same.
+        const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+        const char* wayland = std::getenv("WAYLAND_DISPLAY");
+        ASSERT_TRUE(runtime && wayland);
+        desktop->setEnvironment("WAYLAND_DISPLAY", std::string(runtime) + "/" + wayland);
+        desktop->setEnvironment("XDG_CURRENT_DESKTOP", "KDE");
+        desktop->signIn("kde@example.com");
+        keyboard = std::make_unique<PortalTestClient>(desktop->environment().at("DBUS_SESSION_BUS_ADDRESS"));
+        std::string error;
+        const char* rd = "org.freedesktop.portal.RemoteDesktop";
+        auto created =
+            keyboard->request(rd, "CreateSession", {}, {{"session_handle_token", std::string("testkeys")}}, 10, &error);
+        ASSERT_TRUE(created && created->code == 0) << error;
+        keys = created->strings["session_handle"];
+        auto selected = keyboard->request(rd, "SelectDevices", {keys}, {{"types", uint32_t{1}}}, 10, &error);
+        ASSERT_TRUE(selected && selected->code == 0) << error;
+        auto begun = keyboard->request(rd, "Start", {keys, std::string()}, {}, 30, &error);
+        ASSERT_TRUE(begun && begun->code == 0) << error;
+    }
+    void press(const std::vector<int32_t>& chord) {
+        for (int32_t keysym : chord) ASSERT_TRUE(keyboard->notifyKeysym(keys, keysym, true));
+        for (auto it = chord.rbegin(); it != chord.rend(); ++it) ASSERT_TRUE(keyboard->notifyKeysym(keys, *it, false));
+    }
+    // Time for a second, unwanted reaction to show up in the log.
+    static void settle(std::chrono::milliseconds time) { std::this_thread::sleep_for(time); }
+
+    std::unique_ptr<DesktopHarness> desktop;
+    std::unique_ptr<PortalTestClient> keyboard;
+    std::string keys;
+};
+
+TEST_F(KdeShortcuts, TheToggleKeyStartsADictationAndEscapeCancelsItOnlyWhileItRuns) {
+    desktop->startVocle();
+    ASSERT_TRUE(desktop->waitForLog("GlobalShortcuts: toggle bound to Ctrl+Alt+Space", 15s)) << desktop->vocleLog();
+    EXPECT_NE(desktop->vocleLog().find("Global shortcuts: through the desktop portal (GlobalShortcuts version 1)"),
+              std::string::npos);
+
+    size_t from = desktop->logSize();
+    press({kEscape});
+    press({kControlL, kAltL, ' '});
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, from)) << desktop->vocleLog().substr(from);
+    settle(1s);
+    const std::string started = desktop->vocleLog();
+    EXPECT_EQ(occurrences(started, "Carbon HotKey toggle detected!", from), 1u) << started.substr(from);
+    // Escape pressed while idle was not ours.
+    EXPECT_EQ(occurrences(started, "Carbon HotKey cancel detected!", from), 0u) << started.substr(from);
+
+    ASSERT_TRUE(desktop->waitForLog("GlobalShortcuts: cancel bound to Esc", 10s, from)) << started.substr(from);
+    press({kEscape});
+    ASSERT_TRUE(desktop->waitForLog("AppState - cancelRecording called", 10s, from))
+        << desktop->vocleLog().substr(from);
+    settle(2s);
+    from = desktop->logSize();
+    press({kEscape});
+    settle(1s);
+    EXPECT_EQ(occurrences(desktop->vocleLog(), "Carbon HotKey cancel detected!", from), 0u)
+        << desktop->vocleLog().substr(from);
+}
+
+}  // namespace
