@@ -35,8 +35,8 @@ class KdeShortcuts : public ::testing::Test {
         keyboard = std::make_unique<PortalTestClient>(desktop->environment().at("DBUS_SESSION_BUS_ADDRESS"));
         std::string error;
         const char* rd = "org.freedesktop.portal.RemoteDesktop";
-        auto created =
-            keyboard->request(rd, "CreateSession", {}, {{"session_handle_token", std::string("testkeys")}}, 10, &error);
+        auto created = keyboard->request(rd, "CreateSession", {},
+                                         {{"session_handle_token", std::string("testkeys")}}, 10, &error);
         ASSERT_TRUE(created && created->code == 0) << error;
         keys = created->strings["session_handle"];
         auto selected = keyboard->request(rd, "SelectDevices", {keys}, {{"types", uint32_t{1}}}, 10, &error);
@@ -46,7 +46,8 @@ class KdeShortcuts : public ::testing::Test {
     }
     void press(const std::vector<int32_t>& chord) {
         for (int32_t keysym : chord) ASSERT_TRUE(keyboard->notifyKeysym(keys, keysym, true));
-        for (auto it = chord.rbegin(); it != chord.rend(); ++it) ASSERT_TRUE(keyboard->notifyKeysym(keys, *it, false));
+        for (auto it = chord.rbegin(); it != chord.rend(); ++it)
+            ASSERT_TRUE(keyboard->notifyKeysym(keys, *it, false));
     }
     // Time for a second, unwanted reaction to show up in the log.
     static void settle(std::chrono::milliseconds time) { std::this_thread::sleep_for(time); }
@@ -58,21 +59,29 @@ class KdeShortcuts : public ::testing::Test {
 
 TEST_F(KdeShortcuts, TheToggleKeyStartsADictationAndEscapeCancelsItOnlyWhileItRuns) {
     desktop->startVocle();
-    ASSERT_TRUE(desktop->waitForLog("GlobalShortcuts: toggle bound to Ctrl+Alt+Space", 15s)) << desktop->vocleLog();
-    EXPECT_NE(desktop->vocleLog().find("Global shortcuts: through the desktop portal (GlobalShortcuts version 1)"),
-              std::string::npos);
+    ASSERT_TRUE(desktop->waitForLog("GlobalShortcuts: toggle bound to Ctrl+Alt+Space", 15s))
+        << desktop->vocleLog();
+    EXPECT_NE(
+        desktop->vocleLog().find("Global shortcuts: through the desktop portal (GlobalShortcuts version 1)"),
+        std::string::npos);
 
     size_t from = desktop->logSize();
     press({kEscape});
     press({kControlL, kAltL, ' '});
-    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, from)) << desktop->vocleLog().substr(from);
+    ASSERT_TRUE(desktop->waitForLog("audioOutput.isRecording after", 15s, from))
+        << desktop->vocleLog().substr(from);
     settle(1s);
     const std::string started = desktop->vocleLog();
     EXPECT_EQ(occurrences(started, "Carbon HotKey toggle detected!", from), 1u) << started.substr(from);
+    // One press, one toggle: no other path (the X key monitor, our own windows' monitor) saw it as well.
+    EXPECT_EQ(occurrences(started, "Global NSEvent shortcut detected!", from), 0u) << started.substr(from);
+    EXPECT_EQ(occurrences(started, "🔥 SHORTCUT MATCHED!", from), 0u) << started.substr(from);
+    EXPECT_EQ(occurrences(started, "audioOutput.isRecording after start", from), 1u) << started.substr(from);
     // Escape pressed while idle was not ours.
     EXPECT_EQ(occurrences(started, "Carbon HotKey cancel detected!", from), 0u) << started.substr(from);
 
-    ASSERT_TRUE(desktop->waitForLog("GlobalShortcuts: cancel bound to Esc", 10s, from)) << started.substr(from);
+    ASSERT_TRUE(desktop->waitForLog("GlobalShortcuts: cancel bound to Esc", 10s, from))
+        << started.substr(from);
     press({kEscape});
     ASSERT_TRUE(desktop->waitForLog("AppState - cancelRecording called", 10s, from))
         << desktop->vocleLog().substr(from);
