@@ -13,14 +13,14 @@ namespace vocle::app {
 namespace {
 
 // The interface's version property, read once at start; 0 when absent. Activating the portal service
-// may take a moment, hence the generous wait.
+// may take a moment; a portal that hangs costs the start five seconds, once.
 uint32_t globalShortcutsVersion() {
     auto bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return 0;
     QDBusMessage get = QDBusMessage::createMethodCall(portal::kPortalService, portal::kPortalPath,
                                                       "org.freedesktop.DBus.Properties", "Get");
     get << QString(portal::GlobalShortcutsPortal::kInterface) << QString("version");
-    const QDBusMessage reply = bus.call(get, QDBus::Block, 10000);
+    const QDBusMessage reply = bus.call(get, QDBus::Block, 5000);
     if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return 0;
     return reply.arguments().first().value<QDBusVariant>().variant().toUInt();
 }
