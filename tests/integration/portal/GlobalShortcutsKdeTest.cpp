@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <memory>
+#include <sstream>
 
 #include "desktop/ShortcutManager.h"
 #include "foundation/Clock.h"
@@ -25,6 +27,7 @@ namespace {
 
 using namespace portal;
 using testing::DesktopSession;
+using testing::pollUntil;
 using testing::PortalTestClient;
 
 constexpr int32_t kControlL = 0xffe3, kAltL = 0xffe9, kEscape = 0xff1b;
@@ -40,6 +43,13 @@ DesktopSession& session() {
     return *shared;
 }
 
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
 std::optional<std::string> keysymName(uint16_t keyCode) {
     switch (keyCode) {
         case keycode::kSpace:
@@ -48,6 +58,8 @@ std::optional<std::string> keysymName(uint16_t keyCode) {
             return "Escape";
         case 2:
             return "d";
+        case 12:
+            return "q";
         default:
             return std::nullopt;
     }
@@ -74,6 +86,24 @@ class GlobalShortcutsKde : public ::testing::Test {
         queue.runUntil([] { return false; }, Seconds(0.2));  // the Close calls go out
         bus.reset();
         keyboard.reset();
+        for (pid_t pid : started) session().stop(pid);
+    }
+
+    // A native Wayland text window of another application, focused, its text mirrored to `output`.
+    void openTextWindow(const std::filesystem::path& output) {
+        started.push_back(session().spawn(
+            {VOCLE_BINARY_DIR "/tests/vocle-test-text-target", output.string(), "org.example.Notes"},
+            {"QT_QPA_PLATFORM=wayland"}));
+        const bool focused = pollUntil(
+            [&] {
+                press({'x'});
+                return pollUntil([&] { return readFile(output).find('x') != std::string::npos; }, 0.5);
+            },
+            20.0, {}, 0.2);
+        ASSERT_TRUE(focused) << "the text window never received a key";
+        press({kControlL, 'a'});
+        press({0xff08});  // BackSpace
+        ASSERT_TRUE(pollUntil([&] { return readFile(output).empty(); }, 5.0)) << readFile(output);
     }
 
     std::string startKeyboard() {
@@ -108,6 +138,7 @@ class GlobalShortcutsKde : public ::testing::Test {
     std::map<HotKeyHandle, int> statuses;
     Subscription statusWatch;
     std::unique_ptr<ShortcutManager> manager;
+    std::vector<pid_t> started;
 };
 
 TEST_F(GlobalShortcutsKde, APressOfTheBoundChordCallsTheHandlerOnceAndANewKeyRebinds) {
@@ -180,6 +211,56 @@ TEST_F(GlobalShortcutsKde, EscapeCancelsOnlyWhileARecordingRuns) {
     EXPECT_EQ(logs->count("Carbon HotKey cancel detected!"), 2u);
     press({kControlL, kAltL, ' '});
     EXPECT_TRUE(settle([&] { return toggles == 1; }, 5.0));
+}
+
+// A bare cancel key that other applications type: Q stands in for Escape because a text window shows
+// whether it arrived.
+TEST_F(GlobalShortcutsKde, ABareCancelKeyStaysWithOtherApplicationsExceptWhileRecordingAndAfterQuit) {
+    testing::TempDir home;
+    DataFolder folder{home.path()};
+    FileStorageManager storage{folder, clock};
+    AppSettings settings = storage.loadSettings();
+    settings.cancelShortcut = Shortcut{12, 0}.encode();
+    storage.saveSettings(settings);
+    testing::FakeKeyMonitor monitor{queue};
+    monitor.observesAll = false;
+    testing::FakeLocalKeyMonitor local;
+    Observable<bool> recording{false};
+    int cancels = 0;
+    manager = std::make_unique<ShortcutManager>(queue, storage, *portal, monitor, local);
+    manager->cancelRecordingHandler = [&] { ++cancels; };
+    manager->followRecording(recording);
+    ASSERT_TRUE(
+        settle([&] { return manager->toggleHotKeyRef() && statuses.count(*manager->toggleHotKeyRef()); }));
+
+    const auto output = home.path() / "typed.txt";
+    ASSERT_NO_FATAL_FAILURE(openTextWindow(output));
+    press({'q'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "q"; }, 5.0)) << "idle: " << readFile(output);
+
+    recording.set(true);
+    const HotKeyHandle cancel = *manager->recordingCancelHotKeyRef();
+    ASSERT_TRUE(settle([&] { return statuses.count(cancel) > 0; }));
+    ASSERT_EQ(statuses[cancel], kHotKeyOk);
+    press({'q'});
+    EXPECT_TRUE(settle([&] { return cancels == 1; }, 5.0));
+    EXPECT_EQ(readFile(output), "q") << "the key reached the window while we held it";
+
+    recording.set(false);
+    settle([] { return false; }, 0.5);
+    press({'q'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "qq"; }, 5.0)) << "after: " << readFile(output);
+
+    // Quitting in the middle of a recording gives the key back too.
+    recording.set(true);
+    ASSERT_TRUE(settle([&] { return statuses.count(*manager->recordingCancelHotKeyRef()) > 0; }));
+    manager.reset();
+    portal.reset();
+    settle([] { return false; }, 0.5);
+    press({'q'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "qqq"; }, 5.0))
+        << "after quit: " << readFile(output);
+    EXPECT_EQ(cancels, 1);
 }
 
 }  // namespace
