@@ -172,6 +172,15 @@ TEST_F(GlobalShortcutsKde, APressOfTheBoundChordCallsTheHandlerOnceAndANewKeyReb
     EXPECT_EQ(pressed, (std::vector<uint32_t>{1}));
 }
 
+TEST_F(GlobalShortcutsKde, SuperAndShiftAreUnderstood) {
+    ASSERT_EQ(portal->installHandler([](uint32_t) {}), kHotKeyOk);
+    const auto reg = portal->registerHotKey(2, kModifierCommand | kModifierShift, 1);
+    ASSERT_TRUE(reg.handle);
+    ASSERT_TRUE(settle([&] { return statuses.count(*reg.handle) > 0; }));
+    EXPECT_EQ(statuses[*reg.handle], kHotKeyOk);
+    EXPECT_EQ(portal->assignedTrigger(*reg.handle), "Meta+Shift+D");
+}
+
 TEST_F(GlobalShortcutsKde, EscapeCancelsOnlyWhileARecordingRuns) {
     testing::TempDir home;
     DataFolder folder{home.path()};
