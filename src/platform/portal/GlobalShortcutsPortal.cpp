@@ -95,15 +95,36 @@ void GlobalShortcutsPortal::unregisterHotKey(HotKeyHandle handle) {
     if (it == bindings_.end()) return;
     Binding& binding = it->second;
     if (!binding.openRequest.empty()) requests_.cancel(binding.openRequest);
-    if (binding.session) {
-        binding.session->close();
-    } else if (!bus_.uniqueName().empty()) {
-        // CreateSession may have been answered on the desktop's side already; its session is ours to end.
-        bus_.call(
-            BusCall{sessionPath(bus_.uniqueName(), "vocle_" + binding.name), kSessionInterface, "Close", {}},
-            [](BusReply) {});
-    }
+    endSession(binding);
     bindings_.erase(it);
+    for (auto& [token, handles] : waitingForClose_) std::erase(handles, handle);
+}
+
+void GlobalShortcutsPortal::endSession(Binding& binding) {
+    const std::string token = "vocle_" + binding.name;
+    auto answered = owner_.guard([this, token] { closeAnswered(token); });
+    if (binding.session) {
+        if (binding.session->isOpen()) {
+            ++closing_[token];
+            binding.session->close(answered);
+        }
+        binding.session.reset();
+    } else if (!binding.failed && !bus_.uniqueName().empty()) {
+        // CreateSession may have been answered on the desktop's side already; its session is ours to end.
+        ++closing_[token];
+        bus_.call(BusCall{sessionPath(bus_.uniqueName(), token), kSessionInterface, "Close", {}},
+                  [answered](BusReply) mutable { answered(); });
+    }
+}
+
+void GlobalShortcutsPortal::closeAnswered(const std::string& token) {
+    auto it = closing_.find(token);
+    if (it == closing_.end() || --it->second > 0) return;
+    closing_.erase(it);
+    auto waiting = waitingForClose_.extract(token);
+    if (waiting.empty()) return;
+    for (HotKeyHandle handle : waiting.mapped())
+        if (find(handle)) createSession(handle);
 }
 
 std::optional<std::string> GlobalShortcutsPortal::assignedTrigger(HotKeyHandle handle) const {
@@ -133,6 +154,10 @@ BusValue GlobalShortcutsPortal::shortcutList(const Binding& binding) const {
 void GlobalShortcutsPortal::createSession(HotKeyHandle handle) {
     Binding& binding = bindings_.at(handle);
     const std::string token = "vocle_" + binding.name;
+    if (closing_.count(token)) {
+        waitingForClose_[token].push_back(handle);
+        return;
+    }
     BusDict options{{"session_handle_token", BusValue(token)}, {"shortcuts", shortcutList(binding)}};
     BusCall create{kPortalPath, kInterface, "CreateSession", {BusValue(std::move(options))}};
     binding.openRequest =
@@ -232,8 +257,9 @@ void GlobalShortcutsPortal::fail(HotKeyHandle handle, int status, const std::str
     if (!binding) return;
     log("⚠️ GlobalShortcuts: ", binding->name, " (", binding->trigger, ") not bound: ", why);
     binding->bound = false;
+    binding->failed = true;
     if (!binding->openRequest.empty()) requests_.cancel(std::exchange(binding->openRequest, {}));
-    binding->session.reset();  // closes it
+    endSession(*binding);
     status_.emit(handle, status);
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
@@ -72,10 +73,15 @@ class GlobalShortcutsPortal final : public HotKeys {
         std::unique_ptr<PortalSession> session;
         std::optional<std::string> assigned;
         bool bound = false;
+        bool failed = false;  // its session is gone, or never was
     };
 
     HotKeyRegistration add(uint16_t keyCode, uint64_t modifiers, uint32_t id, bool transient);
     void createSession(HotKeyHandle handle);
+    // Ends a binding's session. The portal may handle calls out of order, so a session of the same name is
+    // created only once the desktop has answered every Close for it.
+    void endSession(Binding& binding);
+    void closeAnswered(const std::string& token);
     void listShortcuts(HotKeyHandle handle);
     void bindShortcuts(HotKeyHandle handle);
     // Reads our shortcut from a "shortcuts" result; true when the desktop knows it.
@@ -91,6 +97,8 @@ class GlobalShortcutsPortal final : public HotKeys {
     std::map<uint32_t, ShortcutName> names_;
     PortalRequests requests_;
     std::map<HotKeyHandle, Binding> bindings_;
+    std::map<std::string, int> closing_;  // token -> Close calls not yet answered
+    std::map<std::string, std::vector<HotKeyHandle>> waitingForClose_;
     HotKeyHandle nextHandle_ = 1;
     std::shared_ptr<Handler> handler_;
     Signal<HotKeyHandle, int> status_;
