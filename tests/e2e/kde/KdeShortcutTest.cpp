@@ -76,7 +76,7 @@ TEST_F(KdeShortcuts, TheToggleKeyStartsADictationAndEscapeCancelsItOnlyWhileItRu
     // One press, one toggle: no other path (the X key monitor, our own windows' monitor) saw it as well.
     EXPECT_EQ(occurrences(started, "Global NSEvent shortcut detected!", from), 0u) << started.substr(from);
     EXPECT_EQ(occurrences(started, "🔥 SHORTCUT MATCHED!", from), 0u) << started.substr(from);
-    EXPECT_EQ(occurrences(started, "audioOutput.isRecording after start", from), 1u) << started.substr(from);
+    EXPECT_EQ(occurrences(started, "AppState - startRecording called", from), 1u) << started.substr(from);
     // Escape pressed while idle was not ours.
     EXPECT_EQ(occurrences(started, "Carbon HotKey cancel detected!", from), 0u) << started.substr(from);
 
