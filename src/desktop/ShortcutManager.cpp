@@ -78,6 +78,7 @@ void ShortcutManager::handleStatus(HotKeyHandle handle, int status) {
     if (!failure) return;
     const bool toggle = failure == &toggleFailure_;
     if (status == kHotKeyOk) {
+        log("Carbon HotKey registered successfully for ", toggle ? "toggle" : "cancel");
         failure->reset();
     } else {
         log("Failed to register Carbon HotKey for ", toggle ? "toggle" : "cancel", ": ", status);
@@ -130,7 +131,7 @@ void ShortcutManager::registerShortcuts() {
             hotKeys_.registerHotKey(currentShortcut.keyCode, currentShortcut.modifiers, hotKeyID.id);
         if (toggle.status == kHotKeyOk && toggle.handle) {
             toggleHotKeyRef_ = toggle.handle;
-            logLine("Carbon HotKey registered successfully for toggle");
+            if (!toggle.pending) logLine("Carbon HotKey registered successfully for toggle");
         } else {
             log("Failed to register Carbon HotKey for toggle: ", toggle.status);
             toggleFailure_ = toggle.status;
@@ -142,7 +143,7 @@ void ShortcutManager::registerShortcuts() {
                 hotKeys_.registerHotKey(cancelShortcut.keyCode, cancelShortcut.modifiers, cancelHotKeyID.id);
             if (cancel.status == kHotKeyOk && cancel.handle) {
                 cancelHotKeyRef_ = cancel.handle;
-                logLine("Carbon HotKey registered successfully for cancel");
+                if (!cancel.pending) logLine("Carbon HotKey registered successfully for cancel");
             } else {
                 log("Failed to register Carbon HotKey for cancel: ", cancel.status);
                 cancelFailure_ = cancel.status;

@@ -66,6 +66,8 @@ using HotKeyHandle = uint64_t;
 struct HotKeyRegistration {
     std::optional<HotKeyHandle> handle;  // present on success
     int status = kHotKeyOk;
+    // Accepted, but the outcome comes later through HotKeys::observeStatus (a desktop portal).
+    bool pending = false;
 };
 
 // System-wide key combinations that are delivered to us instead of the application in front.

@@ -87,7 +87,7 @@ HotKeyRegistration GlobalShortcutsPortal::add(uint16_t keyCode, uint64_t modifie
     const HotKeyHandle handle = nextHandle_++;
     bindings_.emplace(handle, std::move(binding));
     createSession(handle);
-    return {handle, kHotKeyOk};
+    return {handle, kHotKeyOk, true};
 }
 
 void GlobalShortcutsPortal::unregisterHotKey(HotKeyHandle handle) {
