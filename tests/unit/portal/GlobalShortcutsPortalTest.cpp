@@ -4,6 +4,7 @@
 
 #include "desktop/ShortcutManager.h"
 #include "platform/portal/GlobalShortcutsPortal.h"
+#include "platform/testing/FakeHotKeys.h"
 #include "platform/testing/FakeKeyMonitor.h"
 #include "platform/testing/FakePortalBus.h"
 #include "support/StorageFixture.h"
@@ -416,6 +417,33 @@ TEST_F(PortalShortcutManagerTest, ACancelKeyWithAModifierIsBoundAtStartAndNotAga
     recording.set(true);
     clock.advance(0);
     EXPECT_EQ(bus.callsOf(kCreate).size(), 2u);
+}
+
+// Without the portal the hot keys are X grabs: they never claim a bare key, and whether the cancel key is
+// seen everywhere depends on what the X server sees.
+TEST(CancelReach, WithoutThePortalItIsWhatTheKeyMonitorSees) {
+    testing::StorageFixtureBase fixture;
+    FileStorageManager storage{fixture.folder, fixture.clock};
+    testing::FakeHotKeys hotKeys{fixture.clock};
+    testing::FakeKeyMonitor monitor{fixture.clock};
+    testing::FakeLocalKeyMonitor local;
+    Observable<bool> recording{false};
+    ShortcutManager manager(fixture.clock, storage, hotKeys, monitor, local);
+    manager.followRecording(recording);
+    recording.set(true);
+    EXPECT_EQ(hotKeys.registrations().size(), 1u);        // the toggle only: Escape stays with everyone
+    EXPECT_TRUE(manager.cancelReachesAllApplications());  // X11: the monitor sees every window
+    monitor.observesAll = false;                          // an X server under a Wayland compositor
+    EXPECT_FALSE(manager.cancelReachesAllApplications());
+    // A cancel key with a modifier is a hot key of its own and reaches everywhere once granted.
+    manager.cancelShortcut = Shortcut{keycode::kA, kModifierControl};
+    manager.unregisterShortcuts();
+    manager.registerShortcuts();
+    EXPECT_TRUE(manager.cancelReachesAllApplications());
+    hotKeys.refuse(keycode::kA, kModifierControl, kHotKeyBusy);
+    manager.unregisterShortcuts();
+    manager.registerShortcuts();
+    EXPECT_FALSE(manager.cancelReachesAllApplications());
 }
 
 }  // namespace
