@@ -26,10 +26,17 @@ PACKAGES=(
     # a headless KDE Plasma session for the portal tests: KWin (kglobalaccel inside), the desktop portals with
     # the KDE backend, Qt 5's Wayland platform, which that backend needs, and Breeze title bars for screenshots
     kwin-wayland kwin-style-breeze xdg-desktop-portal xdg-desktop-portal-kde qtwayland5
+    # a headless GNOME session: mutter, the desktop portal with its GNOME backend, the media-keys settings
+    # schema for custom shortcuts, wayland-info to read the compositor's globals, GStreamer's PipeWire source for
+    # screenshots of mutter's screen cast
+    mutter xdg-desktop-portal-gnome gnome-settings-daemon-common wayland-utils
+    gstreamer1.0-pipewire gstreamer1.0-tools
     # a notification daemon for the desktop-notice tests
     dunst
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
+    # a GTK window beside the Qt ones for the accessibility-bus tests
+    zenity
     # the server's PostgreSQL store and its tests
     libpq-dev postgresql
 )

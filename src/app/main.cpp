@@ -13,6 +13,7 @@
 #include "foundation/ProcessExit.h"
 #include "platform/linux/DesktopEntryIndex.h"
 #include "platform/linux/DisplaySession.h"
+#include "platform/linux/FrontmostCrossCheck.h"
 #include "platform/linux/NoBrowserScripting.h"
 #include "platform/linux/PulseAudioPlayback.h"
 #include "platform/linux/PulseCapture.h"
@@ -22,6 +23,7 @@
 #include "platform/linux/XdgUrlOpener.h"
 #include "platform/wayland/WaylandDesktop.h"
 #include "platform/x11/AtspiAccessibility.h"
+#include "platform/x11/AtspiWorkspace.h"
 #include "platform/x11/KeysymTable.h"
 #include "platform/x11/QtDBusControlBus.h"
 #include "platform/x11/QtDBusNotifications.h"
@@ -43,6 +45,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <unistd.h>
 
 // Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
 #include <QApplication>
@@ -150,10 +153,19 @@ int main(int argc, char** argv) {
             waylandDesktop ? waylandDesktop->summary() : std::string("the compositor did not answer"),
             "; portals: ", portalsOffered(), ")");
     }
+    // On Wayland the accessibility bus names the focused application where the compositor lists no
+    // windows (GNOME, Plasma), and cross-checks the list where it does.
+    std::unique_ptr<AtspiWorkspace> atspiWorkspace;
+    if (displaySession == DisplaySession::wayland)
+        atspiWorkspace = std::make_unique<AtspiWorkspace>(mainQueue, desktopEntries, getpid());
+    std::unique_ptr<FrontmostCrossCheck> frontmostCheck;
     NoWorkspace noWorkspace;
     Workspace* workspace = &noWorkspace;
-    if (waylandDesktop && waylandDesktop->workspace())
+    if (waylandDesktop && waylandDesktop->workspace()) {
         workspace = waylandDesktop->workspace();
+        frontmostCheck = std::make_unique<FrontmostCrossCheck>(mainQueue, *workspace, *atspiWorkspace);
+    } else if (atspiWorkspace)
+        workspace = atspiWorkspace.get();
     else if (x11Workspace && displaySession != DisplaySession::wayland)
         workspace = x11Workspace.get();
     NoBrowserScripting browserScripting;
@@ -180,8 +192,10 @@ int main(int argc, char** argv) {
         pasteChain = std::make_unique<PasteChain>(
             waylandDesktop ? waylandDesktop->virtualKeyboard() : nullptr, x11Workspace ? &xtestKeys : nullptr,
             [&] { return x11Workspace && x11Workspace->frontmostApplication().has_value(); },
-            [toplevels]() -> std::optional<std::string> {
-                return toplevels ? toplevels->focusedAppId() : std::nullopt;
+            [toplevels, atspi = atspiWorkspace.get()]() -> std::optional<std::string> {
+                if (toplevels) return toplevels->focusedAppId();
+                auto front = atspi ? atspi->frontmostApplication() : std::nullopt;
+                return front ? front->bundleIdentifier : std::nullopt;
             });
     }
     // GNOME and KDE Plasma offer no virtual keyboard: keys go through their RemoteDesktop portal.

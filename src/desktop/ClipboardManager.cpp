@@ -106,6 +106,7 @@ void ClipboardManager::startNext() {
         " chars to clipboard");
     pasteboard_.clearContents();
     pasteboard_.setString(text);
+    clipboardWrittenAt_ = mainQueue_.clock().monotonicNow();
     log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()),
         " - clipboard copy completed, starting paste");
     if (!keys_.canDeliver()) {
@@ -134,6 +135,16 @@ void ClipboardManager::waitForModifiers(MonotonicTime deadline) {
             keys_.releaseHeldModifiers();
         }
     }
+    const Seconds settle =
+        keys_.clipboardSettleTime() - (mainQueue_.clock().monotonicNow() - clipboardWrittenAt_);
+    if (settle.count() > 1e-6) {
+        pollTimer_.start(mainQueue_, settle, owner_.guard([this] { pasteNow(); }));
+        return;
+    }
+    pasteNow();
+}
+
+void ClipboardManager::pasteNow() {
     simulatePaste();
     finish(pending_.front());
 }

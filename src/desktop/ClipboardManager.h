@@ -20,6 +20,8 @@ namespace vocle {
 // The chord waits until the user has let go of the modifiers (the stop shortcut's Option is often still
 // held when the transcript arrives), checking every kModifierPollInterval; after kModifierReleaseTimeout it
 // releases them itself and pastes anyway. Terminals paste with Ctrl+Shift+V, everything else with Ctrl+V.
+// Where the keys take another road than the clipboard (a desktop portal), the chord also waits until
+// SyntheticKeys::clipboardSettleTime has passed since the clipboard was written.
 // Transcripts that arrive while one is waiting are delivered after it, in order. When no keys can reach
 // the focused window (SyntheticKeys::canDeliver), the text stays on the clipboard and the user gets a
 // passive notice to paste it; the history entry and the notification follow as for a paste.
@@ -48,6 +50,7 @@ class ClipboardManager final : public TranscriptPaster {
   private:
     void startNext();
     void waitForModifiers(MonotonicTime deadline);
+    void pasteNow();
     void simulatePaste();
     void finish(const std::string& text);
 
@@ -59,6 +62,7 @@ class ClipboardManager final : public TranscriptPaster {
     DesktopNotifications* notices_;
     std::deque<std::string> pending_;
     bool busy_ = false;
+    MonotonicTime clipboardWrittenAt_{};
     Timer pollTimer_;
     OwnerToken owner_;
 };

@@ -90,6 +90,11 @@ uint64_t PasteChain::heldModifiers() {
     return xtest_ && route_ != PasteRoute::virtualKeyboard ? xtest_->heldModifiers() : 0;
 }
 
+Seconds PasteChain::clipboardSettleTime() {
+    auto* keys = current();
+    return keys ? keys->clipboardSettleTime() : Seconds(0);
+}
+
 void PasteChain::releaseHeldModifiers() {
     if (auto* keys = current()) keys->releaseHeldModifiers();
 }

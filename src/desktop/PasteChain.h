@@ -41,6 +41,7 @@ class PasteChain final : public SyntheticKeys {
     void releaseHeldModifiers() override;
     std::optional<std::string> focusedWindowClass() override;
     bool canDeliver() override;
+    Seconds clipboardSettleTime() override;
 
     // The desktop's keyboard grant and the keys sent through it. Where neither the virtual keyboard nor
     // XTest can serve a paste and the user was never asked, that paste asks for the grant (the text

@@ -142,6 +142,9 @@ class SyntheticKeys {
     // Whether a key that is no modifier (the shortcut's own key) is still down. While it is, the keyboard
     // can still be grabbed by whoever bound the shortcut, and keys sent now would go there.
     virtual bool nonModifierKeyHeld() { return false; }
+    // How long after the clipboard is written the paste chord waits, where the keys take another road than
+    // the clipboard and could reach the window before the new clipboard does.
+    virtual Seconds clipboardSettleTime() { return Seconds(0); }
 };
 
 // The system clipboard, plain text only. We stay the owner after writing, so the text can be pasted

@@ -1,5 +1,7 @@
 #include "support/DesktopSession.h"
 
+#include "support/GnomeSession.h"
+
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <fcntl.h>
@@ -160,6 +162,16 @@ DesktopSession::DesktopSession(Options options) : options_(std::move(options)) {
             startSway();
         } else if (options_.server == Server::kde) {
             startKde();  // with its own bus: KWin and the portals live on it
+        } else if (options_.server == Server::gnome) {
+            // mutter and the portal live on the bus: it comes first here, sharing the runtime dir.
+            gnome_ = std::make_unique<GnomeSession>(
+                *this, GnomeSession::Options{options_.xwayland, options_.startTimeout});
+            runtimeDir_ = gnome_->runtimeDir();
+            startBus();
+            ::setenv("DBUS_SESSION_BUS_ADDRESS", busAddress_.c_str(), 1);
+            gnome_->start();
+            waylandDisplay_ = gnome_->waylandDisplay();
+            display_ = gnome_->display();
         } else if (options_.server == Server::x11) {
             ::unsetenv("WAYLAND_DISPLAY");
             startXvfb();
@@ -498,6 +510,7 @@ void DesktopSession::teardown() {
         sway_ = 0;
     }
     if (options_.server == Server::kde) releaseKdeRuntime();
+    gnome_.reset();
     restoreEnv("WAYLAND_DISPLAY", previousWayland_);
     restoreEnv("XDG_RUNTIME_DIR", previousRuntime_);
     if (!runtimeDir_.empty()) {

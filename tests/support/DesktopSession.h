@@ -4,11 +4,14 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace vocle::testing {
+
+class GnomeSession;
 
 // A private desktop for integration tests, started with bounded waits and torn down in reverse order:
 // - X11: Xvfb, the openbox window manager and a session D-Bus daemon;
@@ -16,13 +19,14 @@ namespace vocle::testing {
 //   sway refuses root) on a private runtime dir, with XWayland, and the session bus;
 // - KDE: a headless KWin with XWayland, kglobalaccel and the desktop portals (xdg-desktop-portal with the
 //   KDE backend) on the session bus and a private runtime dir (see KdeSession.h).
+// - GNOME: a headless mutter, the session bus and the desktop portal with its GNOME backend (GnomeSession).
 // While it lives, DISPLAY, WAYLAND_DISPLAY, XDG_RUNTIME_DIR and DBUS_SESSION_BUS_ADDRESS of this process
 // point at it (the previous values come back afterwards). Anything that cannot start throws
 // std::runtime_error naming what and why: a missing display server is a failure, never a skip.
 class DesktopSession {
   public:
     // none: the session bus alone.
-    enum class Server { x11, wayland, kde, none };
+    enum class Server { x11, wayland, kde, gnome, none };
     static constexpr const char* kSessionUser = "vocle-session";
 
     struct Options {
@@ -57,6 +61,8 @@ class DesktopSession {
     // Wayland: runs `swaymsg` with the arguments against the compositor; its output, or none on failure.
     std::optional<std::string> swaymsg(const std::vector<std::string>& args);
     const std::string& busAddress() const { return busAddress_; }
+    // GNOME: the compositor and portal side; null for other servers.
+    GnomeSession* gnome() { return gnome_.get(); }
     // Scratch folder removed with the session; child process output goes there.
     const std::filesystem::path& workDir() const { return workDir_; }
     // HOME of the session's services (configuration, caches and data below it), inside workDir().
@@ -102,6 +108,7 @@ class DesktopSession {
     std::vector<pid_t> children_;
     std::optional<std::string> previousDisplay_;
     std::optional<std::string> previousBus_;
+    std::unique_ptr<GnomeSession> gnome_;
 };
 
 // Polls `done` every `interval` seconds (running `pump` in between) until it holds or `timeout` passes.

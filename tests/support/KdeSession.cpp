@@ -132,6 +132,12 @@ void DesktopSession::startKde() {
     const pid_t backendPid = spawn({backend.string()}, env);
     waitFor("xdg-desktop-portal-kde", backendPid,
             [&] { return bus.nameHasOwner("org.freedesktop.impl.portal.desktop.kde"); });
+    // Only the KDE backend, as on a Plasma machine without GNOME's: with other backends installed the portal
+    // would also activate them on this bus for the interfaces they share.
+    const auto portals = workDir_ / "portals";
+    std::filesystem::create_directories(portals);
+    std::filesystem::copy_file("/usr/share/xdg-desktop-portal/portals/kde.portal", portals / "kde.portal");
+    env.push_back("XDG_DESKTOP_PORTAL_DIR=" + portals.string());
     const pid_t portalPid = spawn({portal.string()}, env);
     waitFor("xdg-desktop-portal", portalPid,
             [&] { return bus.nameHasOwner("org.freedesktop.portal.Desktop"); });

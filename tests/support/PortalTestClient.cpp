@@ -319,6 +319,15 @@ bool PortalTestClient::call(const std::string& interface, const std::string& met
     return true;
 }
 
+bool PortalTestClient::closeSession(const std::string& handle, std::string* error) {
+    DBusMessage* m =
+        dbus_message_new_method_call(kPortal, handle.c_str(), "org.freedesktop.portal.Session", "Close");
+    DBusMessage* reply = callRaw(m, 10.0, error);
+    if (!reply) return false;
+    dbus_message_unref(reply);
+    return true;
+}
+
 bool PortalTestClient::notifyKeysym(const std::string& session, int32_t keysym, bool pressed,
                                     std::string* error) {
     DBusMessage* m = dbus_message_new_method_call(

@@ -62,6 +62,8 @@ class PortalTestClient {
     // A plain method call on the portal object (e.g. NotifyKeyboardKeysym); false with `error` on failure.
     bool call(const std::string& interface, const std::string& method, const std::vector<Value>& arguments,
               const std::vector<int32_t>& numbers = {}, std::string* error = nullptr);
+    // Closes a portal session (org.freedesktop.portal.Session.Close on its handle).
+    bool closeSession(const std::string& handle, std::string* error = nullptr);
     // RemoteDesktop.NotifyKeyboardKeysym.
     bool notifyKeysym(const std::string& session, int32_t keysym, bool pressed, std::string* error = nullptr);
 

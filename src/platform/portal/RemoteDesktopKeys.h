@@ -26,6 +26,10 @@ class RemoteDesktopKeys final : public SyntheticKeys {
     void releaseHeldModifiers() override {}
     std::optional<std::string> focusedWindowClass() override { return std::nullopt; }
     bool canDeliver() override { return portal_.state() == RemoteInputState::granted; }
+    // Our keys travel through the portal service, the clipboard through the compositor (on GNOME through
+    // XWayland, which mutter bridges a moment later): a Ctrl+V that comes first pastes the old clipboard.
+    static constexpr Seconds kClipboardSettle{0.1};
+    Seconds clipboardSettleTime() override { return kClipboardSettle; }
 
   private:
     RemoteDesktopPortal& portal_;

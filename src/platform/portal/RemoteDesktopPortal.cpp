@@ -171,15 +171,30 @@ void RemoteDesktopPortal::finish(RemoteInputState outcome, const std::string& wh
 
 void RemoteDesktopPortal::sendKeysym(uint32_t keysym, bool down) {
     if (state_ != RemoteInputState::granted || !session_ || !session_->isOpen()) return;
+    keys_.emplace_back(keysym, down);
+    if (!keyInFlight_) sendNextKey();
+}
+
+void RemoteDesktopPortal::sendNextKey() {
+    if (keys_.empty() || state_ != RemoteInputState::granted || !session_ || !session_->isOpen()) {
+        keys_.clear();
+        return;
+    }
+    const auto [keysym, down] = keys_.front();
+    keys_.pop_front();
+    keyInFlight_ = true;
     BusCall key{kPortalPath,
                 kInterface,
                 "NotifyKeyboardKeysym",
                 {BusValue(ObjectPath{session_->handle()}), BusValue(BusDict{}),
                  BusValue(static_cast<int32_t>(keysym)), BusValue(static_cast<uint32_t>(down ? 1 : 0))}};
     bus_.call(std::move(key), owner_.guard([this](BusReply reply) {
-        if (reply.ok() || keyErrorLogged_) return;
-        keyErrorLogged_ = true;
-        log("❌ Remote input: the desktop refused a key: ", reply.errorName, " ", reply.errorMessage);
+        keyInFlight_ = false;
+        if (!reply.ok() && !keyErrorLogged_) {
+            keyErrorLogged_ = true;
+            log("❌ Remote input: the desktop refused a key: ", reply.errorName, " ", reply.errorMessage);
+        }
+        sendNextKey();
     }));
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -41,7 +42,9 @@ class RemoteDesktopPortal final : public RemoteInput {
     void request(std::function<void(RemoteInputState)> done = {}) override;
     Subscription observeState(std::function<void(RemoteInputState)> handler) override;
 
-    // One key of the granted keyboard, as an X keysym; ignored without a grant.
+    // One key of the granted keyboard, as an X keysym; ignored without a grant. Keys go out one at a time,
+    // each after the portal has answered the one before: the portal service may handle concurrent calls
+    // on threads of its own, and a Control that overtakes its V makes a "v".
     void sendKeysym(uint32_t keysym, bool down);
     // The portal's interface version once read (0 before).
     uint32_t version() const { return version_; }
@@ -68,7 +71,10 @@ class RemoteDesktopPortal final : public RemoteInput {
     std::unique_ptr<PortalSession> session_;
     std::vector<std::function<void(RemoteInputState)>> waiting_;
     Signal<RemoteInputState> changed_;
+    void sendNextKey();
     bool keyErrorLogged_ = false;
+    std::deque<std::pair<uint32_t, bool>> keys_;
+    bool keyInFlight_ = false;
     OwnerToken owner_;
 };
 

@@ -3,6 +3,7 @@
 #include <wayland-client.h>
 
 #include "foundation/Log.h"
+#include "platform/linux/ApplicationNaming.h"
 #include "platform/wayland/WaylandConnection.h"
 #include "wlr-foreign-toplevel-management-unstable-v1-client-protocol.h"
 
@@ -97,15 +98,11 @@ WaylandWorkspace::~WaylandWorkspace() {
 }
 
 RunningApplication WaylandWorkspace::resolve(const DesktopEntryIndex& index, const std::string& appId) {
-    RunningApplication app;
     // Wayland app ids are meant to be desktop-file ids; X11 windows under XWayland report their class.
-    if (auto id = index.applicationIdFor(WindowClassHint{appId, appId, appId})) {
-        app.bundleIdentifier = *id;
-        app.localizedName = index.name(*id);
-    } else {
-        app.bundleIdentifier = appId;
-        app.localizedName = appId;
-    }
+    if (auto app = nameApplication(index, WindowClassHint{appId, appId, appId}, appId)) return *app;
+    RunningApplication app;
+    app.bundleIdentifier = appId;
+    app.localizedName = appId;
     return app;
 }
 

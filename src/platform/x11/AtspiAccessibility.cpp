@@ -3,32 +3,12 @@
 #include <atspi/atspi.h>
 #include <dbus/dbus.h>
 
-#include <mutex>
-
 #include "foundation/Log.h"
+#include "platform/x11/AtspiBus.h"
 
 namespace vocle {
 
 namespace {
-
-// libatspi keeps global state (the desktop, its caches, the bus): one lock for every call into it,
-// recursive because releasing an element takes it too.
-std::recursive_mutex& atspiLock() {
-    static std::recursive_mutex lock;
-    return lock;
-}
-
-GMainContext* gContext = nullptr;
-bool gConnected = false;
-
-// Signals from the accessibility bus (applications coming and going) queue up on our private context;
-// handle them before each read so the desktop's list is current. Bounded: libatspi keeps an idle source
-// there, so the context is never quite empty.
-void drainEvents() {
-    if (!gContext) return;
-    for (int i = 0; i < 64 && g_main_context_iteration(gContext, FALSE); ++i) {
-    }
-}
 
 class AtspiElement final : public AccessibilityElement {
   public:
@@ -39,7 +19,7 @@ class AtspiElement final : public AccessibilityElement {
     explicit AtspiElement(std::string address) : address_(std::move(address)) {}
     ~AtspiElement() override {
         if (!object_) return;
-        std::lock_guard lock(atspiLock());
+        std::lock_guard lock(atspi::lock());
         g_object_unref(object_);
     }
 
@@ -287,25 +267,7 @@ std::string AtspiAccessibility::axRoleName(int atspiRole, bool singleLine) {
     }
 }
 
-bool AtspiAccessibility::ensureConnected() {
-    if (gConnected) return true;
-    static bool attempted = false;
-    if (attempted) return false;
-    attempted = true;
-    // 0: connected; 1: already initialized elsewhere in this process; anything else: an error.
-    if (atspi_init() > 1) {
-        log("❌ AtspiAccessibility: Cannot connect to the accessibility bus");
-        return false;
-    }
-    atspi_set_timeout(kCallTimeoutMs, kCallTimeoutMs * 4);
-    gContext = g_main_context_new();
-    // libatspi keeps its caches current from the applications' change events, which it handles while it
-    // waits for replies and in drainEvents(). (Switching the cache off is no option: the event handlers
-    // then call back into the bus from inside its dispatch, and libdbus deadlocks.)
-    atspi_set_main_context(gContext);
-    gConnected = true;
-    return true;
-}
+bool AtspiAccessibility::ensureConnected() { return atspi::connect(); }
 
 bool AtspiAccessibility::isProcessTrusted(bool prompt) {
     DBusError err;
@@ -328,9 +290,9 @@ bool AtspiAccessibility::isProcessTrusted(bool prompt) {
 }
 
 AXElement AtspiAccessibility::applicationElement(int processIdentifier) {
-    std::lock_guard lock(atspiLock());
+    std::lock_guard lock(atspi::lock());
     if (!ensureConnected()) return nullptr;
-    drainEvents();
+    atspi::drainEvents();
     AtspiAccessible* desktop = atspi_get_desktop(0);
     if (!desktop) return nullptr;
     AXElement found;
@@ -355,7 +317,7 @@ AXElement AtspiAccessibility::applicationElement(int processIdentifier) {
 AXRead<AXElement> AtspiAccessibility::focusedWindow(const AXElement& application) {
     const AtspiElement* app = asAtspi(application);
     if (!app || !app->object()) return {kAXFailure, std::nullopt};
-    std::lock_guard lock(atspiLock());
+    std::lock_guard lock(atspi::lock());
     GErrorGuard countErr;
     const int count = atspi_accessible_get_child_count(app->object(), &countErr.error);
     if (countErr.failed()) return {kAXFailure, std::nullopt};
@@ -375,7 +337,7 @@ AXRead<std::string> AtspiAccessibility::role(const AXElement& element) {
     const AtspiElement* e = asAtspi(element);
     if (!e) return {kAXFailure, std::nullopt};
     if (e->address()) return {kAXSuccess, kAXTextFieldRole};
-    std::lock_guard lock(atspiLock());
+    std::lock_guard lock(atspi::lock());
     GErrorGuard err;
     const AtspiRole role = atspi_accessible_get_role(e->object(), &err.error);
     if (err.failed()) return {kAXFailure, std::nullopt};
@@ -387,7 +349,7 @@ AXRead<std::string> AtspiAccessibility::stringValue(const AXElement& element) {
     const AtspiElement* e = asAtspi(element);
     if (!e) return {kAXFailure, std::nullopt};
     if (e->address()) return {kAXSuccess, e->address()};
-    std::lock_guard lock(atspiLock());
+    std::lock_guard lock(atspi::lock());
     AtspiText* text = atspi_accessible_get_text_iface(e->object());
     if (!text) return {kAXSuccess, std::nullopt};
     GErrorGuard countErr;
@@ -408,7 +370,7 @@ AXRead<std::vector<AXElement>> AtspiAccessibility::children(const AXElement& ele
     const AtspiElement* e = asAtspi(element);
     if (!e) return {kAXFailure, std::nullopt};
     if (e->address()) return {kAXSuccess, std::vector<AXElement>{}};
-    std::lock_guard lock(atspiLock());
+    std::lock_guard lock(atspi::lock());
     std::vector<AXElement> result;
     if (e->isWindow()) {
         std::string address = windowAddress(e->object());

@@ -37,8 +37,6 @@ class AtspiAccessibility final : public Accessibility {
     // text area. Unmapped roles are "AXUnknown".
     static std::string axRoleName(int atspiRole, bool singleLine);
 
-    // Per D-Bus call; a walk stays well inside the reader's one-second budget.
-    static constexpr int kCallTimeoutMs = 250;
     // Children fetched per element at most: the reader looks at 20, and every child is a round trip.
     static constexpr int kMaxChildren = 64;
 

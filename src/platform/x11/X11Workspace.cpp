@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "foundation/Log.h"
+#include "platform/linux/ApplicationNaming.h"
 #include "platform/x11/XErrorTrap.h"
 
 namespace vocle {
@@ -97,14 +98,10 @@ std::optional<RunningApplication> applicationOfWindow(Display* display, const At
     if (pid.format == 32 && pid.count > 0) {
         app.processIdentifier = static_cast<int>(reinterpret_cast<unsigned long*>(pid.data.get())[0]);
     }
-    if (auto id = index.applicationIdFor(hint)) {
-        app.bundleIdentifier = *id;
-        app.localizedName = index.name(*id);
-    } else if (!hint.className.empty()) {
-        app.bundleIdentifier = lowercase(hint.className);
-        app.localizedName = app.bundleIdentifier;
-    } else if (!hint.applicationId.empty()) {
-        app.bundleIdentifier = hint.applicationId;
+    if (auto named = nameApplication(index, hint,
+                                     !hint.className.empty() ? lowercase(hint.className) : hint.applicationId)) {
+        app.bundleIdentifier = named->bundleIdentifier;
+        app.localizedName = named->localizedName;
     }
     if (!app.bundleIdentifier && app.processIdentifier == 0) return std::nullopt;
     return app;

@@ -1,7 +1,8 @@
 // The headless Plasma session against the real portal service: which portals and compositor globals an
-// application finds there, that the remote-control grant lets keys and a Ctrl+V reach a native Wayland
-// window, and that a shortcut bound through the GlobalShortcuts portal fires on its keys. Driven with a
-// plain D-Bus client, so a failure here is the desktop's, not the application's.
+// application finds there and how KWin's restricted ones are granted, that keys and a Ctrl+V sent through
+// the remote-control portal reach native Wayland and XWayland windows, and how shortcuts bound through the
+// GlobalShortcuts portal fire, hold their keys and follow the desktop's settings. Driven with a plain D-Bus
+// client, so a failure here is the desktop's, not the application's.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -213,6 +214,76 @@ TEST_F(KdePortalSession, AShortcutBoundThroughThePortalFiresOnItsKeys) {
     // Another chord does not fire it.
     press(keys, {kControlL, kAltL, 'd'});
     EXPECT_FALSE(client->waitForSignal("Activated", 1.0));
+}
+
+// The way a cancel shortcut is held only while a recording runs: its own session, closed at the stop.
+TEST_F(KdePortalSession, AShortcutSessionHoldsItsKeyOnlyWhileItIsOpen) {
+    const std::string keys = startKeyboardSession();
+    ASSERT_FALSE(keys.empty());
+    TempDir scratch;
+    const auto output = scratch.path() / "typed.txt";
+    ASSERT_NO_FATAL_FAILURE(openTextWindow(keys, output));
+
+    client->watch(kGlobalShortcuts);
+    std::string error;
+    auto created =
+        client->request(kGlobalShortcuts, "CreateSession", {},
+                        {{"session_handle_token", std::string("voclecancel")},
+                         {"shortcuts", PortalTestClient::Shortcuts{{"cancel", "Cancel the recording", "q"}}}},
+                        10.0, &error);
+    ASSERT_TRUE(created && created->code == 0) << error;
+    press(keys, {'q'});
+    ASSERT_TRUE(client->waitForSignal("Activated", 5.0)) << "the shortcut did not fire";
+    EXPECT_FALSE(pollUntil([&] { return !readFile(output).empty(); }, 0.5))
+        << "the window got a key the shortcut holds: " << readFile(output);
+
+    ASSERT_TRUE(client->closeSession(created->strings["session_handle"], &error)) << error;
+    press(keys, {'q'});
+    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "q"; }, 5.0))
+        << "the key did not come back: " << readFile(output);
+    EXPECT_FALSE(client->waitForSignal("Activated", 0.5));
+}
+
+// What System Settings does when the user picks another key: kglobalaccel stores it for the component
+// named by the session token, and the open session is told.
+TEST_F(KdePortalSession, AKeyChangedInTheDesktopsSettingsReachesTheOpenSession) {
+    client->watch(kGlobalShortcuts);
+    std::string error;
+    auto created = client->request(
+        kGlobalShortcuts, "CreateSession", {},
+        {{"session_handle_token", std::string("voclerebind")},
+         {"shortcuts", PortalTestClient::Shortcuts{{"toggle", "Start or stop dictation", "CTRL+ALT+space"}}}},
+        10.0, &error);
+    ASSERT_TRUE(created && created->code == 0) << error;
+
+    constexpr int kCtrlAltD = 0x04000000 | 0x08000000 | 0x44;  // Qt's Ctrl | Alt | Key_D
+    ASSERT_TRUE(
+        session().run({"gdbus", "call", "--session", "--dest", "org.kde.kglobalaccel", "--object-path",
+                       "/kglobalaccel", "--method", "org.kde.KGlobalAccel.setForeignShortcut",
+                       "['voclerebind', 'toggle', 'voclerebind', 'Start or stop dictation']",
+                       "[" + std::to_string(kCtrlAltD) + "]"}));
+    const auto changed = client->waitForSignal("ShortcutsChanged", 5.0);
+    ASSERT_TRUE(changed) << "no ShortcutsChanged";
+    EXPECT_EQ(changed->strings, std::vector<std::string>{created->strings["session_handle"]});
+
+    const std::string keys = startKeyboardSession();
+    ASSERT_FALSE(keys.empty());
+    press(keys, {kControlL, kAltL, ' '});
+    EXPECT_FALSE(client->waitForSignal("Activated", 1.0)) << "the old key still fires";
+    press(keys, {kControlL, kAltL, 'd'});
+    EXPECT_TRUE(client->waitForSignal("Activated", 5.0)) << "the new key does not fire";
+}
+
+// A session that has ended (closed by either side) refuses keys with an error rather than dropping them.
+TEST_F(KdePortalSession, KeysForAnEndedSessionAreRefused) {
+    const std::string handle = startKeyboardSession();
+    ASSERT_FALSE(handle.empty());
+    std::string error;
+    ASSERT_TRUE(client->notifyKeysym(handle, kControlL, true, &error)) << error;
+    ASSERT_TRUE(client->notifyKeysym(handle, kControlL, false, &error)) << error;
+    ASSERT_TRUE(client->closeSession(handle, &error)) << error;
+    EXPECT_FALSE(client->notifyKeysym(handle, 'a', true, &error));
+    EXPECT_EQ(error.rfind("org.freedesktop.DBus.Error.AccessDenied", 0), 0u) << error;
 }
 
 }  // namespace

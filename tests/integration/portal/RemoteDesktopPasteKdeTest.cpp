@@ -9,6 +9,7 @@
 
 #include "desktop/ClipboardManager.h"
 #include "desktop/PasteChain.h"
+#include "foundation/RunLoopMainQueue.h"
 #include "platform/portal/LibdbusPortalBus.h"
 #include "platform/portal/RemoteDesktopKeys.h"
 #include "platform/portal/RemoteDesktopPortal.h"
@@ -18,7 +19,7 @@
 #include "storage/HistoryService.h"
 #include "storage/RemoteInputGrantStore.h"
 #include "support/DesktopSession.h"
-#include "support/StorageFixture.h"
+#include "support/TempDir.h"
 
 using namespace vocle;
 using namespace vocle::portal;
@@ -43,11 +44,11 @@ std::string readText(const std::filesystem::path& path) {
     return text.str();
 }
 
-class RemoteDesktopPasteKdeTest : public ::testing::Test, protected StorageFixtureBase {
+class RemoteDesktopPasteKdeTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ASSERT_NO_THROW(kde());
-        bus = std::make_unique<LibdbusPortalBus>(clock, kde().busAddress());
+        bus = std::make_unique<LibdbusPortalBus>(queue, kde().busAddress());
         ASSERT_TRUE(bus->connected());
         portal = std::make_unique<RemoteDesktopPortal>(
             *bus, RemoteDesktopPortal::TokenStore{[this] { return store.load(); },
@@ -55,12 +56,12 @@ class RemoteDesktopPasteKdeTest : public ::testing::Test, protected StorageFixtu
         keys = std::make_unique<RemoteDesktopKeys>(
             *portal, [](uint16_t code) { return x11::keysymForMacKeyCode(code); });
         desktop = wayland::WaylandDesktop::open(
-            clock, std::make_shared<DesktopEntryIndex>(std::vector<std::filesystem::path>{}));
+            queue, std::make_shared<DesktopEntryIndex>(std::vector<std::filesystem::path>{}));
         ASSERT_TRUE(desktop && desktop->clipboard()) << "no data-control clipboard on KWin";
         ASSERT_EQ(desktop->virtualKeyboard(), nullptr) << "KWin keeps its virtual keyboard to itself";
         chain = std::make_unique<PasteChain>(nullptr, nullptr, nullptr, [] { return std::nullopt; });
         chain->setRemoteDesktop(keys.get(), portal.get());
-        paster = std::make_unique<ClipboardManager>(clock, *desktop->clipboard(), *chain, history, center,
+        paster = std::make_unique<ClipboardManager>(queue, *desktop->clipboard(), *chain, history, center,
                                                     "TranscriptionCompleted", &notices);
     }
     void TearDown() override {
@@ -70,14 +71,18 @@ class RemoteDesktopPasteKdeTest : public ::testing::Test, protected StorageFixtu
         for (pid_t pid : started) kde().stop(pid);
     }
     bool waitUntil(const std::function<bool()>& done, double timeout = 10.0) {
-        return pollUntil(done, timeout, [this] { clock.runUntilIdle(); });
+        return pollUntil(
+            done, timeout, [this] { queue.runUntil([] { return false; }, Seconds(0.005)); }, 0.0);
     }
     void tap(std::vector<uint16_t> chord) {
         for (uint16_t key : chord) keys->postKey(key, true);
         for (auto it = chord.rbegin(); it != chord.rend(); ++it) keys->postKey(*it, false);
     }
 
+    SystemClock clock;
+    RunLoopMainQueue queue{clock};
     TempDir scratch;
+    DataFolder folder{scratch.path() / "data"};
     RemoteInputGrantStore store{folder, clock};
     std::unique_ptr<LibdbusPortalBus> bus;
     std::unique_ptr<RemoteDesktopPortal> portal;
@@ -125,7 +130,7 @@ TEST_F(RemoteDesktopPasteKdeTest, AfterTheFirstPasteAsksDictationsArePastedIntoA
     EXPECT_TRUE(waitUntil([&] { return readText(output) == transcript + " And again."; }))
         << readText(output);
     EXPECT_EQ(notices.shown.size(), 1u) << "one notice, for the paste that asked";
-    clock.advance(0.6);
+    waitUntil([&] { return history.transcriptions.get().size() == 3u; }, 2.0);
     EXPECT_EQ(history.transcriptions.get().size(), 3u);
 }
 
@@ -133,19 +138,23 @@ TEST_F(RemoteDesktopPasteKdeTest, QuittingClosesTheSessionOnTheDesktop) {
     portal->request();
     ASSERT_TRUE(waitUntil([&] { return portal->state() == RemoteInputState::granted; }));
     const std::string handle = portal->sessionHandle().value();
-    // The session object answers on the bus while it lives.
-    auto introspect = [&] {
-        return kde().run(
-            {"gdbus", "introspect", "--session", "--dest", kPortalService, "--object-path", handle});
+    // The session object answers on the bus while it lives; asked from a connection of its own.
+    LibdbusPortalBus observer(queue, kde().busAddress());
+    auto holdsSession = [&] {
+        std::optional<BusReply> reply;
+        observer.call({handle, "org.freedesktop.DBus.Introspectable", "Introspect", {}},
+                      [&](BusReply r) { reply = std::move(r); });
+        waitUntil([&] { return reply.has_value(); }, 5.0);
+        const std::string* xml =
+            reply && reply->ok() && !reply->values.empty() ? reply->values[0].asString() : nullptr;
+        return xml && xml->find(kSessionInterface) != std::string::npos;
     };
-    ASSERT_TRUE(introspect().value_or("").find(kSessionInterface) != std::string::npos);
+    ASSERT_TRUE(holdsSession());
     paster.reset();
     chain.reset();
     keys.reset();
     portal.reset();  // Session.Close goes out; the bus stays connected
-    EXPECT_TRUE(pollUntil(
-        [&] { return introspect().value_or("").find(kSessionInterface) == std::string::npos; }, 5.0))
-        << "the desktop still holds the session";
+    EXPECT_TRUE(pollUntil([&] { return !holdsSession(); }, 5.0)) << "the desktop still holds the session";
 }
 
 }  // namespace

@@ -29,7 +29,11 @@ class DesktopHarness {
     explicit DesktopHarness(DesktopSession::Server server = DesktopSession::Server::x11);
     ~DesktopHarness();
 
-    bool isWayland() const { return server_kind_ == DesktopSession::Server::wayland; }
+    bool isWayland() const {
+        return server_kind_ == DesktopSession::Server::wayland || server_kind_ == DesktopSession::Server::gnome;
+    }
+    // The session itself (GNOME: its consent dialogs are answered through it).
+    DesktopSession& session() { return *desktop_; }
     // Wayland: runs swaymsg against the compositor; its output, or none on failure.
     std::optional<std::string> swaymsg(const std::vector<std::string>& args) const { return desktop_->swaymsg(args); }
     // Starts a program of another application in the session (stopped with the harness); its output goes
