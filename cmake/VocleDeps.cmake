@@ -17,6 +17,8 @@ pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11 xtst xi xfixes)
 pkg_check_modules(ATSPI REQUIRED IMPORTED_TARGET atspi-2 gobject-2.0)
 # vocle-cli talks to the running app over the session bus without Qt.
 pkg_check_modules(DBUS REQUIRED IMPORTED_TARGET dbus-1)
+# GSettings: GNOME's custom keyboard shortcuts.
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0)
 # The server's PostgreSQL store (and the request fuzzer, which compiles the store in).
 pkg_check_modules(LIBPQ REQUIRED IMPORTED_TARGET libpq)
 # Wayland: the client library, its scanner for the protocol glue, and xkbcommon (the keymap's tests).

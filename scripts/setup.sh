@@ -33,6 +33,8 @@ PACKAGES=(
     gstreamer1.0-pipewire gstreamer1.0-tools
     # a notification daemon for the desktop-notice tests
     dunst
+    # GSettings for GNOME's custom keyboard shortcuts: GIO and the gsettings tool (the schema: above)
+    libglib2.0-dev libglib2.0-bin
     # desktop tests: a real browser for the address-bar path, speech for dictation
     chromium espeak-ng
     # a GTK window beside the Qt ones for the accessibility-bus tests

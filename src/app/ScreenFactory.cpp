@@ -41,7 +41,8 @@ ScreenServices::ScreenServices(DictationApp& a, LocalKeyMonitor& keys, Pasteboar
       installedApplications(std::move(apps)),
       permissions(a.graph().services.capture, a.graph().services.accessibility),
       shortcuts(*a.graph().shortcuts),
-      autostart(a.graph().services.environment, std::move(executable)) {}
+      autostart(a.graph().services.environment, executable),
+      cliProgram(locateVocleCli(executable, a.graph().services.environment)) {}
 
 ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
     return [&s](const ui::DetailScreen& screen, QWidget* parent) -> QWidget* {
@@ -52,8 +53,8 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
         switch (screen.kind) {
             case Kind::home:
                 return own<HomeView>(std::make_unique<HomeViewModel>(HomeDependencies{
-                                         *g.modeManager, state.vocabulary, state.selectedTab, g.files, s.permissions,
-                                         g.services.urlOpener, s.shortcuts}),
+                                         *g.modeManager, state.vocabulary, state.selectedTab, g.files,
+                                         s.permissions, g.services.urlOpener, s.shortcuts, s.remoteInput}),
                                      parent);
             case Kind::modes:
                 // The list's model belongs to the application state.
@@ -74,7 +75,11 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
             case Kind::settings: {
                 auto model = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
                                                                  s.localKeyMonitor, s.autostart);
-                model->setCompositorShortcuts(s.compositorShortcuts);
+                auto compositor = s.compositorShortcuts;
+                if (!s.cliProgram.empty()) compositor.cliProgram = s.cliProgram;
+                // Known once the desktop has answered for the cancel key (at the first recording).
+                if (!g.shortcuts->cancelReachesAllApplications()) compositor.cancelThroughIndicatorOnly = true;
+                model->setCompositorShortcuts(std::move(compositor));
                 model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };
                 model->pickerRequests =
                     s.app.shortcutPickerRequested.subscribe([vm = model.get()] { vm->checkPickerRequest(); });
@@ -95,8 +100,9 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                 return own<HelpView>(std::make_unique<HelpViewModel>(*g.support, g.services.urlOpener, g.docsURL()),
                                      parent);
             case Kind::permissions:
-                return own<PermissionsView>(
-                    std::make_unique<PermissionsViewModel>(main, s.permissions, g.services.urlOpener), parent);
+                return own<PermissionsView>(std::make_unique<PermissionsViewModel>(
+                                                main, s.permissions, g.services.urlOpener, s.remoteInput),
+                                            parent);
         }
         return nullptr;
     };

@@ -24,6 +24,7 @@
 #include "platform/wayland/WaylandDesktop.h"
 #include "platform/x11/AtspiAccessibility.h"
 #include "platform/x11/AtspiWorkspace.h"
+#include "platform/x11/GSettingsKeybindings.h"
 #include "platform/x11/KeysymTable.h"
 #include "platform/x11/QtDBusControlBus.h"
 #include "platform/x11/QtDBusNotifications.h"
@@ -245,6 +246,17 @@ int main(int argc, char** argv) {
         screens.compositorShortcuts = {compositorFamily(waylandDesktop->connection().compositor()),
                                        [](uint16_t keyCode) { return keysymNameForMacKeyCode(keyCode); },
                                        &pasteboard};
+    // Desktops that run the toggle through vocle-cli: GNOME's custom shortcuts, or the command by hand.
+    GSettingsKeybindings gnomeKeybindings;
+    screens.compositorShortcuts.keysymName = [](uint16_t keyCode) { return keysymNameForMacKeyCode(keyCode); };
+    screens.compositorShortcuts.pasteboard = &pasteboard;
+    screens.compositorShortcuts.keybindings = &gnomeKeybindings;
+    screens.compositorShortcuts.path = shortcutPathFor(displaySession == DisplaySession::wayland,
+                                                       /* the global-shortcuts portal serves */ portalHotKeys != nullptr,
+                                                       screens.compositorShortcuts.family,
+                                                       env.get("XDG_CURRENT_DESKTOP").value_or(""));
+    // The RemoteDesktop portal's grant: a permission on the Home checklist and the permissions screen.
+    if (remoteDesktop) screens.remoteInput = &remoteDesktop->grant();
     mainWindow = std::make_unique<ui::MainView>(app, app::makeScreenFactory(screens),
                                                 [&]() { return pasteboard.string(); });
 

@@ -82,10 +82,12 @@ void DictationApp::checkAccessibility() {
 void DictationApp::showAccessibilityAlert() {
     AlertRequest request;
     request.title = "Accessibility Is Off";
+    // The desktop's own name for the place where it knows one ("Settings > Accessibility").
+    const auto place = graph_.services.urlOpener.settingsPlace(kAccessibilitySettingsURL);
     request.text =
         "Vocle uses the desktop's accessibility bus to see which website you are on, so that modes can "
-        "follow "
-        "websites. Turn on assistive technologies in your desktop's accessibility settings.";
+        "follow websites. Turn on assistive technologies in " +
+        place.value_or("your desktop's accessibility settings") + ".";
     request.style = AlertStyle::informational;
     request.buttons = {"Turn On", "Cancel"};
     graph_.services.alerts.show(request, token_.guard([this](int response) {

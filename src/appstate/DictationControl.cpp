@@ -142,11 +142,13 @@ void DictationControl::showCannotHearAlert(const std::string& text) {
 void DictationControl::showSystemAudioPermissionAlert() {
     AlertRequest request;
     request.title = "Unable to record system audio";
+    // The desktop's own name for its sound settings where it has one ("Settings > Sound").
+    const auto place = s_.urlOpener.settingsPlace(kScreenCaptureSettingsURL);
     request.text =
         "Vocle cannot capture the sound of other applications: the sound server offers no monitor of your "
-        "output device. Check your sound settings. To stop this dialog, turn off 'Record system audio' in "
-        "the "
-        "active mode's settings.";
+        "output device. Check " +
+        place.value_or("your sound settings") +
+        ". To stop this dialog, turn off 'Record system audio' in the active mode's settings.";
     request.style = AlertStyle::warning;
     offerSoundSettings(std::move(request), kScreenCaptureSettingsURL);
 }

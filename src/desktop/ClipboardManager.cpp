@@ -110,12 +110,35 @@ void ClipboardManager::startNext() {
     log("TIMESTAMP: ", formatTimestamp(mainQueue_.clock().now()),
         " - clipboard copy completed, starting paste");
     if (!keys_.canDeliver()) {
-        log("⚠️ No way to send keys to the focused window; the transcript stays on the clipboard");
-        if (notices_) notices_->notify(DesktopNotice{kNoticeTitle, kNoticeBody, {}});
-        finish(pending_.front());
+        if (keys_.deliveryPending()) {
+            log("⏳ Waiting for the desktop to allow keyboard input");
+            waitForConsent(mainQueue_.clock().monotonicNow() + kConsentTimeout);
+            return;
+        }
+        leaveOnClipboard();
         return;
     }
     waitForModifiers(mainQueue_.clock().monotonicNow() + kModifierReleaseTimeout);
+}
+
+void ClipboardManager::waitForConsent(MonotonicTime deadline) {
+    if (keys_.canDeliver()) {
+        waitForModifiers(mainQueue_.clock().monotonicNow() + kModifierReleaseTimeout);
+        return;
+    }
+    const Seconds left = deadline - mainQueue_.clock().monotonicNow();
+    if (keys_.deliveryPending() && left.count() > 1e-6) {
+        pollTimer_.start(mainQueue_, std::min(kConsentPollInterval, left),
+                         owner_.guard([this, deadline] { waitForConsent(deadline); }));
+        return;
+    }
+    leaveOnClipboard();
+}
+
+void ClipboardManager::leaveOnClipboard() {
+    log("⚠️ No way to send keys to the focused window; the transcript stays on the clipboard");
+    if (notices_) notices_->notify(DesktopNotice{kNoticeTitle, kNoticeBody, {}});
+    finish(pending_.front());
 }
 
 void ClipboardManager::waitForModifiers(MonotonicTime deadline) {

@@ -24,12 +24,17 @@ namespace vocle {
 // SyntheticKeys::clipboardSettleTime has passed since the clipboard was written.
 // Transcripts that arrive while one is waiting are delivered after it, in order. When no keys can reach
 // the focused window (SyntheticKeys::canDeliver), the text stays on the clipboard and the user gets a
-// passive notice to paste it; the history entry and the notification follow as for a paste.
+// passive notice to paste it; the history entry and the notification follow as for a paste. While the
+// desktop is still asking the user whether we may send keys (SyntheticKeys::deliveryPending), the paste
+// waits for that answer, checking every kConsentPollInterval for at most kConsentTimeout: the dictation
+// that brought up the consent dialog is the first one typed.
 class ClipboardManager final : public TranscriptPaster {
   public:
     static constexpr Seconds kHistoryDelay{0.6};
     static constexpr Seconds kModifierPollInterval{0.02};
     static constexpr Seconds kModifierReleaseTimeout{1.0};
+    static constexpr Seconds kConsentPollInterval{0.1};
+    static constexpr Seconds kConsentTimeout{60.0};
 
     ClipboardManager(MainQueue& mainQueue, Pasteboard& pasteboard, SyntheticKeys& keys,
                      HistoryService& history, NotificationCenter& notifications,
@@ -49,6 +54,8 @@ class ClipboardManager final : public TranscriptPaster {
 
   private:
     void startNext();
+    void waitForConsent(MonotonicTime deadline);
+    void leaveOnClipboard();
     void waitForModifiers(MonotonicTime deadline);
     void pasteNow();
     void simulatePaste();

@@ -54,11 +54,16 @@ bool PasteChain::canDeliver() {
     }
     if (route_ == PasteRoute::clipboardOnly && remoteKeys_ && remoteGrant_ &&
         remoteGrant_->state() == RemoteInputState::notGranted) {
-        // The desktop's dialog comes up now; this transcript waits on the clipboard, the next is typed.
+        // The desktop's dialog comes up now; the paste waits for its answer (deliveryPending).
         log("Remote input: asking the desktop for keyboard access");
         remoteGrant_->request();
     }
     return route_ != PasteRoute::clipboardOnly;
+}
+
+bool PasteChain::deliveryPending() {
+    return route_ == PasteRoute::clipboardOnly && remoteKeys_ && remoteGrant_ &&
+           remoteGrant_->state() == RemoteInputState::asking;
 }
 
 SyntheticKeys* PasteChain::current() const {

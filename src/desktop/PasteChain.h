@@ -41,6 +41,7 @@ class PasteChain final : public SyntheticKeys {
     void releaseHeldModifiers() override;
     std::optional<std::string> focusedWindowClass() override;
     bool canDeliver() override;
+    bool deliveryPending() override;
     Seconds clipboardSettleTime() override;
 
     // The desktop's keyboard grant and the keys sent through it. Where neither the virtual keyboard nor

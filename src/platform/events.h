@@ -145,6 +145,9 @@ class SyntheticKeys {
     // How long after the clipboard is written the paste chord waits, where the keys take another road than
     // the clipboard and could reach the window before the new clipboard does.
     virtual Seconds clipboardSettleTime() { return Seconds(0); }
+    // While canDeliver() is false: whether it may soon turn true, because the desktop is asking the user
+    // whether we may send keys. The paste then waits for the answer instead of giving up at once.
+    virtual bool deliveryPending() { return false; }
 };
 
 // The system clipboard, plain text only. We stay the owner after writing, so the text can be pasted

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
+#include <sstream>
 #include <vector>
 
 #include "platform/events.h"
@@ -43,6 +45,18 @@ CompositorFamily compositorFamily(const std::string& program) {
     return CompositorFamily::other;
 }
 
+ShortcutPath shortcutPathFor(bool wayland, bool globalShortcutsPortal, CompositorFamily family,
+                             const std::string& currentDesktop) {
+    if (!wayland) return ShortcutPath::own;
+    if (globalShortcutsPortal) return ShortcutPath::portal;
+    if (family != CompositorFamily::other) return ShortcutPath::compositor;
+    std::string desktops = ":" + currentDesktop + ":";
+    std::transform(desktops.begin(), desktops.end(), desktops.begin(),
+                   [](unsigned char c) { return std::toupper(c); });
+    if (desktops.find(":GNOME:") != std::string::npos) return ShortcutPath::gnomeKeybinding;
+    return ShortcutPath::byHand;
+}
+
 std::optional<std::string> compositorBindingLine(CompositorFamily family, uint64_t modifiers,
                                                  const std::string& keysymName, const std::string& command) {
     switch (family) {
@@ -77,6 +91,47 @@ std::string compositorConfigurationPlace(CompositorFamily family) {
             return "your compositor's configuration";
     }
     return {};
+}
+
+std::string gtkAccelerator(uint64_t modifiers, const std::string& keysymName) {
+    std::string out;
+    for (const auto& name : modifierNames(modifiers, {"<Super>", "<Control>", "<Alt>", "<Shift>"}))
+        out += name;
+    return out + keysymName;
+}
+
+std::string locateVocleCli(const std::string& executable, const Environment& environment) {
+    namespace fs = std::filesystem;
+    auto runnable = [](const fs::path& p) {
+        std::error_code error;
+        const auto status = fs::status(p, error);
+        return !error && fs::is_regular_file(status) &&
+               (status.permissions() &
+                (fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec)) != fs::perms::none;
+    };
+    const fs::path folder = fs::path(executable).parent_path();
+    if (!folder.empty()) {
+        for (const fs::path& candidate :
+             {folder / "vocle-cli", folder.parent_path() / "tools" / "vocle-cli" / "vocle-cli"})
+            if (runnable(candidate)) return fs::weakly_canonical(candidate).string();
+    }
+    std::stringstream path(environment.get("PATH").value_or("/usr/local/bin:/usr/bin:/bin"));
+    std::string entry;
+    while (std::getline(path, entry, ':'))
+        if (fs::path(entry).is_absolute() && runnable(fs::path(entry) / "vocle-cli"))
+            return (fs::path(entry) / "vocle-cli").string();
+    return "vocle-cli";
+}
+
+std::string shellCommand(const std::string& program, const std::string& argument) {
+    const bool plain =
+        !program.empty() && program.find_first_not_of(
+                                "abcdefghijklmnopqrstuvwxyz"
+                                "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+") == std::string::npos;
+    if (plain) return program + " " + argument;
+    std::string quoted = "'";
+    for (char c : program) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "' " + argument;
 }
 
 }  // namespace vocle

@@ -7,6 +7,9 @@ namespace vocle {
 HomeViewModel::HomeViewModel(HomeDependencies deps) : d_(deps) {
     subscriptions_.push_back(d_.modeManager.modes.subscribe([this](const auto&) { evaluate(); }));
     subscriptions_.push_back(d_.vocabulary.subscribe([this](const auto&) { evaluate(); }));
+    if (d_.remoteInput)
+        subscriptions_.push_back(
+            d_.remoteInput->observeState(token_.guard([this](RemoteInputState) { evaluate(); })));
     refresh();
 }
 
@@ -19,34 +22,54 @@ void HomeViewModel::refresh() {
 void HomeViewModel::evaluate() {
     const auto onboarding = d_.files.loadOnboardingState();
     const auto& modes = d_.modeManager.modes.get();
-    const bool customMode = std::any_of(modes.begin(), modes.end(), [](const Mode& m) {
+    const bool hasCustomMode = std::any_of(modes.begin(), modes.end(), [](const Mode& m) {
         return m.type == std::optional<std::string>("Custom") || !m.modeTypeId.has_value();
     });
     const auto& vocabulary = d_.vocabulary.get();
     const bool hasVocabulary = vocabulary.has_value() && !vocabulary->empty();
     const bool mic = microphoneAuthorized.get();
     const bool ax = accessibilityAuthorized.get();
-    items.set({
-        {"Grant microphone permission", mic, !mic},
-        {"Grant accessibility permission", ax, !ax},
-        {"Create your first custom mode", customMode, true},
-        {"Add/Edit replacement", onboarding.hasAddedOrEditedReplacement, true},
-        {"Add custom vocabulary", hasVocabulary, true},
-        {"Complete your first recording", onboarding.firstRecordingComplete, false},
-    });
+    std::vector<ChecklistItem> list;
+    steps_.clear();
+    auto add = [&](Step step, ChecklistItem item) {
+        steps_.push_back(step);
+        list.push_back(std::move(item));
+    };
+    add(microphone, {"Grant microphone permission", mic, !mic});
+    add(accessibility, {"Grant accessibility permission", ax, !ax});
+    if (d_.remoteInput) {
+        const auto state = d_.remoteInput->state();
+        // While the desktop's dialog is open a click would only join the same request.
+        add(remoteInput, {"Grant remote input permission", state == RemoteInputState::granted,
+                          state == RemoteInputState::notGranted || state == RemoteInputState::refused});
+    }
+    add(customMode, {"Create your first custom mode", hasCustomMode, true});
+    add(replacement, {"Add/Edit replacement", onboarding.hasAddedOrEditedReplacement, true});
+    add(HomeViewModel::vocabulary, {"Add custom vocabulary", hasVocabulary, true});
+    add(firstRecording, {"Complete your first recording", onboarding.firstRecordingComplete, false});
+    items.set(std::move(list));
     changed.emit();
 }
 
 int HomeViewModel::completedCount() const {
     const auto& list = items.get();
-    return static_cast<int>(std::count_if(list.begin(), list.end(), [](const ChecklistItem& i) { return i.isCompleted; }));
+    return static_cast<int>(
+        std::count_if(list.begin(), list.end(), [](const ChecklistItem& i) { return i.isCompleted; }));
 }
 
 std::string HomeViewModel::progressText() const {
-    return std::to_string(completedCount()) + " of " + std::to_string(kTotalSteps) + " complete";
+    return std::to_string(completedCount()) + " of " + std::to_string(totalSteps()) + " complete";
 }
 
-double HomeViewModel::progress() const { return static_cast<double>(completedCount()) / kTotalSteps; }
+double HomeViewModel::progress() const {
+    return totalSteps() == 0 ? 0.0 : static_cast<double>(completedCount()) / totalSteps();
+}
+
+std::optional<ChecklistItem> HomeViewModel::item(Step step) const {
+    for (size_t row = 0; row < steps_.size(); ++row)
+        if (steps_[row] == step) return items.get().at(row);
+    return std::nullopt;
+}
 
 std::vector<std::string> HomeViewModel::toggleShortcutParts() const {
     const auto s = d_.shortcuts.toggleShortcut();
@@ -83,6 +106,11 @@ void HomeViewModel::activate(Step step) {
             d_.selectedTab.set(2);
             break;
         case firstRecording:
+            break;
+        case remoteInput:
+            if (d_.remoteInput && (d_.remoteInput->state() == RemoteInputState::notGranted ||
+                                   d_.remoteInput->state() == RemoteInputState::refused))
+                d_.remoteInput->request();
             break;
     }
 }

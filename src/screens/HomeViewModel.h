@@ -7,6 +7,7 @@
 #include "foundation/OwnerToken.h"
 #include "foundation/Signal.h"
 #include "modes/ModeManager.h"
+#include "platform/remote_input.h"
 #include "platform/url_opener.h"
 #include "screens/PermissionProbe.h"
 #include "screens/ShortcutControl.h"
@@ -29,20 +30,32 @@ struct HomeDependencies {
     PermissionProbe& permissions;
     UrlOpener& urlOpener;
     ShortcutControl& shortcuts;
+    // The desktop's consent for keys sent into other windows; null where none is needed (X11, wlroots).
+    RemoteInput* remoteInput = nullptr;
 };
 
-// The "Getting Started" checklist. Evaluated when the screen is shown and whenever the modes or the
-// vocabulary change; the onboarding record is read on every evaluation.
+// The "Getting Started" checklist. Evaluated when the screen is shown and whenever the modes, the
+// vocabulary or the remote-input grant change; the onboarding record is read on every evaluation. Where
+// the desktop asks consent for keys, the grant is one more step after the accessibility one.
 class HomeViewModel {
   public:
     explicit HomeViewModel(HomeDependencies deps);
     HomeViewModel(const HomeViewModel&) = delete;
     HomeViewModel& operator=(const HomeViewModel&) = delete;
 
+    // Without the remote-input step.
     static constexpr int kTotalSteps = 6;
     static constexpr const char* kTitle = "Getting Started";
 
-    enum Step { microphone = 0, accessibility, customMode, replacement, vocabulary, firstRecording };
+    enum Step {
+        microphone = 0,
+        accessibility,
+        customMode,
+        replacement,
+        vocabulary,
+        firstRecording,
+        remoteInput
+    };
 
     Observable<bool> microphoneAuthorized{false};
     Observable<bool> accessibilityAuthorized{false};
@@ -52,10 +65,14 @@ class HomeViewModel {
     Signal<> changed;
 
     int completedCount() const;
-    // "{completed} of 6 complete"
+    int totalSteps() const { return static_cast<int>(items.get().size()); }
+    // "{completed} of {total} complete"
     std::string progressText() const;
-    // completed ÷ 6, for the bar's filled width.
+    // completed ÷ total, for the bar's filled width.
     double progress() const;
+    // The step shown in row `row`, and the row of a step (none when this desktop does not show it).
+    Step stepAt(int row) const { return steps_.at(static_cast<size_t>(row)); }
+    std::optional<ChecklistItem> item(Step step) const;
     std::vector<std::string> toggleShortcutParts() const;
 
     // Re-reads the permissions and the onboarding record (the screen was shown).
@@ -68,6 +85,7 @@ class HomeViewModel {
     void evaluate();
 
     HomeDependencies d_;
+    std::vector<Step> steps_;
     std::vector<Subscription> subscriptions_;
     OwnerToken token_;
 };

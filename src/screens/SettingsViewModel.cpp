@@ -1,8 +1,10 @@
 #include "screens/SettingsViewModel.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 
+#include "desktop/KeyCaps.h"
 #include "desktop/ShortcutConflictNotice.h"
 #include "foundation/Log.h"
 
@@ -17,6 +19,27 @@ std::string volumeText(double v) {
     std::string s = buffer;
     if (s.find_first_of(".e") == std::string::npos) s += ".0";
     return s;
+}
+
+// "<Control><Alt>space" as "Ctrl+Alt+Space", for a binding someone else wrote.
+std::string acceleratorLabel(std::string accelerator) {
+    static const std::pair<const char*, const char*> names[] = {
+        {"<Control>", "Ctrl+"}, {"<Primary>", "Ctrl+"}, {"<Ctrl>", "Ctrl+"}, {"<Alt>", "Alt+"},
+        {"<Shift>", "Shift+"},  {"<Super>", "Super+"},  {"<Meta>", "Meta+"}};
+    std::string out;
+    while (!accelerator.empty() && accelerator.front() == '<') {
+        const auto end = accelerator.find('>');
+        if (end == std::string::npos) break;
+        const std::string modifier = accelerator.substr(0, end + 1);
+        std::string name = modifier.substr(1, modifier.size() - 2) + "+";
+        for (const auto& [from, to] : names)
+            if (modifier == from) name = to;
+        out += name;
+        accelerator.erase(0, end + 1);
+    }
+    if (!accelerator.empty())
+        accelerator[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(accelerator[0])));
+    return out + accelerator;
 }
 
 }  // namespace
@@ -56,6 +79,7 @@ void SettingsViewModel::load() {
         inputDevice.set(name);
     }
     startAtLogin.set(autostart_.isEnabled());
+    checkGnomeKeybinding(false);
     isLoading.set(false);
     changed.emit();
 }
@@ -91,6 +115,92 @@ void SettingsViewModel::copyCompositorBindings() {
     for (const auto& line : compositorBindingLines()) text += line + "\n";
     compositor_.pasteboard->clearContents();
     compositor_.pasteboard->setString(text);
+}
+
+std::string SettingsViewModel::handBindCommand() const {
+    if (compositor_.path != ShortcutPath::gnomeKeybinding && compositor_.path != ShortcutPath::byHand)
+        return {};
+    return shellCommand(compositor_.cliProgram, "toggle");
+}
+
+std::string SettingsViewModel::handBindNote() const {
+    if (compositor_.path == ShortcutPath::gnomeKeybinding)
+        return "Or add it yourself in Settings > Keyboard > View and Customize Shortcuts > Custom Shortcuts, "
+               "with this command:";
+    return "Your desktop runs the shortcut: in its keyboard settings, bind " +
+           joinKeyCaps(toggleShortcutParts()) + " to this command:";
+}
+
+void SettingsViewModel::copyHandBindCommand() {
+    if (!compositor_.pasteboard) return;
+    compositor_.pasteboard->clearContents();
+    compositor_.pasteboard->setString(handBindCommand());
+}
+
+std::optional<DesktopKeybinding> SettingsViewModel::wantedGnomeKeybinding() const {
+    if (!compositor_.keysymName) return std::nullopt;
+    const auto toggle = shortcuts_.toggleShortcut();
+    const auto key = compositor_.keysymName(toggle.keyCode);
+    if (!key) return std::nullopt;
+    return DesktopKeybinding{kGnomeKeybindingName, handBindCommand(),
+                             gtkAccelerator(toggle.modifiers & kShortcutModifierMask, *key)};
+}
+
+void SettingsViewModel::addToGnomeKeyboardShortcuts() {
+    if (!offersGnomeKeybinding() || !compositor_.keybindings) return;
+    const auto wanted = wantedGnomeKeybinding();
+    const auto keys = joinKeyCaps(toggleShortcutParts());
+    std::optional<std::string> error;
+    if (!wanted) {
+        error = "GNOME has no name for the key of " + keys + ". Choose another shortcut above.";
+    } else {
+        error = compositor_.keybindings->write(*wanted);
+    }
+    gnomeKeybindingProblem.set(error.has_value());
+    gnomeKeybindingAdded.set(!error.has_value());
+    if (error) {
+        log("❌ Settings: Could not add the toggle shortcut to GNOME's keyboard shortcuts: ", *error);
+        gnomeKeybindingStatus.set(*error);
+    } else {
+        log("Settings: GNOME's keyboard shortcuts run \"", wanted->command, "\" on ", wanted->binding);
+        gnomeKeybindingStatus.set("Added: GNOME starts and stops dictation on " + keys + ".");
+    }
+    changed.emit();
+}
+
+void SettingsViewModel::checkGnomeKeybinding(bool follow) {
+    if (!offersGnomeKeybinding() || !compositor_.keybindings) return;
+    gnomeKeybindingAdded.set(false);
+    if (auto reason = compositor_.keybindings->unavailableReason()) {
+        gnomeKeybindingProblem.set(true);
+        gnomeKeybindingStatus.set(*reason);
+        return;
+    }
+    const auto entry = compositor_.keybindings->find();
+    gnomeKeybindingProblem.set(false);
+    if (!entry) {
+        gnomeKeybindingStatus.set("");
+        return;
+    }
+    const auto wanted = wantedGnomeKeybinding();
+    const bool current = wanted && entry->binding == wanted->binding && entry->command == wanted->command;
+    if (current) {
+        gnomeKeybindingAdded.set(true);
+        gnomeKeybindingStatus.set("Added: GNOME starts and stops dictation on " +
+                                  joinKeyCaps(toggleShortcutParts()) + ".");
+    } else if (follow && wanted) {
+        addToGnomeKeyboardShortcuts();
+    } else if (wanted && entry->binding == wanted->binding) {
+        // Made by hand, or by a Vocle installed elsewhere.
+        gnomeKeybindingStatus.set("GNOME's keyboard shortcuts run \"" + entry->command + "\" on " +
+                                  joinKeyCaps(toggleShortcutParts()) + ". Add again to run \"" +
+                                  wanted->command + "\" instead.");
+    } else {
+        const std::string theirs =
+            entry->binding.empty() ? std::string("no key") : acceleratorLabel(entry->binding);
+        gnomeKeybindingStatus.set("GNOME's keyboard shortcuts start dictation on " + theirs +
+                                  ". Add again to use " + joinKeyCaps(toggleShortcutParts()) + ".");
+    }
 }
 
 std::vector<std::string> SettingsViewModel::toggleShortcutParts() const {
@@ -160,6 +270,13 @@ void SettingsViewModel::setShowingShortcutPicker(bool showing) {
     if (showing == showingShortcutPicker.get()) return;
     showingShortcutPicker.set(showing);
     shortcuts_.setSuspended(showing);
+    // A new toggle shortcut moves GNOME's entry along with it; a picker closed without one leaves alone an
+    // entry the user changed in GNOME.
+    if (showing) {
+        toggleBeforePicker_ = shortcuts_.toggleShortcut();
+    } else {
+        checkGnomeKeybinding(toggleBeforePicker_ != shortcuts_.toggleShortcut());
+    }
     changed.emit();
 }
 

@@ -9,6 +9,7 @@
 
 #include "foundation/Signal.h"
 #include "platform/capture.h"
+#include "platform/custom_keybindings.h"
 #include "platform/events.h"
 #include "screens/AutostartEntry.h"
 #include "screens/CompositorBinding.h"
@@ -71,19 +72,59 @@ class SettingsViewModel {
     std::optional<std::string> toggleShortcutWarning() const;
     std::optional<std::string> cancelShortcutWarning() const;
 
+    using ShortcutPath = vocle::ShortcutPath;
+
     // A compositor that binds keys in its own configuration (sway, Hyprland, river): the screen shows the
-    // lines that run vocle-cli for the stored shortcuts, and copies them.
+    // lines that run vocle-cli for the stored shortcuts, and copies them. On desktops that run the
+    // toggle through vocle-cli otherwise (`path`), the command to bind, and on GNOME a button that adds it.
     struct CompositorShortcuts {
         CompositorFamily family = CompositorFamily::other;
         // The XKB keysym name of a stored key code ("space", "v"); none for keys without one.
         std::function<std::optional<std::string>(uint16_t keyCode)> keysymName;
         Pasteboard* pasteboard = nullptr;
+        ShortcutPath path = ShortcutPath::own;
+        // vocle-cli, by its absolute path where known.
+        std::string cliProgram = "vocle-cli";
+        // GNOME's custom keyboard shortcuts; used on the gnomeKeybinding path.
+        CustomKeybindings* keybindings = nullptr;
+        // The portal binds the toggle, but the cancel key is offered only on the indicator and in the tray.
+        bool cancelThroughIndicatorOnly = false;
     };
     void setCompositorShortcuts(CompositorShortcuts compositor) { compositor_ = std::move(compositor); }
     // One line for the toggle and one for the cancel shortcut; empty when the desktop needs none.
     std::vector<std::string> compositorBindingLines() const;
     std::string compositorBindingPlace() const { return compositorConfigurationPlace(compositor_.family); }
     void copyCompositorBindings();
+
+    static constexpr const char* kAddToGnomeTitle = "Add to GNOME keyboard shortcuts";
+    static constexpr const char* kGnomeKeybindingName = "Vocle: start or stop dictation";
+    static constexpr const char* kCancelThroughIndicatorText =
+        "Your desktop would ask about the cancel key at every recording, so Vocle does not bind it. Cancel "
+        "a recording with \"Cancel Recording\" in the tray menu or on the recording indicator.";
+    // The command a desktop's keyboard settings run for the toggle shortcut; empty where none is needed.
+    std::string handBindCommand() const;
+    // The text above that command.
+    std::string handBindNote() const;
+    // On GNOME the command is the way out while our entry is not in place.
+    bool showsHandBindCommand() const {
+        return compositor_.path == ShortcutPath::byHand ||
+               (offersGnomeKeybinding() && !gnomeKeybindingAdded.get());
+    }
+    void copyHandBindCommand();
+    bool offersGnomeKeybinding() const { return compositor_.path == ShortcutPath::gnomeKeybinding; }
+    bool showsCancelThroughIndicatorNote() const {
+        return compositor_.path == ShortcutPath::portal && compositor_.cancelThroughIndicatorOnly;
+    }
+    // The entry GNOME's keyboard shortcuts are to hold for the current toggle shortcut; none for a key
+    // without a name there.
+    std::optional<DesktopKeybinding> wantedGnomeKeybinding() const;
+    // Writes it (adds ours, or updates it in place) and says how that went in gnomeKeybindingStatus.
+    void addToGnomeKeyboardShortcuts();
+    // What GNOME's shortcuts hold for Vocle now, in a sentence; `gnomeKeybindingProblem` when it failed.
+    Observable<std::string> gnomeKeybindingStatus{""};
+    Observable<bool> gnomeKeybindingProblem{false};
+    // GNOME's entry runs the current toggle shortcut.
+    Observable<bool> gnomeKeybindingAdded{false};
 
     // Reads the devices and the settings file (the screen was shown).
     void load();
@@ -103,6 +144,9 @@ class SettingsViewModel {
 
   private:
     void save();
+    // Reads GNOME's entry into the status; with `follow`, an entry of ours for an older shortcut is
+    // rewritten to the current one.
+    void checkGnomeKeybinding(bool follow);
 
     const FileStorageManager& files_;
     Capture& capture_;
@@ -111,6 +155,7 @@ class SettingsViewModel {
     AutostartEntry& autostart_;
     std::map<std::string, std::string> deviceNameToUID_;
     CompositorShortcuts compositor_;
+    KeyCombination toggleBeforePicker_;
 };
 
 }  // namespace vocle

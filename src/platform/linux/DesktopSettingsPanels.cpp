@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <sstream>
 
 namespace vocle {
@@ -27,16 +28,19 @@ std::string uppercase(std::string text) {
 
 using Command = std::vector<std::string>;
 
+// Whether $XDG_CURRENT_DESKTOP (a colon-separated list) names `name`.
+bool listed(const std::string& desktop, const char* name) {
+    std::stringstream parts(desktop);
+    std::string part;
+    while (std::getline(parts, part, ':'))
+        if (part == name) return true;
+    return false;
+}
+
 // The desktop's own panel for a matter; empty when it has none.
 Command panelOf(const std::string& desktop, Matter matter) {
     const bool sound = matter != Matter::accessibility;
-    auto is = [&](const char* name) {
-        std::stringstream parts(desktop);
-        std::string part;
-        while (std::getline(parts, part, ':'))
-            if (part == name) return true;
-        return false;
-    };
+    auto is = [&](const char* name) { return listed(desktop, name); };
     if (is("X-CINNAMON"))
         return sound ? Command{"cinnamon-settings", "sound"}
                      : Command{"cinnamon-settings", "universal-access"};
@@ -52,6 +56,47 @@ Command panelOf(const std::string& desktop, Matter matter) {
 }
 
 }  // namespace
+
+namespace {
+
+struct Names {
+    const char* application;
+    const char* sound;  // null: the desktop has no sound panel of its own
+    const char* accessibility;
+};
+
+// The names the desktops give their settings application and panels, as shown in their own windows.
+std::optional<Names> namesOf(const std::string& desktop, int kdeVersion) {
+    auto is = [&](const char* name) { return listed(desktop, name); };
+    if (is("X-CINNAMON")) return Names{"System Settings", "Sound", "Accessibility"};
+    if (is("MATE")) return Names{"Control Center", "Sound", "Assistive Technologies"};
+    // Plasma 6 renamed its "Audio" page to "Sound".
+    if (is("KDE")) return Names{"System Settings", kdeVersion >= 6 ? "Sound" : "Audio", "Accessibility"};
+    if (is("XFCE")) return Names{"Settings Manager", nullptr, "Accessibility"};
+    // These open GNOME's settings application (see panelOf).
+    if (is("GNOME") || is("UNITY") || is("BUDGIE")) return Names{"Settings", "Sound", "Accessibility"};
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> DesktopSettingsPanels::applicationName() const {
+    const auto names = namesOf(desktop(), 0);
+    if (!names) return std::nullopt;
+    return std::string(names->application);
+}
+
+std::optional<std::string> DesktopSettingsPanels::placeName(const std::string& url) const {
+    const auto matter = matterOf(url);
+    if (!matter) return std::nullopt;
+    int kdeVersion = 0;
+    if (auto v = env_.get("KDE_SESSION_VERSION")) kdeVersion = std::atoi(v->c_str());
+    const auto names = namesOf(desktop(), kdeVersion);
+    if (!names) return std::nullopt;
+    const char* panel = *matter == Matter::accessibility ? names->accessibility : names->sound;
+    if (!panel) return std::nullopt;
+    return std::string(names->application) + " > " + panel;
+}
 
 std::string DesktopSettingsPanels::desktop() const {
     return uppercase(env_.get("XDG_CURRENT_DESKTOP").value_or(""));

@@ -23,6 +23,11 @@ class DesktopSettingsPanels {
 
     // None for a link that is not a settings link.
     std::optional<Choice> choose(const std::string& url) const;
+    // The place a settings link leads to as this desktop names it ("Settings > Sound" on GNOME, "System
+    // Settings > Accessibility" on KDE Plasma); none on a desktop we do not know.
+    std::optional<std::string> placeName(const std::string& url) const;
+    // The desktop's settings application ("Settings", "System Settings"); none on one we do not know.
+    std::optional<std::string> applicationName() const;
 
     static constexpr const char* kSoundInputHelp =
         "Open your desktop's sound settings and check that a microphone is connected, chosen as the input "

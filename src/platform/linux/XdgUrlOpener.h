@@ -19,6 +19,10 @@ class XdgUrlOpener final : public UrlOpener {
         : mainQueue_(mainQueue), panels_(environment), program_(std::move(program)) {}
     void openURL(const std::string& url) override { openURL(url, {}); }
     void openURL(const std::string& url, std::function<void(const std::string&)> onFailure) override;
+    std::optional<std::string> settingsPlace(const std::string& url) const override {
+        return panels_.placeName(url);
+    }
+    std::optional<std::string> settingsApplication() const override { return panels_.applicationName(); }
 
   private:
     void run(std::vector<std::string> argv, const std::string& url, std::string help,

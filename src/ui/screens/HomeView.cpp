@@ -59,7 +59,6 @@ HomeView::HomeView(HomeViewModel& vm, QWidget* parent) : QWidget(parent), vm_(vm
     progressText_ = label("", "secondary");
     page->addWidget(progressText_);
     progress_ = new QProgressBar;
-    progress_->setRange(0, HomeViewModel::kTotalSteps);
     progress_->setTextVisible(false);
     progress_->setFixedHeight(8);
     page->addWidget(progress_);
@@ -84,6 +83,7 @@ void HomeView::showEvent(QShowEvent* event) {
 
 void HomeView::rebuild() {
     progressText_->setText(qs(vm_.progressText()));
+    progress_->setRange(0, vm_.totalSteps());
     progress_->setValue(vm_.completedCount());
     problem_->setText(qs(vm_.openProblem.get().value_or("")));
     problem_->setVisible(vm_.openProblem.get().has_value());
@@ -93,10 +93,11 @@ void HomeView::rebuild() {
     }
     const auto& items = vm_.items.get();
     for (int i = 0; i < static_cast<int>(items.size()); ++i) {
-        const auto step = static_cast<HomeViewModel::Step>(i);
+        const auto step = vm_.stepAt(i);
         // The action may rebuild the rows; run it after this click has been handled.
         auto* row = new ChecklistRow(items[i], [this, step] {
-            QMetaObject::invokeMethod(this, [this, step] { vm_.activate(step); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this, step] { vm_.activate(step); }, Qt::QueuedConnection);
         });
         if (step == HomeViewModel::firstRecording) {
             auto* caps = new KeyCapsView;

@@ -26,10 +26,13 @@ PermissionsView::PermissionsView(PermissionsViewModel& vm, QWidget* parent) : QW
     problem_ = paragraph("", "warning");
     layout->addWidget(problem_);
     layout->addStretch();
-    layout->addWidget(paragraph(PermissionsViewModel::kFooter, "caption"));
+    footer_ = paragraph("", "caption");
+    layout->addWidget(footer_);
     subscriptions_.push_back(vm_.changed.subscribe([this] { rebuild(); }));
     subscriptions_.push_back(vm_.alert.subscribe([this](const auto& alert) {
-        if (alert) QMetaObject::invokeMethod(this, [this] { showAlertIfAny(); }, Qt::QueuedConnection);
+        if (alert)
+            QMetaObject::invokeMethod(
+                this, [this] { showAlertIfAny(); }, Qt::QueuedConnection);
     }));
     rebuild();
 }
@@ -42,6 +45,7 @@ void PermissionsView::showEvent(QShowEvent* event) {
 void PermissionsView::rebuild() {
     problem_->setText(qs(vm_.openProblem.get().value_or("")));
     problem_->setVisible(vm_.openProblem.get().has_value());
+    footer_->setText(qs(vm_.footerText()));
     while (auto* item = items_->takeAt(0)) {
         if (auto* w = item->widget()) {
             w->hide();
@@ -51,17 +55,24 @@ void PermissionsView::rebuild() {
     }
     struct Item {
         const char* title;
-        const char* description;
+        std::string description;
         const char* icon;
         bool authorized;
         void (PermissionsViewModel::*action)();
+        // The desktop's dialog is open: nothing to press until it is answered.
+        bool waiting = false;
     };
-    const Item items[] = {
+    std::vector<Item> items = {
         {"Microphone", "To record your voice", "mic.fill", vm_.microphoneAuthorized.get(),
          &PermissionsViewModel::enableMicrophone},
         {"Accessibility", "To let modes follow the website you are on", "keyboard",
          vm_.accessibilityAuthorized.get(), &PermissionsViewModel::enableAccessibility},
     };
+    if (const auto remote = vm_.remoteInputState.get()) {
+        items.push_back({PermissionsViewModel::kRemoteInputTitle, vm_.remoteInputDescription(),
+                         "doc.on.clipboard", *remote == RemoteInputState::granted,
+                         &PermissionsViewModel::enableRemoteInput, *remote == RemoteInputState::asking});
+    }
     for (const auto& item : items) {
         auto* row = new QWidget;
         auto* h = new QHBoxLayout(row);
@@ -74,14 +85,19 @@ void PermissionsView::rebuild() {
         auto* texts = new QVBoxLayout;
         texts->setSpacing(2);
         texts->addWidget(label(item.title, "rowTitle"));
-        texts->addWidget(label(item.description, "caption"));
+        texts->addWidget(paragraph(qs(item.description), "caption"));
         h->addLayout(texts, 1);
         if (item.authorized) {
             auto* ok = new QLabel;
             ok->setPixmap(symbolPixmap("checkmark.circle.fill", 22, QColor(0x34, 0xc7, 0x59)));
             h->addWidget(ok);
+        } else if (item.waiting) {
+            auto* asking = button("Asking…");
+            asking->setEnabled(false);
+            h->addWidget(asking);
         } else {
             auto* enable = button("Enable", "primary");
+            enable->setAccessibleName(QString("Enable ") + item.title);
             connect(enable, &QPushButton::clicked, this, [this, action = item.action] { (vm_.*action)(); });
             h->addWidget(enable);
         }

@@ -23,6 +23,7 @@ class PermissionsView : public QWidget {
 
   private:
     QLabel* problem_ = nullptr;
+    QLabel* footer_ = nullptr;
     void rebuild();
     void showAlertIfAny();
 

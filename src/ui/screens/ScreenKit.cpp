@@ -83,6 +83,7 @@ const QHash<QString, QString>& drawings() {
         {"character.textbox", "M3 5h18v14H3zM8 15l3-7 3 7M9.3 12.5h3.4"},
         {"mic.fill", "FM9 3h6v10H9zM12 17a6 6 0 0 0 6-6h1a7 7 0 0 1-6.5 7v3h-1v-3A7 7 0 0 1 5 11h1a6 6 0 0 0 6 6z"},
         {"keyboard", "M2 6h20v12H2zM6 10h1M10 10h1M14 10h1M18 10h1M7 14h10"},
+        {"doc.on.clipboard", "M9 3h6v3H9zM7 4.5H5V21h14V4.5h-2M8.5 11h7M8.5 14.5h7M8.5 18h4"},
         {"checkmark.circle.fill", "FM12 2a10 10 0 1 0 0 20 10 10 0 1 0 0-20zM10.5 16.5l-5-5 1.4-1.4 3.6 3.6 6.6-6.6 1.4 1.4z"},
         {"speaker", "M4 9h4l5-4v14l-5-4H4z"},
         {"speaker.wave.3", "M4 9h4l5-4v14l-5-4H4zM16 9a4 4 0 0 1 0 6M18.5 6.5a8 8 0 0 1 0 11M21 4a11.5 11.5 0 0 1 0 16"},

@@ -54,6 +54,9 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     row(shortcuts, "Cancel Recording")->addWidget(cancelBox_);
     cancelWarning_ = paragraph("", "warning");
     shortcuts->addWidget(cancelWarning_);
+    // The portal binds the toggle only: where the cancel key is not bound, say where cancelling is.
+    cancelNote_ = paragraph(SettingsViewModel::kCancelThroughIndicatorText, "caption");
+    shortcuts->addWidget(cancelNote_);
     connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
     connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);
     // Compositors that bind keys themselves: the lines to add, built from the shortcuts above.
@@ -72,6 +75,33 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     connect(compositorCopy_, &QPushButton::clicked, this, [this] {
         vm_.copyCompositorBindings();
         compositorCopy_->setText("Copied");
+    });
+    // GNOME without the portal: our entry in its keyboard shortcuts.
+    addToGnome_ = button(SettingsViewModel::kAddToGnomeTitle);
+    auto* gnomeRow = new QHBoxLayout;
+    gnomeRow->addWidget(addToGnome_);
+    gnomeRow->addStretch();
+    shortcuts->addLayout(gnomeRow);
+    gnomeStatus_ = paragraph("", "caption");
+    shortcuts->addWidget(gnomeStatus_);
+    connect(addToGnome_, &QPushButton::clicked, this, [this] { vm_.addToGnomeKeyboardShortcuts(); });
+    // Desktops that run the toggle through vocle-cli: the command to bind.
+    handNote_ = paragraph("", "caption");
+    shortcuts->addWidget(handNote_);
+    handCommand_ = new QLabel;
+    handCommand_->setTextFormat(Qt::PlainText);
+    handCommand_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    handCommand_->setFont(QFont("monospace"));
+    handCommand_->setWordWrap(true);
+    auto* handRow = new QHBoxLayout;
+    handRow->addWidget(handCommand_, 1);
+    handCopy_ = new QPushButton("Copy");
+    handCopy_->setAccessibleName("Copy command");
+    handRow->addWidget(handCopy_, 0, Qt::AlignTop);
+    shortcuts->addLayout(handRow);
+    connect(handCopy_, &QPushButton::clicked, this, [this] {
+        vm_.copyHandBindCommand();
+        handCopy_->setText("Copied");
     });
 
     auto* input = section(layout, "Input Device");
@@ -171,6 +201,25 @@ void SettingsView::refresh() {
     for (QWidget* w : {static_cast<QWidget*>(compositorNote_), static_cast<QWidget*>(compositorLines_),
                        static_cast<QWidget*>(compositorCopy_)})
         w->setVisible(!lines.empty());
+    cancelNote_->setVisible(vm_.showsCancelThroughIndicatorNote());
+    const bool gnome = vm_.offersGnomeKeybinding();
+    addToGnome_->setVisible(gnome);
+    const std::string gnomeStatus = vm_.gnomeKeybindingStatus.get();
+    gnomeStatus_->setText(qs(gnomeStatus));
+    gnomeStatus_->setVisible(gnome && !gnomeStatus.empty());
+    const char* statusRole = vm_.gnomeKeybindingProblem.get() ? "warning" : "caption";
+    if (gnomeStatus_->property("role").toString() != statusRole) {
+        setRole(gnomeStatus_, statusRole);
+        gnomeStatus_->style()->unpolish(gnomeStatus_);
+        gnomeStatus_->style()->polish(gnomeStatus_);
+    }
+    const std::string command = vm_.handBindCommand();
+    handNote_->setText(qs(vm_.handBindNote()));
+    handCommand_->setText(qs(command));
+    handCopy_->setText("Copy");
+    for (QWidget* w : {static_cast<QWidget*>(handNote_), static_cast<QWidget*>(handCommand_),
+                       static_cast<QWidget*>(handCopy_)})
+        w->setVisible(!command.empty() && vm_.showsHandBindCommand());
     const auto toggleWarning = vm_.toggleShortcutWarning();
     toggleWarning_->setText(qs(toggleWarning.value_or("")));
     toggleWarning_->setVisible(toggleWarning.has_value());

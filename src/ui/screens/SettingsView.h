@@ -38,6 +38,12 @@ class SettingsView : public QWidget {
     QLabel* compositorNote_;
     QLabel* compositorLines_;
     QPushButton* compositorCopy_;
+    QLabel* cancelNote_;
+    QPushButton* addToGnome_;
+    QLabel* gnomeStatus_;
+    QLabel* handNote_;
+    QLabel* handCommand_;
+    QPushButton* handCopy_;
     QCheckBox* useDefault_;
     QComboBox* devices_;
     QLabel* deviceNote_;

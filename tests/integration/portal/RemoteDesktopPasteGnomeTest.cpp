@@ -124,9 +124,9 @@ class RemoteDesktopPasteGnomeTest : public ::testing::Test {
 };
 
 TEST_F(RemoteDesktopPasteGnomeTest, AfterOneConsentDictationsArePastedIntoANativeWaylandWindow) {
-    // The first paste finds no grant: the text waits on the clipboard while the desktop asks.
+    // The first paste finds no grant: it waits while the desktop asks, and goes out with the consent.
     paster->copyAndPaste("first");
-    EXPECT_EQ(notices.shown.size(), 1u);
+    EXPECT_TRUE(notices.shown.empty());
     ASSERT_TRUE(consent(true)) << "no consent dialog showed up";
     ASSERT_EQ(portal->state(), RemoteInputState::granted);
     EXPECT_EQ(portal->version(), 1u);
@@ -155,7 +155,7 @@ TEST_F(RemoteDesktopPasteGnomeTest, AfterOneConsentDictationsArePastedIntoANativ
     paster->copyAndPaste(" And again.");
     EXPECT_TRUE(pumpUntil([&] { return readText(output) == transcript + " And again."; }))
         << readText(output);
-    EXPECT_EQ(notices.shown.size(), 1u) << "no dialog and no notice after the one consent";
+    EXPECT_TRUE(notices.shown.empty()) << "no notice: every paste was typed";
     pumpUntil([&] { return history.transcriptions.get().size() == 3u; }, 2.0);
     EXPECT_EQ(history.transcriptions.get().size(), 3u);
 }

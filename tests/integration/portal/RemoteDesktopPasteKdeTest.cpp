@@ -97,9 +97,9 @@ class RemoteDesktopPasteKdeTest : public ::testing::Test {
 };
 
 TEST_F(RemoteDesktopPasteKdeTest, AfterTheFirstPasteAsksDictationsArePastedIntoANativeWaylandWindow) {
-    // The first paste finds no grant: it stays on the clipboard and the desktop is asked.
+    // The first paste finds no grant: it waits while the desktop is asked, and goes out with the grant.
     paster->copyAndPaste("first");
-    EXPECT_EQ(notices.shown.size(), 1u);
+    EXPECT_TRUE(notices.shown.empty());
     ASSERT_TRUE(waitUntil([&] { return portal->state() != RemoteInputState::asking; }))
         << "the portal never answered";
     ASSERT_EQ(portal->state(), RemoteInputState::granted);
@@ -129,7 +129,7 @@ TEST_F(RemoteDesktopPasteKdeTest, AfterTheFirstPasteAsksDictationsArePastedIntoA
     paster->copyAndPaste(" And again.");
     EXPECT_TRUE(waitUntil([&] { return readText(output) == transcript + " And again."; }))
         << readText(output);
-    EXPECT_EQ(notices.shown.size(), 1u) << "one notice, for the paste that asked";
+    EXPECT_TRUE(notices.shown.empty()) << "no notice: every paste was typed";
     waitUntil([&] { return history.transcriptions.get().size() == 3u; }, 2.0);
     EXPECT_EQ(history.transcriptions.get().size(), 3u);
 }

@@ -108,6 +108,7 @@ TEST(AppStateRecording, SystemAudioWithoutPermissionAsksInsteadOfRecording) {
     EXPECT_EQ(alert.title, "Unable to record system audio");
     EXPECT_EQ(alert.buttons, (std::vector<std::string>{"Open Sound Settings", "Close"}));
     EXPECT_EQ(alert.style, AlertStyle::warning);
+    EXPECT_NE(alert.text.find("Check your sound settings."), std::string::npos) << alert.text;
     EXPECT_FALSE(h.app->isRecording.get());
     EXPECT_TRUE(h.capture.sessions.empty());
     EXPECT_TRUE(h.screen.streams.empty());
@@ -121,6 +122,15 @@ TEST(AppStateRecording, SystemAudioWithoutPermissionAsksInsteadOfRecording) {
     EXPECT_EQ(h.urlOpener.opened,
               std::vector<std::string>{
                   "x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture"});
+
+    // On a desktop whose panels we know, the alert names the place as that desktop does.
+    h.urlOpener.places["x-apple.systempreferences:com.apple.preference.security?Privacy_ScreenCapture"] =
+        "System Settings > Audio";
+    h.app->toggleRecording();
+    h.queue.runUntilIdle();
+    ASSERT_EQ(h.alerts.shown.size(), 3u);
+    EXPECT_NE(h.alerts.shown[2].text.find("Check System Settings > Audio. To stop"), std::string::npos)
+        << h.alerts.shown[2].text;
 }
 
 // Nothing to hear: the start is refused at once with the reason, and nothing shows as recording.

@@ -74,6 +74,19 @@ TEST(DictationApp, UntrustedLaunchShowsTheAlertOnceAndItsButtonEnablesAccessibil
     EXPECT_TRUE(cancelled.urlOpener.opened.empty());
 }
 
+TEST(DictationApp, TheAccessibilityAlertNamesTheDesktopsOwnPlace) {
+    DesktopRig rig(false);
+    rig.urlOpener.places["x-apple.systempreferences:com.apple.preference.security?Privacy_Accessibility"] =
+        "System Settings > Accessibility";
+    rig.app->applicationDidFinishLaunching();
+    rig.queue.runUntilIdle();
+    ASSERT_EQ(rig.alerts.shown.size(), 1u);
+    const std::string& text = rig.alerts.shown[0].text;
+    const std::string ending = "Turn on assistive technologies in System Settings > Accessibility.";
+    ASSERT_GE(text.size(), ending.size());
+    EXPECT_EQ(text.substr(text.size() - ending.size()), ending);
+}
+
 TEST(DictationApp, ToggleRecordingNotificationStillWorksAfterTheWindowCloses) {
     DesktopRig rig;
     rig.app->applicationDidFinishLaunching();
