@@ -77,6 +77,8 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                                                                  s.localKeyMonitor, s.autostart);
                 auto compositor = s.compositorShortcuts;
                 if (!s.cliProgram.empty()) compositor.cliProgram = s.cliProgram;
+                // Known once the desktop has answered for the cancel key (at the first recording).
+                if (!g.shortcuts->cancelReachesAllApplications()) compositor.cancelThroughIndicatorOnly = true;
                 model->setCompositorShortcuts(std::move(compositor));
                 model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };
                 model->pickerRequests =

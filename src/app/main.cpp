@@ -2,6 +2,7 @@
 // the client graph, and the widgets bound to it.
 
 #include "app/RemoteDesktopPaste.h"
+#include "app/PortalHotKeys.h"
 #include "app/ScreenFactory.h"
 #include "app/UpdateAnnouncer.h"
 #include "application/ClientGraph.h"
@@ -44,6 +45,7 @@
 #include <csignal>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 // Qt last: its keyword macros (emit, slots) would rewrite names in foundation/Signal.h.
@@ -172,6 +174,13 @@ int main(int argc, char** argv) {
     auto grabbed = std::make_shared<GrabbedCombinations>();
     X11HotKeys hotKeys(mainQueue, grabbed);
     XInputKeyMonitor keyMonitor(mainQueue, grabbed);
+    // Wayland: the desktop's GlobalShortcuts portal where it has one; the X server sees only XWayland's windows.
+    std::unique_ptr<app::PortalHotKeys> portalHotKeys;
+    std::optional<app::XWaylandKeyMonitor> xwaylandKeys;
+    if (displaySession == DisplaySession::wayland) {
+        portalHotKeys = app::PortalHotKeys::open(mainQueue);
+        xwaylandKeys.emplace(keyMonitor);
+    }
     QtLocalKeyMonitor localKeyMonitor;
     XTestSyntheticKeys xtestKeys;
     QtPasteboard qtPasteboard;
@@ -204,7 +213,9 @@ int main(int argc, char** argv) {
     options.appVersion = VOCLE_VERSION;
     ClientGraph graph(
         PlatformServices{mainQueue, env, capture, screenCapture, coreAudio, playback, alerts, urlOpener,
-                         *workspace, browserScripting, accessibility, hotKeys, keyMonitor, localKeyMonitor,
+                         *workspace, browserScripting, accessibility,
+                         portalHotKeys ? portalHotKeys->hotKeys() : static_cast<HotKeys&>(hotKeys),
+                         xwaylandKeys ? static_cast<KeyMonitor&>(*xwaylandKeys) : keyMonitor, localKeyMonitor,
                          syntheticKeys, pasteboard, indicatorPanels, nullptr, &desktopNotifications},
         threads.refs(), options);
 
@@ -241,7 +252,7 @@ int main(int argc, char** argv) {
     screens.compositorShortcuts.pasteboard = &pasteboard;
     screens.compositorShortcuts.keybindings = &gnomeKeybindings;
     screens.compositorShortcuts.path = shortcutPathFor(displaySession == DisplaySession::wayland,
-                                                       /* the global-shortcuts portal bound the toggle */ false,
+                                                       /* the global-shortcuts portal serves */ portalHotKeys != nullptr,
                                                        screens.compositorShortcuts.family,
                                                        env.get("XDG_CURRENT_DESKTOP").value_or(""));
     // The RemoteDesktop portal's grant: a permission on the Home checklist and the permissions screen.

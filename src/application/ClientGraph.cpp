@@ -48,6 +48,7 @@ ClientGraph::ClientGraph(PlatformServices s, ClientQueues q, ClientOptions o)
         main, *modeManager, makeRecordingService(*audioFileProcessor, *clipboard, {}, streaming.get()),
         *systemAudio, *indicator, s.screenCapture, s.alerts, s.urlOpener, files, sessions, *backend,
         *settingsCoordinator, *autoModeManager});
+    shortcuts->followRecording(appState->isRecording);
 
     fetcher_ = s.appcastFetcher;
     feedURL_ = feedFromEnvironment(o, s.environment);

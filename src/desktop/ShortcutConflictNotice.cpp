@@ -17,6 +17,10 @@ std::string ShortcutConflictNotice::warningText(const std::vector<std::string>& 
     const std::string keys = joinKeyCaps(parts);
     if (status == kHotKeyBusy)
         return keys + " is already used by your desktop or another application. Choose another shortcut.";
+    if (status == kHotKeyRefused)
+        return "Your desktop did not allow " + keys +
+               " as a shortcut for Vocle. Choose another shortcut, or allow it in your desktop's keyboard "
+               "settings.";
     return keys + " could not be set up as a system-wide shortcut. Choose another shortcut.";
 }
 

@@ -14,12 +14,85 @@ ShortcutManager::ShortcutManager(MainQueue& mainQueue, const FileStorageManager&
       hotKeys_(hotKeys),
       keyMonitor_(keyMonitor),
       localKeyMonitor_(localKeyMonitor) {
+    statusObserver_ = hotKeys_.observeStatus(
+        owner_.guard([this](HotKeyHandle handle, int status) { handleStatus(handle, status); }));
     loadShortcuts();
     registerShortcuts();
 }
 
 ShortcutManager::~ShortcutManager() {
+    recordingObserver_.reset();
     unregisterShortcuts();
+}
+
+void ShortcutManager::followRecording(Observable<bool>& isRecording) {
+    recordingObserver_ = isRecording.subscribe(owner_.guard([this](const bool& recording) {
+        recording_ = recording;
+        updateRecordingCancel();
+    }));
+    recording_ = isRecording.get();
+    updateRecordingCancel();
+}
+
+void ShortcutManager::updateRecordingCancel() {
+    const bool wanted =
+        recording_ && carbonEventHandler_ && cancelShortcut.modifiers == 0 && !recordingCancelUnavailable_;
+    if (!wanted) {
+        if (recordingCancelRef_) hotKeys_.unregisterHotKey(*std::exchange(recordingCancelRef_, std::nullopt));
+        return;
+    }
+    if (recordingCancelRef_) return;
+    const auto cancel =
+        hotKeys_.registerTransientHotKey(cancelShortcut.keyCode, cancelShortcut.modifiers, cancelHotKeyID.id);
+    if (!cancel) {
+        // The service has no such thing (X11): the key monitors keep serving the cancel key.
+        recordingCancelUnavailable_ = true;
+        return;
+    }
+    if (cancel->status == kHotKeyOk && cancel->handle) {
+        recordingCancelRef_ = cancel->handle;
+    } else {
+        log("Failed to register Carbon HotKey for cancel: ", cancel->status);
+        recordingCancelUnavailable_ = true;
+        registrationChanged.emit();
+    }
+}
+
+void ShortcutManager::handleStatus(HotKeyHandle handle, int status) {
+    if (recordingCancelRef_ == handle) {
+        if (status == kHotKeyOk) {
+            logLine("Carbon HotKey registered successfully for cancel");
+            return;
+        }
+        log("Failed to register Carbon HotKey for cancel: ", status);
+        recordingCancelRef_.reset();
+        hotKeys_.unregisterHotKey(handle);
+        // Asking again at the next recording would ask again for nothing better.
+        recordingCancelUnavailable_ = true;
+        registrationChanged.emit();
+        return;
+    }
+    std::optional<int>* failure = toggleHotKeyRef_ == handle   ? &toggleFailure_
+                                  : cancelHotKeyRef_ == handle ? &cancelFailure_
+                                                               : nullptr;
+    if (!failure) return;
+    const bool toggle = failure == &toggleFailure_;
+    if (status == kHotKeyOk) {
+        log("Carbon HotKey registered successfully for ", toggle ? "toggle" : "cancel");
+        failure->reset();
+    } else {
+        log("Failed to register Carbon HotKey for ", toggle ? "toggle" : "cancel", ": ", status);
+        *failure = status;
+    }
+    registrationChanged.emit();
+}
+
+bool ShortcutManager::cancelReachesAllApplications() const {
+    if (cancelShortcut.modifiers != 0) return carbonEventHandler_ && !cancelFailure_;
+    // Claimed for each recording by the hot-key service, until it turns out that it cannot.
+    if (carbonEventHandler_ && hotKeys_.supportsTransientHotKeys() && !recordingCancelUnavailable_)
+        return true;
+    return keyMonitor_.observesAllApplications();
 }
 
 void ShortcutManager::loadShortcuts() {
@@ -58,7 +131,7 @@ void ShortcutManager::registerShortcuts() {
             hotKeys_.registerHotKey(currentShortcut.keyCode, currentShortcut.modifiers, hotKeyID.id);
         if (toggle.status == kHotKeyOk && toggle.handle) {
             toggleHotKeyRef_ = toggle.handle;
-            logLine("Carbon HotKey registered successfully for toggle");
+            if (!toggle.pending) logLine("Carbon HotKey registered successfully for toggle");
         } else {
             log("Failed to register Carbon HotKey for toggle: ", toggle.status);
             toggleFailure_ = toggle.status;
@@ -70,7 +143,7 @@ void ShortcutManager::registerShortcuts() {
                 hotKeys_.registerHotKey(cancelShortcut.keyCode, cancelShortcut.modifiers, cancelHotKeyID.id);
             if (cancel.status == kHotKeyOk && cancel.handle) {
                 cancelHotKeyRef_ = cancel.handle;
-                logLine("Carbon HotKey registered successfully for cancel");
+                if (!cancel.pending) logLine("Carbon HotKey registered successfully for cancel");
             } else {
                 log("Failed to register Carbon HotKey for cancel: ", cancel.status);
                 cancelFailure_ = cancel.status;
@@ -84,6 +157,7 @@ void ShortcutManager::registerShortcuts() {
         kKeyDownMask | kFlagsChangedMask, [this](const KeyEvent& e) { return handleLocalKey(e); });
 
     logLine("Shortcut registration completed");
+    updateRecordingCancel();
     registrationChanged.emit();
 }
 
@@ -92,6 +166,7 @@ void ShortcutManager::unregisterShortcuts() {
     localEventMonitor_.reset();
     if (toggleHotKeyRef_) hotKeys_.unregisterHotKey(*std::exchange(toggleHotKeyRef_, std::nullopt));
     if (cancelHotKeyRef_) hotKeys_.unregisterHotKey(*std::exchange(cancelHotKeyRef_, std::nullopt));
+    if (recordingCancelRef_) hotKeys_.unregisterHotKey(*std::exchange(recordingCancelRef_, std::nullopt));
     if (carbonEventHandler_) {
         hotKeys_.removeHandler();
         carbonEventHandler_ = false;

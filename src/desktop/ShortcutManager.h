@@ -63,8 +63,19 @@ class ShortcutManager {
     // when it is registered. The monitors still catch the keys, but the desktop acts on them first.
     std::optional<int> toggleRegistrationFailure() const { return toggleFailure_; }
     std::optional<int> cancelRegistrationFailure() const { return cancelFailure_; }
-    // After every registerShortcuts(), with the outcome readable above.
+    // After every registerShortcuts(), with the outcome readable above, and when a service that answers
+    // later (the desktop portal) reports the outcome.
     Signal<> registrationChanged;
+
+    // Whether pressing the cancel shortcut in any application reaches us. When false the indicator and the
+    // tray menu are the way to cancel from elsewhere, and the Settings screen says so.
+    bool cancelReachesAllApplications() const;
+
+    // A bare cancel key (Escape) is claimed system-wide only while a recording runs, where the hot-key
+    // service can do that without asking the user each time; the rest of the time it stays with the
+    // other applications.
+    void followRecording(Observable<bool>& isRecording);
+    std::optional<HotKeyHandle> recordingCancelHotKeyRef() const { return recordingCancelRef_; }
 
     // Key-cap labels: "Ctrl" "Alt" "Shift" "Super" (in this order) for the modifiers present, then the key
     // name.
@@ -74,6 +85,8 @@ class ShortcutManager {
 
   private:
     void handleHotKey(uint32_t id);
+    void handleStatus(HotKeyHandle handle, int status);
+    void updateRecordingCancel();
     void handleGlobalKey(const KeyEvent& event);
     bool handleLocalKey(const KeyEvent& event);
 
@@ -90,6 +103,12 @@ class ShortcutManager {
     std::optional<int> toggleFailure_;
     std::optional<int> cancelFailure_;
     bool carbonEventHandler_ = false;
+    Subscription statusObserver_;
+    Subscription recordingObserver_;
+    bool recording_ = false;
+    std::optional<HotKeyHandle> recordingCancelRef_;
+    // The service cannot claim the bare cancel key for a recording; decided once, kept for the run.
+    bool recordingCancelUnavailable_ = false;
     OwnerToken owner_;
 };
 

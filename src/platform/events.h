@@ -58,12 +58,16 @@ inline constexpr int kHotKeyBusy = 10;        // another client holds the combin
 inline constexpr int kHotKeyNoDisplay = -1;   // the window system cannot be reached
 inline constexpr int kHotKeyUnknownKey = -2;  // the key has no symbol on this keyboard
 inline constexpr int kHotKeyNoHandler = -3;   // registered before a handler was installed
+inline constexpr int kHotKeyRefused = -4;     // the desktop or the user declined the binding
+inline constexpr int kHotKeyNeedsConsent = -5;  // the desktop would ask the user at every binding
 
 using HotKeyHandle = uint64_t;
 
 struct HotKeyRegistration {
     std::optional<HotKeyHandle> handle;  // present on success
     int status = kHotKeyOk;
+    // Accepted, but the outcome comes later through HotKeys::observeStatus (a desktop portal).
+    bool pending = false;
 };
 
 // System-wide key combinations that are delivered to us instead of the application in front.
@@ -81,6 +85,19 @@ class HotKeys {
     // Claims keyCode + modifiers (Shortcut bits only; lock keys never matter) for the id.
     virtual HotKeyRegistration registerHotKey(uint16_t keyCode, uint64_t modifiers, uint32_t id) = 0;
     virtual void unregisterHotKey(HotKeyHandle handle) = 0;
+
+    // For a key other applications need the rest of the time (a bare Escape), held only while it is
+    // unregistered again soon. Only where the desktop grants it without asking each time; none where
+    // the implementation cannot (the caller keeps to observing the key).
+    virtual std::optional<HotKeyRegistration> registerTransientHotKey(uint16_t, uint64_t, uint32_t) {
+        return std::nullopt;
+    }
+    virtual bool supportsTransientHotKeys() const { return false; }
+
+    // Services that answer later (a desktop portal) report a registration's final status here, on the
+    // main queue: kHotKeyOk once bound, else the status it failed with. Immediate ones never call it.
+    using StatusHandler = std::function<void(HotKeyHandle handle, int status)>;
+    [[nodiscard]] virtual Subscription observeStatus(StatusHandler) { return {}; }
 };
 
 // Observes key presses that go to other applications. It never consumes them: the focused application
@@ -90,6 +107,8 @@ class KeyMonitor {
     virtual ~KeyMonitor() = default;
     using Handler = std::function<void(const KeyEvent&)>;
     [[nodiscard]] virtual Subscription addGlobalMonitor(Handler handler) = 0;
+    // False where it sees only some windows (an X server under a Wayland compositor sees only its own).
+    virtual bool observesAllApplications() const { return true; }
 };
 
 // Sees key events aimed at our own windows before they reach a widget. The handler returns true to

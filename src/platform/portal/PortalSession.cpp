@@ -17,11 +17,16 @@ PortalSession::~PortalSession() {
     close();
 }
 
-void PortalSession::close() {
-    if (!open_) return;
+void PortalSession::close(std::function<void()> done) {
+    if (!open_) {
+        if (done) done();
+        return;
+    }
     open_ = false;
     closed_.reset();
-    bus_.call(BusCall{handle_, kSessionInterface, "Close", {}}, [](BusReply) {});
+    bus_.call(BusCall{handle_, kSessionInterface, "Close", {}}, [done = std::move(done)](BusReply) {
+        if (done) done();
+    });
 }
 
 }  // namespace vocle::portal

@@ -21,8 +21,9 @@ class PortalSession {
 
     const std::string& handle() const { return handle_; }
     bool isOpen() const { return open_; }
-    // Asks the desktop to end the session; no Closed report follows.
-    void close();
+    // Asks the desktop to end the session; no Closed report follows. `done` runs once the desktop has
+    // answered (or the call failed), e.g. before the same session name is used again.
+    void close(std::function<void()> done = {});
     // The desktop ended the session (revoked, or its service stopped).
     void onClosed(std::function<void()> handler) { onClosed_ = std::move(handler); }
 

@@ -13,6 +13,9 @@ class FakeKeyMonitor final : public KeyMonitor {
   public:
     explicit FakeKeyMonitor(MainQueue& mainQueue) : mainQueue_(mainQueue) {}
     Subscription addGlobalMonitor(Handler handler) override;
+    bool observesAllApplications() const override { return observesAll; }
+    // False: it stands for an X server under a Wayland compositor, which sees only its own windows.
+    bool observesAll = true;
 
     void type(const KeyEvent& event);
     void keyDown(uint16_t keyCode, uint64_t flags) { type({KeyEventType::keyDown, keyCode, flags}); }

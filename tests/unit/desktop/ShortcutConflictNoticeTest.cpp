@@ -89,6 +89,10 @@ TEST_F(ShortcutConflictNoticeTest, TakenCancelShortcutOffersItsOwnPickerAndOther
     EXPECT_EQ(notifications.shown[0].title, "Dictation shortcut Super+A is unavailable");
     EXPECT_EQ(notifications.shown[0].body,
               "Super+A could not be set up as a system-wide shortcut. Choose another shortcut.");
+    // The desktop's own consent dialog declined (the shortcut portal).
+    EXPECT_EQ(ShortcutConflictNotice::warningText({"Ctrl", "Alt", "Space"}, kHotKeyRefused),
+              "Your desktop did not allow Ctrl+Alt+Space as a shortcut for Vocle. Choose another shortcut, or allow "
+              "it in your desktop's keyboard settings.");
     EXPECT_EQ(notifications.shown[1].title, "Cancel shortcut Ctrl+Esc is taken");
     notifications.choose(1, 0);
     EXPECT_EQ(pickers, (std::vector<bool>{false}));
