@@ -71,14 +71,15 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                 return own<ReplacementsView>(
                     std::make_unique<ReplacementsViewModel>(main, state.replacements, g.files), parent);
             case Kind::vocabulary:
-                return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary), parent);
+                return own<VocabularyView>(std::make_unique<VocabularyViewModel>(main, state.vocabulary),
+                                           parent);
             case Kind::settings: {
                 auto model = std::make_unique<SettingsViewModel>(g.files, g.services.capture, s.shortcuts,
                                                                  s.localKeyMonitor, s.autostart);
                 auto compositor = s.compositorShortcuts;
                 if (!s.cliProgram.empty()) compositor.cliProgram = s.cliProgram;
                 // Known once the desktop has answered for the cancel key (at the first recording).
-                if (!g.shortcuts->cancelReachesAllApplications()) compositor.cancelThroughIndicatorOnly = true;
+                if (!g.shortcuts->cancelReachesAllApplications()) compositor.cancelFromTrayOnly = true;
                 model->setCompositorShortcuts(std::move(compositor));
                 model->takePickerRequest = [&s] { return s.app.takeShortcutPickerRequest(); };
                 model->pickerRequests =
@@ -97,8 +98,8 @@ ui::ScreenFactory makeScreenFactory(ScreenServices& s) {
                             [&g](const Uuid& id) { g.dictationRetry->drop(id); }}),
                     parent);
             case Kind::help:
-                return own<HelpView>(std::make_unique<HelpViewModel>(*g.support, g.services.urlOpener, g.docsURL()),
-                                     parent);
+                return own<HelpView>(
+                    std::make_unique<HelpViewModel>(*g.support, g.services.urlOpener, g.docsURL()), parent);
             case Kind::permissions:
                 return own<PermissionsView>(std::make_unique<PermissionsViewModel>(
                                                 main, s.permissions, g.services.urlOpener, s.remoteInput),

@@ -87,8 +87,8 @@ class SettingsViewModel {
         std::string cliProgram = "vocle-cli";
         // GNOME's custom keyboard shortcuts; used on the gnomeKeybinding path.
         CustomKeybindings* keybindings = nullptr;
-        // The portal binds the toggle, but the cancel key is offered only on the indicator and in the tray.
-        bool cancelThroughIndicatorOnly = false;
+        // The cancel key cannot reach us from other applications: the tray menu is the way to cancel there.
+        bool cancelFromTrayOnly = false;
     };
     void setCompositorShortcuts(CompositorShortcuts compositor) { compositor_ = std::move(compositor); }
     // One line for the toggle and one for the cancel shortcut; empty when the desktop needs none.
@@ -98,9 +98,9 @@ class SettingsViewModel {
 
     static constexpr const char* kAddToGnomeTitle = "Add to GNOME keyboard shortcuts";
     static constexpr const char* kGnomeKeybindingName = "Vocle: start or stop dictation";
-    static constexpr const char* kCancelThroughIndicatorText =
-        "Your desktop would ask about the cancel key at every recording, so Vocle does not bind it. Cancel "
-        "a recording with \"Cancel Recording\" in the tray menu or on the recording indicator.";
+    static constexpr const char* kCancelFromTrayText =
+        "On this desktop the cancel key reaches Vocle only while its own windows have the focus. Cancel a "
+        "recording from elsewhere with \"Cancel Recording\" in the tray menu.";
     // The command a desktop's keyboard settings run for the toggle shortcut; empty where none is needed.
     std::string handBindCommand() const;
     // The text above that command.
@@ -112,8 +112,10 @@ class SettingsViewModel {
     }
     void copyHandBindCommand();
     bool offersGnomeKeybinding() const { return compositor_.path == ShortcutPath::gnomeKeybinding; }
-    bool showsCancelThroughIndicatorNote() const {
-        return compositor_.path == ShortcutPath::portal && compositor_.cancelThroughIndicatorOnly;
+    bool showsCancelFromTrayNote() const {
+        // A compositor binding (wlroots) can run `vocle-cli cancel`; its line is on the screen already.
+        return compositor_.cancelFromTrayOnly && compositor_.path != ShortcutPath::compositor &&
+               compositor_.path != ShortcutPath::own;
     }
     // The entry GNOME's keyboard shortcuts are to hold for the current toggle shortcut; none for a key
     // without a name there.

@@ -55,7 +55,7 @@ SettingsView::SettingsView(SettingsViewModel& vm, QWidget* parent) : QWidget(par
     cancelWarning_ = paragraph("", "warning");
     shortcuts->addWidget(cancelWarning_);
     // The portal binds the toggle only: where the cancel key is not bound, say where cancelling is.
-    cancelNote_ = paragraph(SettingsViewModel::kCancelThroughIndicatorText, "caption");
+    cancelNote_ = paragraph(SettingsViewModel::kCancelFromTrayText, "caption");
     shortcuts->addWidget(cancelNote_);
     connect(toggleBox_, &KeyCapsView::clicked, this, &SettingsView::openTogglePicker);
     connect(cancelBox_, &KeyCapsView::clicked, this, &SettingsView::openCancelPicker);
@@ -201,7 +201,7 @@ void SettingsView::refresh() {
     for (QWidget* w : {static_cast<QWidget*>(compositorNote_), static_cast<QWidget*>(compositorLines_),
                        static_cast<QWidget*>(compositorCopy_)})
         w->setVisible(!lines.empty());
-    cancelNote_->setVisible(vm_.showsCancelThroughIndicatorNote());
+    cancelNote_->setVisible(vm_.showsCancelFromTrayNote());
     const bool gnome = vm_.offersGnomeKeybinding();
     addToGnome_->setVisible(gnome);
     const std::string gnomeStatus = vm_.gnomeKeybindingStatus.get();

@@ -192,12 +192,12 @@ TEST_F(DesktopPermissionScreensTest, SettingsOffersGnomesShortcutsTheHandCommand
     }
     {
         auto c = shortcutsOf(ShortcutPath::portal);
-        c.cancelThroughIndicatorOnly = true;
+        c.cancelFromTrayOnly = true;
         SettingsViewModel vm(g.files, capture, shortcuts, keyMonitor, autostart);
         vm.setCompositorShortcuts(c);
         Frame f;
         f.show<SettingsView>(vm);
-        EXPECT_NE(labelWithText(f.window(), SettingsViewModel::kCancelThroughIndicatorText), nullptr);
+        EXPECT_NE(labelWithText(f.window(), SettingsViewModel::kCancelFromTrayText), nullptr);
         EXPECT_EQ(buttonWithText(f.window(), "Copy"), nullptr);
         EXPECT_TRUE(nonTrivialPng(desktop().screenshot("settings-portal-cancel-note")));
         expectNothingClipped(f.window());

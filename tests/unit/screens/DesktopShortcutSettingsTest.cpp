@@ -47,14 +47,14 @@ class DesktopShortcutSettingsTest : public ::testing::Test {
         env.set("HOME", (dir.path() / "home").string());
         env.set("XDG_CONFIG_HOME", (dir.path() / "config").string());
     }
-    void useDesktop(ShortcutPath path, bool cancelThroughIndicatorOnly = false) {
+    void useDesktop(ShortcutPath path, bool cancelFromTrayOnly = false) {
         SettingsViewModel::CompositorShortcuts c;
         c.keysymName = keysym;
         c.pasteboard = &pasteboard;
         c.path = path;
         c.cliProgram = "/usr/bin/vocle-cli";
         c.keybindings = &gnome;
-        c.cancelThroughIndicatorOnly = cancelThroughIndicatorOnly;
+        c.cancelFromTrayOnly = cancelFromTrayOnly;
         vm.setCompositorShortcuts(c);
     }
     static std::optional<std::string> keysym(uint16_t keyCode) {
@@ -90,15 +90,18 @@ TEST_F(DesktopShortcutSettingsTest, DesktopsThatBindKeysThemselvesShowNothingExt
         vm.load();
         EXPECT_EQ(vm.handBindCommand(), "");
         EXPECT_FALSE(vm.offersGnomeKeybinding());
-        EXPECT_FALSE(vm.showsCancelThroughIndicatorNote());
+        EXPECT_FALSE(vm.showsCancelFromTrayNote());
         vm.addToGnomeKeyboardShortcuts();
     }
     EXPECT_TRUE(gnome.writes.empty());
-    // The portal binds only the toggle here: the screen says where cancelling went.
-    useDesktop(ShortcutPath::portal, true);
-    EXPECT_TRUE(vm.showsCancelThroughIndicatorNote());
-    useDesktop(ShortcutPath::gnomeKeybinding, true);
-    EXPECT_FALSE(vm.showsCancelThroughIndicatorNote());
+    // Where the cancel key cannot reach us from other applications, the screen says where cancelling went,
+    // unless a compositor binding can carry it.
+    for (auto path : {ShortcutPath::portal, ShortcutPath::gnomeKeybinding, ShortcutPath::byHand}) {
+        useDesktop(path, true);
+        EXPECT_TRUE(vm.showsCancelFromTrayNote());
+    }
+    useDesktop(ShortcutPath::compositor, true);
+    EXPECT_FALSE(vm.showsCancelFromTrayNote());
 }
 
 TEST_F(DesktopShortcutSettingsTest, OtherDesktopsGetTheCommandToBindAndCopyIt) {
