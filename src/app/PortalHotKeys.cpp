@@ -25,6 +25,18 @@ uint32_t globalShortcutsVersion() {
     return reply.arguments().first().value<QDBusVariant>().variant().toUInt();
 }
 
+// GNOME Shell's version, when a shell answers on the session bus.
+std::optional<std::string> gnomeShellVersion() {
+    auto bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) return std::nullopt;
+    QDBusMessage get = QDBusMessage::createMethodCall("org.gnome.Shell", "/org/gnome/Shell",
+                                                      "org.freedesktop.DBus.Properties", "Get");
+    get << QString("org.gnome.Shell") << QString("ShellVersion");
+    const QDBusMessage reply = bus.call(get, QDBus::Block, 2000);
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) return std::nullopt;
+    return reply.arguments().first().value<QDBusVariant>().variant().toString().toStdString();
+}
+
 }  // namespace
 
 PortalHotKeys::PortalHotKeys(MainQueue& main, uint32_t version)
@@ -37,6 +49,13 @@ std::unique_ptr<PortalHotKeys> PortalHotKeys::open(MainQueue& main) {
     const uint32_t version = globalShortcutsVersion();
     if (version == 0) {
         logLine("Global shortcuts: the desktop offers no GlobalShortcuts portal; XWayland windows only");
+        return nullptr;
+    }
+    const std::string desktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP").toStdString();
+    if (const auto shell = gnomeShellVersion();
+        !portal::GlobalShortcutsPortal::desktopServes(desktop, shell)) {
+        log("Global shortcuts: the GlobalShortcuts portal is not GNOME's own before GNOME 48 (GNOME Shell ",
+            shell.value_or("not running"), "); XWayland windows only");
         return nullptr;
     }
     auto hotKeys = std::make_unique<PortalHotKeys>(main, version);

@@ -278,4 +278,22 @@ void GlobalShortcutsPortal::onActivated(const std::vector<BusValue>& args) {
     }
 }
 
+bool GlobalShortcutsPortal::desktopServes(const std::string& currentDesktop,
+                                          const std::optional<std::string>& gnomeShellVersion) {
+    bool gnome = false;
+    size_t start = 0;
+    while (start <= currentDesktop.size()) {
+        const size_t end = std::min(currentDesktop.find(':', start), currentDesktop.size());
+        if (currentDesktop.compare(start, end - start, "GNOME") == 0) gnome = true;
+        start = end + 1;
+    }
+    if (!gnome) return true;
+    if (!gnomeShellVersion) return false;
+    try {
+        return std::stoi(*gnomeShellVersion) >= 48;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 }  // namespace vocle::portal

@@ -45,6 +45,13 @@ class GlobalShortcutsPortal final : public HotKeys {
     };
 
     GlobalShortcutsPortal(PortalBus& bus, KeysymNamer namer, std::map<uint32_t, ShortcutName> names);
+
+    // Whether the desktop itself stands behind an offered GlobalShortcuts interface. `currentDesktop` is
+    // XDG_CURRENT_DESKTOP; `gnomeShellVersion` GNOME Shell's "ShellVersion" when it answers. GNOME has its
+    // own implementation from 48 on; before that the portal forwards to any other backend installed (the
+    // KDE one, say), which cannot bind keys without its own compositor.
+    static bool desktopServes(const std::string& currentDesktop,
+                              const std::optional<std::string>& gnomeShellVersion);
     // Closes every session: no binding outlives the app.
     ~GlobalShortcutsPortal() override;
 

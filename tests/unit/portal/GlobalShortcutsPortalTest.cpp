@@ -448,3 +448,21 @@ TEST(CancelReach, WithoutThePortalItIsWhatTheKeyMonitorSees) {
 
 }  // namespace
 }  // namespace vocle
+
+namespace {
+
+TEST(GlobalShortcutsDesktop, GnomeServesItsOwnPortalFromVersion48AndOtherDesktopsAlways) {
+    using vocle::portal::GlobalShortcutsPortal;
+    EXPECT_TRUE(GlobalShortcutsPortal::desktopServes("KDE", std::nullopt));
+    EXPECT_TRUE(GlobalShortcutsPortal::desktopServes("Hyprland", std::nullopt));
+    EXPECT_TRUE(GlobalShortcutsPortal::desktopServes("ubuntu:GNOME", std::string("48.1")));
+    EXPECT_TRUE(GlobalShortcutsPortal::desktopServes("GNOME", std::string("49.alpha")));
+    // Before 48 an offered interface is another desktop's backend that GNOME cannot serve.
+    EXPECT_FALSE(GlobalShortcutsPortal::desktopServes("GNOME", std::string("43.9")));
+    EXPECT_FALSE(GlobalShortcutsPortal::desktopServes("ubuntu:GNOME", std::nullopt));
+    EXPECT_FALSE(GlobalShortcutsPortal::desktopServes("GNOME", std::string("unknown")));
+    EXPECT_TRUE(GlobalShortcutsPortal::desktopServes("GNOME-Flashback-X", std::nullopt))
+        << "names match whole";
+}
+
+}  // namespace
