@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 
@@ -49,9 +50,32 @@ std::string describe(const std::vector<RunningApplication>& apps) {
     return text.empty() ? "(none)" : text;
 }
 
+// Brings a process's window to the front with the compositor's own means, as a task bar does; false when
+// the compositor has none that a test can reach.
+using Activate = std::function<bool(DesktopSession&, pid_t)>;
+
+// KWin's scripting interface, which Plasma's own tools use: a script that makes the window active.
+bool activateOnKWin(DesktopSession& session, pid_t pid) {
+    const auto script = session.workDir() / ("activate-" + std::to_string(pid) + ".js");
+    writeText(script,
+              "for (const w of workspace.clientList())\n"
+              "    if (w.pid == " +
+                  std::to_string(pid) + ") workspace.activeClient = w;\n");
+    auto loaded = session.run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path",
+                               "/Scripting", "--method", "org.kde.kwin.Scripting.loadScript", script.string(),
+                               "activate" + std::to_string(pid)});
+    // start() runs the scripts loaded and not yet running (the object path of a single one differs
+    // between Plasma versions).
+    return loaded && session
+                         .run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path",
+                               "/Scripting", "--method", "org.kde.kwin.Scripting.start"})
+                         .has_value();
+}
+
 // Two native Wayland Qt windows with desktop entries and one without: each new window takes the focus, and
-// closing the one in front gives it back to the one before, as both compositors do.
-void followsTheFocusedWindow(DesktopSession::Server server) {
+// closing the one in front gives it back to the one before, as both compositors do. Where the compositor
+// can be asked to (`activate`), the first window is then brought back to the front.
+void followsTheFocusedWindow(DesktopSession::Server server, const Activate& activate = {}) {
     DesktopSession::Options options;
     options.server = server;
     options.xwayland = false;
@@ -135,13 +159,24 @@ void followsTheFocusedWindow(DesktopSession::Server server) {
     EXPECT_EQ(activations.back(), (RunningApplication{"vocle-test-text-target", "Scratchpad", scratch}));
     EXPECT_EQ(workspace.frontmostApplication(), activations.back());
 
+    std::vector<pid_t> order{notes, mail, notes, scratch};
+    std::vector<std::string> ids{"org.example.Notes", "org.example.Mail", "org.example.Notes",
+                                 "vocle-test-text-target"};
+    if (activate) {
+        // Qt announced this window's activation once already; the compositor's choice shows on the bus
+        // only as the other window's deactivation and the window's active state.
+        ASSERT_TRUE(activate(*session, notes)) << "the compositor did not take the request";
+        ASSERT_TRUE(queue.runUntil([&] { return lastIs("org.example.Notes", notes); }, Seconds(20)))
+            << "no activation when the first window came back; seen: " << describe(activations);
+        order.push_back(notes);
+        ids.push_back("org.example.Notes");
+    }
+
     // Every change once, none twice in a row, however many focus events each brought.
-    const std::vector<pid_t> order{notes, mail, notes, scratch};
     ASSERT_EQ(activations.size(), order.size()) << describe(activations);
     for (size_t i = 0; i < order.size(); ++i) EXPECT_EQ(activations[i].processIdentifier, order[i]) << i;
     queue.runUntil([&] { return switches.size() >= order.size(); }, Seconds(5));
-    EXPECT_EQ(switches, (std::vector<std::string>{"org.example.Notes", "org.example.Mail",
-                                                  "org.example.Notes", "vocle-test-text-target"}));
+    EXPECT_EQ(switches, ids);
 }
 
 TEST(FrontmostOnDesktops, FollowsNativeWaylandWindowsOnGnome) {
@@ -149,7 +184,7 @@ TEST(FrontmostOnDesktops, FollowsNativeWaylandWindowsOnGnome) {
 }
 
 TEST(FrontmostOnDesktops, FollowsNativeWaylandWindowsOnPlasma) {
-    followsTheFocusedWindow(DesktopSession::Server::kde);
+    followsTheFocusedWindow(DesktopSession::Server::kde, activateOnKWin);
 }
 
 }  // namespace
