@@ -1,7 +1,7 @@
 // The frontmost application on headless GNOME (mutter) and Plasma (KWin), whose compositors list no windows
 // to ordinary clients: the accessibility bus, turned on the way the app turns it on, follows native Wayland
-// windows as the compositor moves the focus, and automatic mode switching follows it. Each case runs in a
-// process of its own (libatspi cannot move to another session's bus).
+// (and XWayland) windows as the compositor moves the focus, and automatic mode switching follows it. Each
+// case runs in a process of its own (libatspi cannot move to another session's bus).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -72,13 +72,13 @@ bool activateOnKWin(DesktopSession& session, pid_t pid) {
                          .has_value();
 }
 
-// Two native Wayland Qt windows with desktop entries and one without: each new window takes the focus, and
-// closing the one in front gives it back to the one before, as both compositors do. Where the compositor
-// can be asked to (`activate`), the first window is then brought back to the front.
+// Two native Wayland Qt windows with desktop entries, one without, then an XWayland one: each new window
+// takes the focus, and closing the one in front gives it back to the one before, as both compositors do.
+// Where the compositor can be asked to (`activate`), the first window is then brought back to the front.
 void followsTheFocusedWindow(DesktopSession::Server server, const Activate& activate = {}) {
     DesktopSession::Options options;
     options.server = server;
-    options.xwayland = false;
+    options.xwayland = true;
     std::unique_ptr<DesktopSession> session;
     ASSERT_NO_THROW(session = std::make_unique<DesktopSession>(options));
 
@@ -91,6 +91,8 @@ void followsTheFocusedWindow(DesktopSession::Server server, const Activate& acti
     TempDir apps;
     writeText(apps / "applications/org.example.Notes.desktop",
               "[Desktop Entry]\nType=Application\nName=Notes\nExec=notes\n");
+    writeText(apps / "applications/org.example.Draw.desktop",
+              "[Desktop Entry]\nType=Application\nName=Draw\nExec=draw\n");
     writeText(apps / "applications/org.example.Mail.desktop",
               "[Desktop Entry]\nType=Application\nName=Mail\nExec=mail\n");
     auto index =
@@ -122,9 +124,10 @@ void followsTheFocusedWindow(DesktopSession::Server server, const Activate& acti
         return !activations.empty() && activations.back().bundleIdentifier == id &&
                activations.back().processIdentifier == pid;
     };
-    auto window = [&](const std::string& name, const std::string& appName) {
+    auto window = [&](const std::string& name, const std::string& appName,
+                      const std::string& platform = "wayland") {
         return session->spawn({kTextWindow, (apps / (name + ".txt")).string(), appName},
-                              {"QT_QPA_PLATFORM=wayland"});
+                              {"QT_QPA_PLATFORM=" + platform});
     };
     auto logOf = [&](const std::string& name) { return readFile(session->workDir() / (name + ".log")); };
 
@@ -159,9 +162,15 @@ void followsTheFocusedWindow(DesktopSession::Server server, const Activate& acti
     EXPECT_EQ(activations.back(), (RunningApplication{"vocle-test-text-target", "Scratchpad", scratch}));
     EXPECT_EQ(workspace.frontmostApplication(), activations.back());
 
-    std::vector<pid_t> order{notes, mail, notes, scratch};
+    // An X application beside them, through XWayland.
+    const pid_t draw = window("draw", "org.example.Draw", "xcb");
+    ASSERT_TRUE(queue.runUntil([&] { return lastIs("org.example.Draw", draw); }, Seconds(30)))
+        << "no activation of the XWayland window; seen: " << describe(activations);
+    EXPECT_EQ(activations.back(), (RunningApplication{"org.example.Draw", "Draw", draw}));
+
+    std::vector<pid_t> order{notes, mail, notes, scratch, draw};
     std::vector<std::string> ids{"org.example.Notes", "org.example.Mail", "org.example.Notes",
-                                 "vocle-test-text-target"};
+                                 "vocle-test-text-target", "org.example.Draw"};
     if (activate) {
         // Qt announced this window's activation once already; the compositor's choice shows on the bus
         // only as the other window's deactivation and the window's active state.
