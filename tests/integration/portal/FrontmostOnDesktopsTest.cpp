@@ -72,9 +72,10 @@ bool activateOnKWin(DesktopSession& session, pid_t pid) {
                          .has_value();
 }
 
-// Two native Wayland Qt windows with desktop entries, one without, then an XWayland one: each new window
+// Two native Wayland Qt windows with desktop entries, an XWayland one, then one without: each new window
 // takes the focus, and closing the one in front gives it back to the one before, as both compositors do.
-// Where the compositor can be asked to (`activate`), the first window is then brought back to the front.
+// Where the compositor can be asked to (`activate`), the X window and then the first one are brought back
+// to the front.
 void followsTheFocusedWindow(DesktopSession::Server server, const Activate& activate = {}) {
     DesktopSession::Options options;
     options.server = server;
@@ -155,6 +156,12 @@ void followsTheFocusedWindow(DesktopSession::Server server, const Activate& acti
         << "the closed application is still listed: " << describe(workspace.runningApplications());
     EXPECT_TRUE(lists(workspace, notes));
 
+    // An X application beside them, through XWayland.
+    const pid_t draw = window("draw", "org.example.Draw", "xcb");
+    ASSERT_TRUE(queue.runUntil([&] { return lastIs("org.example.Draw", draw); }, Seconds(30)))
+        << "no activation of the XWayland window; seen: " << describe(activations);
+    EXPECT_EQ(activations.back(), (RunningApplication{"org.example.Draw", "Draw", draw}));
+
     // Without a desktop entry: known by its executable, named as it names itself on the bus.
     const pid_t scratch = window("scratch", "Scratchpad");
     ASSERT_TRUE(queue.runUntil([&] { return lastIs("vocle-test-text-target", scratch); }, Seconds(30)))
@@ -162,23 +169,20 @@ void followsTheFocusedWindow(DesktopSession::Server server, const Activate& acti
     EXPECT_EQ(activations.back(), (RunningApplication{"vocle-test-text-target", "Scratchpad", scratch}));
     EXPECT_EQ(workspace.frontmostApplication(), activations.back());
 
-    // An X application beside them, through XWayland.
-    const pid_t draw = window("draw", "org.example.Draw", "xcb");
-    ASSERT_TRUE(queue.runUntil([&] { return lastIs("org.example.Draw", draw); }, Seconds(30)))
-        << "no activation of the XWayland window; seen: " << describe(activations);
-    EXPECT_EQ(activations.back(), (RunningApplication{"org.example.Draw", "Draw", draw}));
-
-    std::vector<pid_t> order{notes, mail, notes, scratch, draw};
+    std::vector<pid_t> order{notes, mail, notes, draw, scratch};
     std::vector<std::string> ids{"org.example.Notes", "org.example.Mail", "org.example.Notes",
-                                 "vocle-test-text-target", "org.example.Draw"};
+                                 "org.example.Draw", "vocle-test-text-target"};
     if (activate) {
-        // Qt announced this window's activation once already; the compositor's choice shows on the bus
-        // only as the other window's deactivation and the window's active state.
-        ASSERT_TRUE(activate(*session, notes)) << "the compositor did not take the request";
-        ASSERT_TRUE(queue.runUntil([&] { return lastIs("org.example.Notes", notes); }, Seconds(20)))
-            << "no activation when the first window came back; seen: " << describe(activations);
-        order.push_back(notes);
-        ids.push_back("org.example.Notes");
+        // Both windows announced their activation once already: the bus shows the change only as the other
+        // window's deactivation and the window's active state.
+        for (const auto& [pid, id] :
+             {std::pair{draw, "org.example.Draw"}, std::pair{notes, "org.example.Notes"}}) {
+            ASSERT_TRUE(activate(*session, pid)) << "the compositor did not take the request";
+            ASSERT_TRUE(queue.runUntil([&] { return lastIs(id, pid); }, Seconds(20)))
+                << "no activation when " << id << " came back; seen: " << describe(activations);
+            order.push_back(pid);
+            ids.push_back(id);
+        }
     }
 
     // Every change once, none twice in a row, however many focus events each brought.
