@@ -50,8 +50,8 @@ std::string describe(const std::vector<RunningApplication>& apps) {
     return text.empty() ? "(none)" : text;
 }
 
-// Brings a process's window to the front with the compositor's own means, as a task bar does; false when
-// the compositor has none that a test can reach.
+// Brings a process's window to the front with the compositor's own means, as a task bar does (none on
+// headless mutter, which has no shell to ask); false when the compositor refused.
 using Activate = std::function<bool(DesktopSession&, pid_t)>;
 
 // KWin's scripting interface, which Plasma's own tools use: a script that makes the window active.
@@ -64,8 +64,8 @@ bool activateOnKWin(DesktopSession& session, pid_t pid) {
     auto loaded = session.run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path",
                                "/Scripting", "--method", "org.kde.kwin.Scripting.loadScript", script.string(),
                                "activate" + std::to_string(pid)});
-    // start() runs the scripts loaded and not yet running (the object path of a single one differs
-    // between Plasma versions).
+    // start() runs the scripts loaded and not yet running (5.27 has no /Scripting/ScriptN object to run
+    // just this one).
     return loaded && session
                          .run({"gdbus", "call", "--session", "--dest", "org.kde.KWin", "--object-path",
                                "/Scripting", "--method", "org.kde.kwin.Scripting.start"})
