@@ -38,13 +38,6 @@ bool contains(const std::vector<std::string>& list, const std::string& item) {
     return std::find(list.begin(), list.end(), item) != list.end();
 }
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 class KdePortalSession : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -56,23 +49,29 @@ class KdePortalSession : public ::testing::Test {
         for (pid_t pid : started) session().stop(pid);
     }
 
-    // A keyboard session of the RemoteDesktop portal, started; its handle.
+    // A keyboard session of the RemoteDesktop portal, started; its handle. Right after the session comes up,
+    // KWin's portal sometimes ends a Start at once (Response 2, about one start in ten here): ask again, as
+    // the shortcut tests do.
     std::string startKeyboardSession() {
         std::string error;
-        auto created = client->request(kRemoteDesktop, "CreateSession", {},
-                                       {{"session_handle_token", std::string("voclekeys")}}, 10.0, &error);
-        EXPECT_TRUE(created && created->code == 0) << "CreateSession: " << error;
-        if (!created || created->code != 0) return {};
-        const std::string handle = created->strings["session_handle"];
-        auto selected = client->request(kRemoteDesktop, "SelectDevices", {handle}, {{"types", uint32_t{1}}},
-                                        10.0, &error);
-        EXPECT_TRUE(selected && selected->code == 0) << "SelectDevices: " << error;
-        auto begun = client->request(kRemoteDesktop, "Start", {handle, std::string()}, {}, 30.0, &error);
-        EXPECT_TRUE(begun && begun->code == 0)
-            << "Start: " << error << " code " << (begun ? begun->code : 99);
-        if (!begun || begun->code != 0) return {};
-        EXPECT_EQ(begun->numbers["devices"] & 1u, 1u) << "no keyboard granted";
-        return handle;
+        for (int attempt = 1;; ++attempt) {
+            auto created = client->request(kRemoteDesktop, "CreateSession", {},
+                                           {{"session_handle_token", "voclekeys" + std::to_string(attempt)}},
+                                           10.0, &error);
+            EXPECT_TRUE(created && created->code == 0) << "CreateSession: " << error;
+            if (!created || created->code != 0) return {};
+            const std::string handle = created->strings["session_handle"];
+            auto selected = client->request(kRemoteDesktop, "SelectDevices", {handle},
+                                            {{"types", uint32_t{1}}}, 10.0, &error);
+            EXPECT_TRUE(selected && selected->code == 0) << "SelectDevices: " << error;
+            auto begun = client->request(kRemoteDesktop, "Start", {handle, std::string()}, {}, 30.0, &error);
+            if (begun && begun->code == 2 && attempt < 3) continue;
+            EXPECT_TRUE(begun && begun->code == 0)
+                << "Start: " << error << " code " << (begun ? begun->code : 99);
+            if (!begun || begun->code != 0) return {};
+            EXPECT_EQ(begun->numbers["devices"] & 1u, 1u) << "no keyboard granted";
+            return handle;
+        }
     }
     void press(const std::string& handle, const std::vector<int32_t>& chord) {
         for (int32_t keysym : chord) ASSERT_TRUE(client->notifyKeysym(handle, keysym, true));
@@ -93,13 +92,15 @@ class KdePortalSession : public ::testing::Test {
         const bool focused = pollUntil(
             [&] {
                 press(handle, {'x'});
-                return pollUntil([&] { return readFile(output).find('x') != std::string::npos; }, 0.5);
+                return pollUntil(
+                    [&] { return vocle::testing::readText(output).find('x') != std::string::npos; }, 0.5);
             },
             20.0, {}, 0.2);
         ASSERT_TRUE(focused) << "the text window never received a key";
         press(handle, {kControlL, 'a'});
         press(handle, {kBackSpace});
-        ASSERT_TRUE(pollUntil([&] { return readFile(output).empty(); }, 5.0)) << readFile(output);
+        ASSERT_TRUE(pollUntil([&] { return vocle::testing::readText(output).empty(); }, 5.0))
+            << vocle::testing::readText(output);
     }
 
     std::unique_ptr<PortalTestClient> client;
@@ -149,7 +150,8 @@ TEST_F(KdePortalSession, AfterTheGrantKeysAndCtrlVReachANativeWaylandWindow) {
     const auto output = scratch.path() / "typed.txt";
     ASSERT_NO_FATAL_FAILURE(openTextWindow(handle, output));
     type(handle, "Hello Plasma");
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello Plasma"; }, 5.0)) << readFile(output);
+    EXPECT_TRUE(pollUntil([&] { return vocle::testing::readText(output) == "Hello Plasma"; }, 5.0))
+        << vocle::testing::readText(output);
 
     // The way a transcript goes in: the clipboard, then one Ctrl+V; text beyond the keymap arrives whole.
     const std::string transcript = " – déjà vu, naïve ✓";
@@ -157,8 +159,9 @@ TEST_F(KdePortalSession, AfterTheGrantKeysAndCtrlVReachANativeWaylandWindow) {
         session().spawn({"wl-copy", "--foreground", "--type", "text/plain;charset=utf-8", transcript}));
     ASSERT_TRUE(pollUntil([&] { return session().run({"wl-paste", "--no-newline"}) == transcript; }, 5.0));
     press(handle, {kControlL, 'v'});
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello Plasma" + transcript; }, 5.0))
-        << readFile(output);
+    EXPECT_TRUE(
+        pollUntil([&] { return vocle::testing::readText(output) == "Hello Plasma" + transcript; }, 5.0))
+        << vocle::testing::readText(output);
 
     // For a person to look at: the window as KWin draws it.
     const auto shot = std::filesystem::path(VOCLE_BINARY_DIR) / "screenshots" / "kde-text-window.png";
@@ -184,7 +187,8 @@ TEST_F(KdePortalSession, KeysAndCtrlVReachAnXWaylandWindowToo) {
         },
         5.0));
     press(handle, {kControlL, 'v'});
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "Hello X and more"; }, 5.0)) << readFile(output);
+    EXPECT_TRUE(pollUntil([&] { return vocle::testing::readText(output) == "Hello X and more"; }, 5.0))
+        << vocle::testing::readText(output);
 }
 
 TEST_F(KdePortalSession, AShortcutBoundThroughThePortalFiresOnItsKeys) {
@@ -234,13 +238,13 @@ TEST_F(KdePortalSession, AShortcutSessionHoldsItsKeyOnlyWhileItIsOpen) {
     ASSERT_TRUE(created && created->code == 0) << error;
     press(keys, {'q'});
     ASSERT_TRUE(client->waitForSignal("Activated", 5.0)) << "the shortcut did not fire";
-    EXPECT_FALSE(pollUntil([&] { return !readFile(output).empty(); }, 0.5))
-        << "the window got a key the shortcut holds: " << readFile(output);
+    EXPECT_FALSE(pollUntil([&] { return !vocle::testing::readText(output).empty(); }, 0.5))
+        << "the window got a key the shortcut holds: " << vocle::testing::readText(output);
 
     ASSERT_TRUE(client->closeSession(created->strings["session_handle"], &error)) << error;
     press(keys, {'q'});
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "q"; }, 5.0))
-        << "the key did not come back: " << readFile(output);
+    EXPECT_TRUE(pollUntil([&] { return vocle::testing::readText(output) == "q"; }, 5.0))
+        << "the key did not come back: " << vocle::testing::readText(output);
     EXPECT_FALSE(client->waitForSignal("Activated", 0.5));
 }
 
