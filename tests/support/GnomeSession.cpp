@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "support/DesktopSession.h"
+#include "support/TempDir.h"
 #include "support/TestBus.h"
 
 namespace vocle::testing {
@@ -25,13 +26,6 @@ void restoreEnv(const char* name, const std::optional<std::string>& value) {
         ::setenv(name, value->c_str(), 1);
     else
         ::unsetenv(name);
-}
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 constexpr const char* kRemoteDesktop = "org.gnome.Mutter.RemoteDesktop";
@@ -64,7 +58,8 @@ GnomeSession::~GnomeSession() {
     // the bus goes, but never remove files through a mount left behind.
     const std::string documents = " " + (runtimeDir_ / "doc").string() + " ";
     const bool unmounted = pollUntil(
-        [&] { return readFile("/proc/mounts").find(documents) == std::string::npos; }, 3.0, {}, 0.05);
+        [&] { return vocle::testing::readText("/proc/mounts").find(documents) == std::string::npos; }, 3.0,
+        {}, 0.05);
     if (!unmounted) session_.run({"fusermount3", "-u", "-z", (runtimeDir_ / "doc").string()});
     std::error_code ec;
     std::filesystem::remove_all(runtimeDir_, ec);
@@ -109,7 +104,7 @@ void GnomeSession::startMutter() {
                     waylandDisplay_ = name;
             }
             std::smatch m;
-            const std::string text = readFile(log);
+            const std::string text = vocle::testing::readText(log);
             if (options_.xwayland && display_.empty() && std::regex_search(text, m, publicDisplay))
                 display_ = m[1];
             return !waylandDisplay_.empty() && (!options_.xwayland || !display_.empty());

@@ -28,13 +28,6 @@ DesktopSession& session() {
     return *shared;
 }
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 bool waitFor(const std::function<bool()>& done, double timeout = 10.0) {
     return pollUntil(done, timeout, {}, 0.05);
 }
@@ -164,8 +157,8 @@ TEST_F(GnomeSessionTest, KeysTypedThroughThePortalAfterConsentReachANativeWaylan
     // The dialog has gone and the window has its focus back.
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(); })) << "the focus did not come back to the window";
     probe->type("hello gnome");
-    EXPECT_TRUE(waitFor([&] { return readFile(out) == "hello gnome"; }))
-        << "the window received '" << readFile(out) << "'";
+    EXPECT_TRUE(waitFor([&] { return vocle::testing::readText(out) == "hello gnome"; }))
+        << "the window received '" << vocle::testing::readText(out) << "'";
     const auto typed = kScreenshots / "gnome-typed-through-portal.png";
     ASSERT_NO_THROW(session().gnome()->screenshot(typed));
     EXPECT_EQ(pngSize(typed), std::make_pair(1280u, 800u));
@@ -173,7 +166,7 @@ TEST_F(GnomeSessionTest, KeysTypedThroughThePortalAfterConsentReachANativeWaylan
     // Once closed, the session takes no more keys.
     probe->close();
     EXPECT_ANY_THROW(probe->type("x"));
-    EXPECT_EQ(readFile(out), "hello gnome");
+    EXPECT_EQ(vocle::testing::readText(out), "hello gnome");
 }
 
 TEST_F(GnomeSessionTest, RefusedConsentIsAnsweredAsCancelledAndTypesNothing) {
@@ -188,7 +181,7 @@ TEST_F(GnomeSessionTest, RefusedConsentIsAnsweredAsCancelledAndTypesNothing) {
     EXPECT_EQ(response.code, 1u);
     // A session that was never started takes no keys.
     EXPECT_ANY_THROW(probe.type("x"));
-    EXPECT_EQ(readFile(out), "");
+    EXPECT_EQ(vocle::testing::readText(out), "");
 }
 
 TEST_F(GnomeSessionTest, GrantIsNotPersistedByThisPortalVersion) {
@@ -229,15 +222,15 @@ TEST_F(GnomeSessionTest, XSelectionOfAnUnfocusedXWaylandClientIsPastedIntoANativ
         return session().run({"xclip", "-o", "-selection", "clipboard"}) == "über XWayland";
     }));
     probe->paste();
-    EXPECT_TRUE(waitFor([&] { return readFile(out) == "über XWayland"; }))
-        << "the window received '" << readFile(out) << "'";
+    EXPECT_TRUE(waitFor([&] { return vocle::testing::readText(out) == "über XWayland"; }))
+        << "the window received '" << vocle::testing::readText(out) << "'";
 
     // The compositor keeps the text once its owner has gone.
     session().stop(owner);
     std::erase(started, owner);
     probe->paste();
-    EXPECT_TRUE(waitFor([&] { return readFile(out) == "über XWaylandüber XWayland"; }))
-        << "after the owner left the window received '" << readFile(out) << "'";
+    EXPECT_TRUE(waitFor([&] { return vocle::testing::readText(out) == "über XWaylandüber XWayland"; }))
+        << "after the owner left the window received '" << vocle::testing::readText(out) << "'";
 }
 
 TEST_F(GnomeSessionTest, WaylandCopyWithoutFocusIsPastedIntoANativeWaylandWindow) {
@@ -255,8 +248,8 @@ TEST_F(GnomeSessionTest, WaylandCopyWithoutFocusIsPastedIntoANativeWaylandWindow
     }));
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(); })) << "wl-copy kept the focus";
     probe->paste();
-    EXPECT_TRUE(waitFor([&] { return readFile(out) == "from wl-copy"; }))
-        << "the window received '" << readFile(out) << "'";
+    EXPECT_TRUE(waitFor([&] { return vocle::testing::readText(out) == "from wl-copy"; }))
+        << "the window received '" << vocle::testing::readText(out) << "'";
 }
 
 // Without XWayland: no X display is offered, and the portal still types into a native window.
@@ -281,8 +274,8 @@ TEST(GnomeSessionWithoutXWaylandTest, StartsWithoutAnXDisplayAndThePortalStillTy
     ASSERT_EQ(response.code, 0u);
     ASSERT_TRUE(waitFor([&] { return textFieldFocused(wayland); }));
     probe.type("no x here");
-    EXPECT_TRUE(waitFor([&] { return readFile(out) == "no x here"; }))
-        << "the window received '" << readFile(out) << "'";
+    EXPECT_TRUE(waitFor([&] { return vocle::testing::readText(out) == "no x here"; }))
+        << "the window received '" << vocle::testing::readText(out) << "'";
 }
 
 }  // namespace

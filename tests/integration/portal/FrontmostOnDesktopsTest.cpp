@@ -29,13 +29,6 @@ namespace {
 
 const char* const kTextWindow = VOCLE_BINARY_DIR "/tests/vocle-test-text-target";
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 bool lists(const Workspace& workspace, pid_t pid) {
     for (const auto& app : workspace.runningApplications())
         if (app.processIdentifier == pid) return true;
@@ -130,7 +123,9 @@ void followsTheFocusedWindow(DesktopSession::Server server, const Activate& acti
         return session->spawn({kTextWindow, (apps / (name + ".txt")).string(), appName},
                               {"QT_QPA_PLATFORM=" + platform});
     };
-    auto logOf = [&](const std::string& name) { return readFile(session->workDir() / (name + ".log")); };
+    auto logOf = [&](const std::string& name) {
+        return vocle::testing::readText(session->workDir() / (name + ".log"));
+    };
 
     const pid_t notes = window("notes", "org.example.Notes");
     ASSERT_TRUE(queue.runUntil([&] { return lastIs("org.example.Notes", notes); }, Seconds(30)))

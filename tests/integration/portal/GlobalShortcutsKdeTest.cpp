@@ -44,13 +44,6 @@ DesktopSession& session() {
     return *shared;
 }
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 std::optional<std::string> keysymName(uint16_t keyCode) {
     switch (keyCode) {
         case keycode::kSpace:
@@ -103,13 +96,15 @@ class GlobalShortcutsKde : public ::testing::Test {
         const bool focused = pollUntil(
             [&] {
                 press({'x'});
-                return pollUntil([&] { return readFile(output).find('x') != std::string::npos; }, 0.5);
+                return pollUntil(
+                    [&] { return vocle::testing::readText(output).find('x') != std::string::npos; }, 0.5);
             },
             20.0, {}, 0.2);
         ASSERT_TRUE(focused) << "the text window never received a key";
         press({kControlL, 'a'});
         press({0xff08});  // BackSpace
-        ASSERT_TRUE(pollUntil([&] { return readFile(output).empty(); }, 5.0)) << readFile(output);
+        ASSERT_TRUE(pollUntil([&] { return vocle::testing::readText(output).empty(); }, 5.0))
+            << vocle::testing::readText(output);
     }
 
     std::string startKeyboard() {
@@ -253,7 +248,8 @@ TEST_F(GlobalShortcutsKde, ABareCancelKeyStaysWithOtherApplicationsExceptWhileRe
     const auto output = home.path() / "typed.txt";
     ASSERT_NO_FATAL_FAILURE(openTextWindow(output));
     press({'q'});
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "q"; }, 5.0)) << "idle: " << readFile(output);
+    EXPECT_TRUE(pollUntil([&] { return vocle::testing::readText(output) == "q"; }, 5.0))
+        << "idle: " << vocle::testing::readText(output);
 
     recording.set(true);
     const HotKeyHandle cancel = *manager->recordingCancelHotKeyRef();
@@ -261,12 +257,13 @@ TEST_F(GlobalShortcutsKde, ABareCancelKeyStaysWithOtherApplicationsExceptWhileRe
     ASSERT_EQ(statuses[cancel], kHotKeyOk);
     press({'q'});
     EXPECT_TRUE(settle([&] { return cancels == 1; }, 5.0));
-    EXPECT_EQ(readFile(output), "q") << "the key reached the window while we held it";
+    EXPECT_EQ(vocle::testing::readText(output), "q") << "the key reached the window while we held it";
 
     recording.set(false);
     settle([] { return false; }, 0.5);
     press({'q'});
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "qq"; }, 5.0)) << "after: " << readFile(output);
+    EXPECT_TRUE(pollUntil([&] { return vocle::testing::readText(output) == "qq"; }, 5.0))
+        << "after: " << vocle::testing::readText(output);
 
     // Quitting in the middle of a recording gives the key back too.
     recording.set(true);
@@ -275,8 +272,8 @@ TEST_F(GlobalShortcutsKde, ABareCancelKeyStaysWithOtherApplicationsExceptWhileRe
     portal.reset();
     settle([] { return false; }, 0.5);
     press({'q'});
-    EXPECT_TRUE(pollUntil([&] { return readFile(output) == "qqq"; }, 5.0))
-        << "after quit: " << readFile(output);
+    EXPECT_TRUE(pollUntil([&] { return vocle::testing::readText(output) == "qqq"; }, 5.0))
+        << "after quit: " << vocle::testing::readText(output);
     EXPECT_EQ(cancels, 1);
 }
 

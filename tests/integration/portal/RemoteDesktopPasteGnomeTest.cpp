@@ -54,13 +54,6 @@ DesktopSession& gnome() {
     return *shared;
 }
 
-std::string readText(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 class RemoteDesktopPasteGnomeTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -140,21 +133,24 @@ TEST_F(RemoteDesktopPasteGnomeTest, AfterOneConsentDictationsArePastedIntoANativ
     ASSERT_TRUE(pollUntil(
         [&] {
             tap({keycode::kA});
-            return pumpUntil([&] { return readText(output).find('a') != std::string::npos; }, 0.5);
+            return pumpUntil([&] { return vocle::testing::readText(output).find('a') != std::string::npos; },
+                             0.5);
         },
         20.0, {}, 0.2))
         << "the text window never received a key";
     tap({keycode::kControl, keycode::kA});
     tap({keycode::kDelete});
-    ASSERT_TRUE(pumpUntil([&] { return readText(output).empty(); }, 5.0)) << readText(output);
+    ASSERT_TRUE(pumpUntil([&] { return vocle::testing::readText(output).empty(); }, 5.0))
+        << vocle::testing::readText(output);
 
     const std::string transcript = "Dictated on GNOME – déjà vu, naïve ✓";
     paster->copyAndPaste(transcript);
     EXPECT_EQ(chain->route(), PasteRoute::remoteDesktop);
-    EXPECT_TRUE(pumpUntil([&] { return readText(output) == transcript; })) << readText(output);
+    EXPECT_TRUE(pumpUntil([&] { return vocle::testing::readText(output) == transcript; }))
+        << vocle::testing::readText(output);
     paster->copyAndPaste(" And again.");
-    EXPECT_TRUE(pumpUntil([&] { return readText(output) == transcript + " And again."; }))
-        << readText(output);
+    EXPECT_TRUE(pumpUntil([&] { return vocle::testing::readText(output) == transcript + " And again."; }))
+        << vocle::testing::readText(output);
     EXPECT_TRUE(notices.shown.empty()) << "no notice: every paste was typed";
     pumpUntil([&] { return history.transcriptions.get().size() == 3u; }, 2.0);
     EXPECT_EQ(history.transcriptions.get().size(), 3u);

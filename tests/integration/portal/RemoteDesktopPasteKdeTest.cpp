@@ -37,13 +37,6 @@ DesktopSession& kde() {
     return *shared;
 }
 
-std::string readText(const std::filesystem::path& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 class RemoteDesktopPasteKdeTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -114,21 +107,24 @@ TEST_F(RemoteDesktopPasteKdeTest, AfterTheFirstPasteAsksDictationsArePastedIntoA
     ASSERT_TRUE(pollUntil(
         [&] {
             tap({keycode::kA});
-            return waitUntil([&] { return readText(output).find('a') != std::string::npos; }, 0.5);
+            return waitUntil([&] { return vocle::testing::readText(output).find('a') != std::string::npos; },
+                             0.5);
         },
         20.0, {}, 0.2))
         << "the text window never received a key";
     tap({keycode::kControl, keycode::kA});
     tap({keycode::kDelete});
-    ASSERT_TRUE(waitUntil([&] { return readText(output).empty(); }, 5.0)) << readText(output);
+    ASSERT_TRUE(waitUntil([&] { return vocle::testing::readText(output).empty(); }, 5.0))
+        << vocle::testing::readText(output);
 
     const std::string transcript = "Dictated on Plasma – déjà vu, naïve ✓";
     paster->copyAndPaste(transcript);
     EXPECT_EQ(chain->route(), PasteRoute::remoteDesktop);
-    EXPECT_TRUE(waitUntil([&] { return readText(output) == transcript; })) << readText(output);
+    EXPECT_TRUE(waitUntil([&] { return vocle::testing::readText(output) == transcript; }))
+        << vocle::testing::readText(output);
     paster->copyAndPaste(" And again.");
-    EXPECT_TRUE(waitUntil([&] { return readText(output) == transcript + " And again."; }))
-        << readText(output);
+    EXPECT_TRUE(waitUntil([&] { return vocle::testing::readText(output) == transcript + " And again."; }))
+        << vocle::testing::readText(output);
     EXPECT_TRUE(notices.shown.empty()) << "no notice: every paste was typed";
     waitUntil([&] { return history.transcriptions.get().size() == 3u; }, 2.0);
     EXPECT_EQ(history.transcriptions.get().size(), 3u);
